@@ -1,0 +1,97 @@
+// hash_table.h - string- and integer-keyed hash tables of owned entries.
+//
+// The table stores entry pointers under a key. A string key is not copied:
+// it must live as long as its entry (normally it is a field of the entry).
+// Entries are freed with the table's free function when they are deleted
+// or when the table is destroyed. Keys compare exactly (case matters).
+// Listings (Snapshot, ForEach) give the entries in insertion order, which a
+// replaced key (Delete then Insert) moves to the end.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <memory>
+
+namespace nxc {
+
+union HashKey {
+  const char *str;
+  uint64_t num;
+};
+inline HashKey StrKey(const char *s) {
+  HashKey k;
+  k.str = s;
+  return k;
+}
+inline HashKey NumKey(uint64_t n) {
+  HashKey k;
+  k.num = n;
+  return k;
+}
+
+class HashTable {
+ public:
+  enum class Kind { kString, kInteger };
+  using FreeEntryFn = void (*)(void *entry);
+  // Called for each entry by ForEach; a non-zero result counts a failure.
+  using VisitFn = int (*)(HashKey key, void *entry, void *context);
+
+  // A new empty table with the given initial bucket count (it grows as
+  // needed). freeEntry may be null (entries are then not freed). Returns
+  // null when memory runs out.
+  static HashTable *Create(Kind kind, uint32_t buckets, FreeEntryFn freeEntry) noexcept;
+  // Frees every entry, then the table. Null is fine.
+  static void Destroy(HashTable *table) noexcept;
+
+  HashTable(const HashTable &) = delete;
+  HashTable &operator=(const HashTable &) = delete;
+
+  // Inserts entry under key. Fails, leaving the table and entry untouched,
+  // when the key exists or memory runs out.
+  bool Insert(HashKey key, void *entry) noexcept;
+  // Returns the entry already under key, or inserts entry and returns it.
+  // *inserted says which happened. Null (nothing inserted) when memory runs
+  // out.
+  void *InsertOrLookup(HashKey key, void *entry, bool *inserted) noexcept;
+  // Removes key and frees its entry. False when the key is absent.
+  bool Delete(HashKey key) noexcept;
+  // Removes key without freeing its entry and returns the entry (null when
+  // absent).
+  void *Take(HashKey key) noexcept;
+  void *Lookup(HashKey key) const noexcept;
+  size_t Count() const noexcept;
+  // A malloc'd array of the entries in listing order (the caller frees the
+  // array, not the entries). An empty table gives a null array and count 0.
+  // False, with *entries null, when memory runs out.
+  bool Snapshot(void ***entries, size_t *count) const noexcept;
+  // Calls fn on each entry in listing order; returns how many calls
+  // returned non-zero. fn must not change the table.
+  size_t ForEach(VisitFn fn, void *context) const noexcept;
+
+ private:
+  struct Node;
+  HashTable() = default;
+  ~HashTable();
+  uint32_t HashOf(HashKey key) const noexcept;
+  bool KeysEqual(HashKey a, HashKey b) const noexcept;
+  Node *Find(HashKey key, uint32_t hash) const noexcept;
+  Node *Unlink(HashKey key) noexcept;
+  Node *Add(HashKey key, uint32_t hash, void *entry) noexcept;
+  void Grow() noexcept;
+
+  Kind kind_ = Kind::kString;
+  FreeEntryFn freeEntry_ = nullptr;
+  Node **buckets_ = nullptr;
+  uint32_t bucketCount_ = 0;
+  size_t count_ = 0;
+  Node *first_ = nullptr;  // insertion order
+  Node *last_ = nullptr;
+};
+
+struct HashTableDeleter {
+  void operator()(HashTable *t) const { HashTable::Destroy(t); }
+};
+using HashTablePtr = std::unique_ptr<HashTable, HashTableDeleter>;
+
+}  // namespace nxc

@@ -1,0 +1,29 @@
+// sha1.h - SHA-1 (FIPS 180).
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace nxc {
+
+constexpr size_t kSha1DigestSize = 20;
+
+class Sha1 {
+ public:
+  Sha1() noexcept;
+  void Update(const void *data, size_t size) noexcept;
+  void Final(uint8_t digest[kSha1DigestSize]) noexcept;
+
+ private:
+  void Block(const uint8_t *block) noexcept;
+  uint32_t h_[5];
+  uint64_t length_ = 0;  // bytes so far
+  uint8_t buffer_[64];
+  size_t used_ = 0;
+};
+
+void Sha1Digest(const void *data, size_t size, uint8_t digest[kSha1DigestSize]) noexcept;
+// Lower-case hex of a digest into out (41 bytes).
+void Sha1Hex(const uint8_t digest[kSha1DigestSize], char out[2 * kSha1DigestSize + 1]) noexcept;
+
+}  // namespace nxc

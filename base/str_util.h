@@ -1,0 +1,30 @@
+// str_util.h - whole-string integer conversion, bounded and allocating
+// formatted print, bounded copy.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string_view>
+
+namespace nxc {
+
+// Converts the whole text: optional '+' or '-' (signed forms only), then
+// decimal digits or "0x"/"0X" and hexadecimal digits. No blanks, no
+// trailing text, no overflow. On failure *out is untouched.
+bool StrToInt32(std::string_view text, int32_t *out) noexcept;
+bool StrToInt64(std::string_view text, int64_t *out) noexcept;
+bool StrToUint32(std::string_view text, uint32_t *out) noexcept;
+
+// snprintf into buf; returns the length written, or -1 when the text did not
+// fit (buf then holds a truncated, terminated text) or formatting failed.
+int BoundedPrint(char *buf, size_t size, const char *format, ...) noexcept
+    __attribute__((format(printf, 3, 4)));
+// A malloc'd formatted text, or null when memory runs out.
+char *AllocPrint(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));
+
+// Copies src into dst (size > 0), truncating and always terminating. Returns
+// strlen(src): the copy was whole when the result is below size.
+size_t BoundedCopy(char *dst, size_t size, const char *src) noexcept;
+
+}  // namespace nxc

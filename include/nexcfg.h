@@ -1,0 +1,119 @@
+/*
+ * nexcfg.h - public interface of libnexcfg.
+ *
+ * libnexcfg owns the configuration of the hypervisor's virtual networks
+ * (vnets "zynet0" ... "zynet255"): host-only adapters and subnets, DHCP, NAT
+ * and bridge mappings. Callers load the library once per process with
+ * NXC_Load(), make their calls from one thread at a time, and unload with
+ * NXC_Unload(). Every call returns its result and explains failures only in
+ * the library's log (/var/log/nexcfg unless the database names another).
+ *
+ * The records below are part of the binary interface; their layouts never
+ * change.
+ */
+#ifndef NEXCFG_H
+#define NEXCFG_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "nexcfg_abi.h"
+
+NXC_BEGIN_DECLS
+
+/* Log levels: a line is written when its level bit is in the log mask. */
+#define NXC_LOG_ERR 0x1u    /* errors */
+#define NXC_LOG_INFO 0x2u   /* information */
+#define NXC_LOG_ERRCMN 0x4u /* common (expected) errors */
+#define NXC_LOG_WRN 0x8u    /* warnings */
+#define NXC_LOG_OK 0x10u    /* success of an operation */
+#define NXC_LOG_INFO2 0x20u /* detailed trace: banners, internal steps */
+#define NXC_LOG_ARGS 0x40u  /* argument traces of API functions */
+
+#define NXC_NUM_VNETS 256u
+#define NXC_NETID_VERSION 1u
+#define NXC_NETID_TYPE_VNET 1u
+
+/* Identifies a network. For a vnet: version 1, type 1, vnet 0..255 (or all
+ * ones, whose meaning each call gives). The reserved bytes are zero in every
+ * record the library fills and are never read. */
+typedef struct NXC_NetID {
+  uint32_t version;
+  uint32_t type;
+  uint32_t vnet;
+  uint8_t reserved[16];
+} NXC_NetID;
+
+#define NXC_HOST_ADAPTER_RUNNING 1u
+#define NXC_HOST_ADAPTER_NOT_RUNNING 2u
+#define NXC_ADAPTER_NAME_LEN 128
+
+#pragma pack(push, 4)
+/* One host Ethernet adapter. Packed on 4-byte boundaries: `next` follows
+ * `version` directly. */
+typedef struct NXC_HostAdapter {
+  uint32_t version; /* 1 */
+  struct NXC_HostAdapter *next;
+  NXC_NetID netId; /* netId.vnet: the vnet the adapter is bridged to */
+  uint32_t flags;  /* NXC_HOST_ADAPTER_RUNNING or _NOT_RUNNING */
+  char name[NXC_ADAPTER_NAME_LEN];
+  char driver[NXC_ADAPTER_NAME_LEN]; /* empty when unknown */
+  char mappingName[NXC_ADAPTER_NAME_LEN];
+} NXC_HostAdapter;
+
+/* A block handed to callers: this header, then `count` contiguous entries,
+ * each linked to the next; freed with the library's matching free call. */
+typedef struct NXC_HostAdapterList {
+  uint32_t version; /* 1 */
+  uint32_t count;
+  NXC_HostAdapter *entries; /* the first entry, NULL when there is none */
+} NXC_HostAdapterList;
+#pragma pack(pop)
+
+/* Features of a vnet. In a filled record each byte is 0 or 1; in a search
+ * pattern each is 0 = any, 1 = present, 2 = absent.
+ * configFeatures / runtimeFeatures: [0] DHCP, [1] NAT, [2] bridge,
+ * [3] host-only adapter; [4..31] reserved. */
+typedef struct NXC_VnetFeatures {
+  uint32_t version; /* 1 */
+  NXC_NetID netId;
+  uint8_t subnet;
+  uint8_t configFeatures[32];
+  uint8_t runtimeFeatures[32];
+} NXC_VnetFeatures;
+
+/* ---- Lifecycle ---------------------------------------------------------- */
+
+/* Loads the library, or counts one more load. A non-zero flag opens the
+ * networking database read-only. Returns true when loaded. */
+NXC_EXPORT bool NXC_Load(int32_t readOnly) NXC_NOEXCEPT;
+/* Counts one unload; the last one frees the database cache and, when the
+ * flag is non-zero, writes a changed database back in compact form. */
+NXC_EXPORT void NXC_Unload2(int32_t writeBack) NXC_NOEXCEPT;
+/* NXC_Unload2(1). */
+NXC_EXPORT void NXC_Unload(void) NXC_NOEXCEPT;
+/* 0x10000. */
+NXC_EXPORT uint32_t NXC_Version(void) NXC_NOEXCEPT;
+
+/* ---- Raw database answers ----------------------------------------------- */
+
+NXC_EXPORT bool NXC_VnetCfgAddAnswer(const char *key, const char *value) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_VnetCfgRemoveAnswer(const char *key) NXC_NOEXCEPT;
+/* *value points into the library's cache: do not free it; it stays valid
+ * until the answer changes or the library is unloaded. */
+NXC_EXPORT bool NXC_VnetCfgGetAnswer(const char *key, const char **value) NXC_NOEXCEPT;
+
+/* ---- Log levels --------------------------------------------------------- */
+
+/* Stores the level (at most 0x7F) in the database; it takes effect at the
+ * next first load. */
+NXC_EXPORT bool NXC_SetDefaultLogLevel(uint32_t level) NXC_NOEXCEPT;
+NXC_EXPORT uint32_t NXC_GetDefaultLogLevel(void) NXC_NOEXCEPT;
+/* Sets the mask in effect now, unchecked and not stored. Always true. */
+NXC_EXPORT bool NXC_SetCurrentLogLevel(uint32_t level) NXC_NOEXCEPT;
+NXC_EXPORT uint32_t NXC_GetCurrentLogLevel(void) NXC_NOEXCEPT;
+
+NXC_END_DECLS
+
+#endif /* NEXCFG_H */

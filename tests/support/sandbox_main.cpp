@@ -1,0 +1,212 @@
+// sandbox_main.cpp - entry point of every test program that touches the
+// library's fixed host paths or network interfaces.
+//
+// Before gtest runs any test (and before any thread exists) the program
+// moves into new mount, network and pid namespaces, becomes pid 1 of the new
+// pid namespace in a forked child, and puts private file systems over every
+// path the library writes: /etc (rebuilt from bind mounts, with an empty
+// /etc/zymtra), /var/log, /run (= /var/run), /tmp and /dev (rebuilt from the
+// few device nodes tests need). Nothing a test does can reach the machine's
+// own files or interfaces, and no process outlives the test program. When
+// the namespaces cannot be had, the program exits with 77 (skipped); it never
+// falls back to the real paths.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "support/sandbox.h"
+
+namespace {
+
+constexpr int kSkipped = 77;
+constexpr char kStage[] = "/run/.nxc-sandbox-stage";
+
+std::string Errno(const char *what, const char *path) {
+  return std::string(what) + " " + path + ": " + strerror(errno);
+}
+
+bool MountTmpfs(const char *path, const char *options, std::string *why) {
+  if (mount("tmpfs", path, "tmpfs", MS_NOSUID, options) == 0) return true;
+  *why = Errno("mount tmpfs on", path);
+  return false;
+}
+
+bool BindInto(const std::string &from, const std::string &to, std::string *why) {
+  struct stat st;
+  if (lstat(from.c_str(), &st) != 0) return true;  // vanished: nothing to copy
+  if (S_ISLNK(st.st_mode)) {
+    char target[4096];
+    ssize_t n = readlink(from.c_str(), target, sizeof target - 1);
+    if (n < 0) return true;
+    target[n] = '\0';
+    if (symlink(target, to.c_str()) != 0) {
+      *why = Errno("symlink", to.c_str());
+      return false;
+    }
+    return true;
+  }
+  if (S_ISDIR(st.st_mode)) {
+    if (mkdir(to.c_str(), 0755) != 0 && errno != EEXIST) {
+      *why = Errno("mkdir", to.c_str());
+      return false;
+    }
+  } else {
+    int fd = open(to.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    if (fd < 0) {
+      *why = Errno("create", to.c_str());
+      return false;
+    }
+    close(fd);
+  }
+  if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+    *why = Errno("bind mount", from.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Puts a tmpfs over dir that holds bind mounts of the listed entries of the
+// original dir (all of them when names is null).
+bool RebuildDir(const char *dir, const char *const *names, std::string *why) {
+  std::string stage = std::string(kStage) + dir;
+  std::string mk = "mkdir -p '" + stage + "'";
+  if (system(mk.c_str()) != 0) {
+    *why = "cannot make " + stage;
+    return false;
+  }
+  if (mount(dir, stage.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+    *why = Errno("bind mount", dir);
+    return false;
+  }
+  if (!MountTmpfs(dir, "mode=0755", why)) return false;
+  if (names) {
+    for (const char *const *n = names; *n; ++n)
+      if (!BindInto(stage + "/" + *n, std::string(dir) + "/" + *n, why)) return false;
+    return true;
+  }
+  std::string list = "ls -A '" + stage + "'";
+  FILE *ls = popen(list.c_str(), "r");
+  if (!ls) {
+    *why = "cannot list " + stage;
+    return false;
+  }
+  char line[1024];
+  bool ok = true;
+  while (ok && fgets(line, sizeof line, ls)) {
+    line[strcspn(line, "\n")] = '\0';
+    ok = BindInto(stage + "/" + line, std::string(dir) + "/" + line, why);
+  }
+  pclose(ls);
+  return ok;
+}
+
+bool BringLoopbackUp() {
+  int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  struct ifreq ifr = {};
+  strcpy(ifr.ifr_name, "lo");
+  bool ok = ioctl(fd, SIOCGIFFLAGS, &ifr) == 0;
+  ifr.ifr_flags |= IFF_UP;
+  ok = ok && ioctl(fd, SIOCSIFFLAGS, &ifr) == 0;
+  close(fd);
+  return ok;
+}
+
+bool UnderTmp(const char *path) { return strncmp(path, "/tmp/", 5) == 0; }
+
+bool BuildSandbox(std::string *why) {
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    *why = Errno("make private", "/");
+    return false;
+  }
+  if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
+    *why = Errno("mount proc on", "/proc");
+    return false;
+  }
+  if (!MountTmpfs("/run", "mode=0755", why)) return false;
+  if (!RebuildDir("/etc", nullptr, why)) return false;
+  if (mkdir("/etc/zymtra", 0755) != 0) {
+    *why = Errno("mkdir", "/etc/zymtra");
+    return false;
+  }
+  static const char *const kDevices[] = {"null", "zero", "full", "random", "urandom",
+                                         "tty",  "net",  nullptr};
+  if (!RebuildDir("/dev", kDevices, why)) return false;
+  (void)symlink("/proc/self/fd", "/dev/fd");
+  (void)symlink("/proc/self/fd/0", "/dev/stdin");
+  (void)symlink("/proc/self/fd/1", "/dev/stdout");
+  (void)symlink("/proc/self/fd/2", "/dev/stderr");
+  if (mkdir("/dev/shm", 01777) != 0 || !MountTmpfs("/dev/shm", "mode=1777", why)) return false;
+  // The stage's bind mounts stay under the private /run, out of the way.
+  if (!MountTmpfs("/var/log", "mode=0755", why)) return false;
+  char cwd[4096] = "";
+  if (!getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
+  if (!UnderTmp(cwd) && !UnderTmp(NXC_STANDIN_DIR) && !UnderTmp(NXC_SOURCE_DIR) &&
+      !MountTmpfs("/tmp", "mode=1777", why))
+    return false;
+  if (!BringLoopbackUp()) {
+    *why = "cannot bring lo up";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+namespace nxc::test {
+
+static bool gInSandbox = false;
+bool InSandbox() { return gInSandbox; }
+const char *StandinDir() { return NXC_STANDIN_DIR; }
+const char *SourceDir() { return NXC_SOURCE_DIR; }
+
+}  // namespace nxc::test
+
+int main(int argc, char **argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+
+  if (geteuid() != 0) {
+    fprintf(stderr, "SKIPPED: these tests need root to make private namespaces\n");
+    return kSkipped;
+  }
+  if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID) != 0) {
+    fprintf(stderr, "SKIPPED: cannot make private namespaces: %s\n", strerror(errno));
+    return kSkipped;
+  }
+  fflush(nullptr);
+  pid_t child = fork();
+  if (child < 0) {
+    fprintf(stderr, "SKIPPED: fork into the pid namespace failed: %s\n", strerror(errno));
+    return kSkipped;
+  }
+  if (child > 0) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    fprintf(stderr, "test process ended by signal %d\n", WTERMSIG(status));
+    return 1;
+  }
+  std::string why;
+  if (!BuildSandbox(&why)) {
+    fprintf(stderr, "SKIPPED: cannot build the private sandbox: %s\n", why.c_str());
+    _exit(kSkipped);
+  }
+  nxc::test::gInSandbox = true;
+  int rc = RUN_ALL_TESTS();
+  fflush(nullptr);
+  _exit(rc);
+}

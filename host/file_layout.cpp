@@ -137,21 +137,30 @@ bool CreatePlainFile(const char *fn, const char *path) {
   return RecordCreation(fn, path, NXCRecordFileCreation(path, mtime.get()));
 }
 
-// Removes a path with the remover (unlink or rmdir); a missing one is
-// fine. Returns the result of recording the deletion.
-bool RemovePath(const char *fn, const char *path, bool isDir) {
-  if ((isDir ? rmdir(path) : unlink(path)) == 0) {
-    NXCLog(LOG_INFO2, fn, isDir ? "Directory: %s deleted" : "File: %s deleted", path);
+// Removes a directory or a file; a missing one is fine. Each returns the
+// result of recording the deletion.
+bool RemoveDirectory(const char *fn, const char *path) {
+  if (rmdir(path) == 0) {
+    NXCLog(LOG_INFO2, fn, "Directory: %s deleted", path);
   } else if (errno == ENOENT) {
-    NXCLog(LOG_INFO, fn, isDir ? "Directory %s does not exist" : "File %s does not exist", path);
-  } else if (isDir) {
+    NXCLog(LOG_INFO, fn, "Directory %s does not exist", path);
+  } else {
     NXCLog(LOG_ERR, fn, "Cannot delete Directory: %s because of: %s", path, strerror(errno));
     return false;
+  }
+  return NXCRecordDirectoryDeletion(path);
+}
+
+bool RemovePlainFile(const char *fn, const char *path) {
+  if (unlink(path) == 0) {
+    NXCLog(LOG_INFO2, fn, "File: %s deleted", path);
+  } else if (errno == ENOENT) {
+    NXCLog(LOG_INFO, fn, "File %s does not exist", path);
   } else {
     NXCLog(LOG_ERR, fn, "Cannot delete File: %s because of: %s", path, strerror(errno));
     return false;
   }
-  return isDir ? NXCRecordDirectoryDeletion(path) : NXCRecordFileDeletion(path);
+  return NXCRecordFileDeletion(path);
 }
 
 // Whether a stat'ed path is of the kind the type needs. Device nodes are
@@ -236,7 +245,7 @@ extern "C" bool NXCRemoveFile(int32_t vnet, uint32_t type, const char *customNam
   char path[kPathSize] = "";
   if (type == NXC_FILE_CUSTOM) {
     if (!TakeCustomName(kFn, customName, path, false)) return false;
-    return RemovePath(kFn, path, false);
+    return RemovePlainFile(kFn, path);
   }
   bool isDir = IsDirType(type);
   if (!isDir && !IsPlainFileType(type) && type != NXC_FILE_NAT_MAC &&
@@ -246,7 +255,7 @@ extern "C" bool NXCRemoveFile(int32_t vnet, uint32_t type, const char *customNam
     NXCLog(LOG_ERR, kFn, "Cannot construct file name");
     return false;
   }
-  return RemovePath(kFn, path, isDir);
+  return isDir ? RemoveDirectory(kFn, path) : RemovePlainFile(kFn, path);
 }
 
 extern "C" bool NXCFileExists(int32_t vnet, uint32_t type, const char *customName) noexcept {

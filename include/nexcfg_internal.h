@@ -45,10 +45,10 @@ NXC_EXPORT extern NXCContext nxcContext;
 
 /* Writes "<time> <fn> - <message>\n" to the log when level is in the mask.
  * fn may be NULL (then no "<fn> - "). Never fails towards its caller. */
-NXC_EXPORT void NXCLog(uint32_t level, const char *fn, const char *format, ...) NXC_PRINTF(3, 4)
-    NXC_NOEXCEPT;
-NXC_EXPORT void NXCVLog(uint32_t level, const char *fn, const char *format, va_list args)
-    NXC_PRINTF(3, 0) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 4) void NXCLog(uint32_t level, const char *fn, const char *format,
+                                         ...) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 0) void NXCVLog(uint32_t level, const char *fn, const char *format,
+                                         va_list args) NXC_NOEXCEPT;
 
 /* Copies the answer NXC_LOG_FILE; false when absent or not shorter than size. */
 NXC_EXPORT bool NXCGetLogPath(char *buffer, size_t size) NXC_NOEXCEPT;

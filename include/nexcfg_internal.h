@@ -45,10 +45,10 @@ NXC_EXPORT extern NXCContext nxcContext;
 
 /* Writes "<time> <fn> - <message>\n" to the log when level is in the mask.
  * fn may be NULL (then no "<fn> - "). Never fails towards its caller. */
-NXC_EXPORT void NXCLog(uint32_t level, const char *fn, const char *format, ...) NXC_PRINTF(3, 4)
-    NXC_NOEXCEPT;
-NXC_EXPORT void NXCVLog(uint32_t level, const char *fn, const char *format, va_list args)
-    NXC_PRINTF(3, 0) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 4) void NXCLog(uint32_t level, const char *fn, const char *format,
+                                         ...) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 0) void NXCVLog(uint32_t level, const char *fn, const char *format,
+                                         va_list args) NXC_NOEXCEPT;
 
 /* Copies the answer NXC_LOG_FILE; false when absent or not shorter than size. */
 NXC_EXPORT bool NXCGetLogPath(char *buffer, size_t size) NXC_NOEXCEPT;
@@ -184,12 +184,121 @@ NXC_EXPORT bool NXCNetCfgRemoveAllNATPrefix(NXCNetworkConfigurationDB *cache, ui
  * Vnet configuration model
  * ====================================================================== */
 
+/* A vnet's settings are answers of the default database cache keyed
+ * "VNET_<vnet>_<field>". Writes go through the answer store and so reach the
+ * database file at once. */
+
+/* The stored text of the field, pointing into the cache (valid until the
+ * answer changes or is removed); NULL when absent. */
+NXC_EXPORT const char *NXCGetVnetCfg(uint32_t vnet, const char *field) NXC_NOEXCEPT;
+/* Copies the field's text into buffer. *size carries the capacity in; on
+ * success and when the buffer is too small it carries the needed size
+ * (length + 1) out. An absent field leaves *size alone. Fails when absent or
+ * too small (both logged at LOG_INFO2). */
+NXC_EXPORT bool NXCGetVnetCfgCpy(uint32_t vnet, const char *field, char *buffer,
+                                 size_t *size) NXC_NOEXCEPT;
+/* The stored boolean; false when absent. */
+NXC_EXPORT bool NXCGetVnetCfgBool(uint32_t vnet, const char *field) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetCfg(uint32_t vnet, const char *field, const char *value) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetCfgBool(uint32_t vnet, const char *field, bool value) NXC_NOEXCEPT;
+/* Removing an absent field succeeds. */
+NXC_EXPORT bool NXCRemoveVnetCfg(uint32_t vnet, const char *field) NXC_NOEXCEPT;
+
+/* Field accessors. The copying getters take the buffer's capacity and do not
+ * report the needed size. */
+NXC_EXPORT bool NXCGetVnetDisplayName(uint32_t vnet, char *buffer, size_t size) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetDisplayName(uint32_t vnet, const char *name) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCGetVnetSubnetAddr(uint32_t vnet, char *buffer, size_t size) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetSubnetAddr(uint32_t vnet, const char *subnet) NXC_NOEXCEPT;
+/* Also marks the removed subnet free for automatic assignment. */
+NXC_EXPORT bool NXCRemoveVnetSubnetAddr(uint32_t vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCGetVnetSubnetMask(uint32_t vnet, char *buffer, size_t size) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetSubnetMask(uint32_t vnet, const char *mask) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRemoveVnetSubnetMask(uint32_t vnet) NXC_NOEXCEPT;
+/* Removes the subnet and then, only when that worked, the mask. */
+NXC_EXPORT bool NXCRemoveSubnetAssignment(uint32_t vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetVirtAdapterAddr(uint32_t vnet, const char *address) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRemoveVnetVirtAdapterAddr(uint32_t vnet) NXC_NOEXCEPT;
+/* The host's virtual adapter name; "zynet<vnet>" when none is stored. Fails
+ * only when a stored name does not fit. */
+NXC_EXPORT bool NXCGetVnetVirtAdapter(uint32_t vnet, char *buffer, size_t size) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetVirtAdapter(uint32_t vnet, const char *name) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCGetVnetMTU(uint32_t vnet, char *buffer, size_t size) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetMTU(uint32_t vnet, const char *mtu) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRemoveVnetMTU(uint32_t vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCGetVnetUseDHCP(uint32_t vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCGetVnetUseNAT(uint32_t vnet) NXC_NOEXCEPT;
+
+/* Feature switches. With removeConfig the feature's stored configuration
+ * goes too: for DHCP a failed clean-up fails the call, for NAT it is only
+ * logged, for the adapter the result is that of the last removal tried. */
+NXC_EXPORT bool NXCSetVnetUseDHCP(uint32_t vnet, bool use, bool removeConfig) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetUseNAT(uint32_t vnet, bool use, bool removeConfig) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetVnetUseAdapter(uint32_t vnet, bool use, bool removeConfig) NXC_NOEXCEPT;
+/* Vnets keep no identifier of their own: always true. */
+NXC_EXPORT bool NXCAssignUUIDToVnet(uint32_t vnet) NXC_NOEXCEPT;
+
+/* Options of NXCVnetIsOptionConfigured. */
+#define NXC_VNET_OPTION_BRIDGE 1u
+#define NXC_VNET_OPTION_DHCP 2u
+#define NXC_VNET_OPTION_NAT 3u
+#define NXC_VNET_OPTION_ADAPTER 4u
+#define NXC_VNET_OPTION_SUBNET 5u
+#define NXC_VNET_OPTION_UUID 6u
+/* True when the option is set up for the vnet; false for unknown options. */
+NXC_EXPORT bool NXCVnetIsOptionConfigured(uint32_t vnet, uint32_t option) NXC_NOEXCEPT;
+
+/* Automatic subnets: private /24 subnets (172.16.0-255.0, 192.168.2-255.0)
+ * that no vnet had when the process first looked and on which no host
+ * answers a ping. The tables are built once per process. */
+
+/* The vnet's HOSTONLY_SUBNET in integer form. */
+NXC_EXPORT bool NXCGetHostOnlySubnet(uint32_t vnet, uint32_t *subnet) NXC_NOEXCEPT;
+NXC_EXPORT void NXCPopulateUsedSubnets(void) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSubnetUsed(uint32_t subnet) NXC_NOEXCEPT;
+NXC_EXPORT void NXCPopulateAvailSubnets(void) NXC_NOEXCEPT;
+NXC_EXPORT void NXCShuffleAvailSubnets(void) NXC_NOEXCEPT;
+/* Sets the taken mark of the candidate equal to subnet (dotted text). */
+NXC_EXPORT void NXCMarkSubnetUsed(const char *subnet, bool taken) NXC_NOEXCEPT;
+/* Takes the next free candidate that answers no ping (10 tries at most);
+ * subnet and mask are 16-byte buffers, written only on success. */
+NXC_EXPORT bool NXCSubnetProbe(char *subnet, char *mask) NXC_NOEXCEPT;
+/* Runs the ping program (BINDIR/zymtra-ping) on the subnet's broadcast
+ * address (with useBroadcast) and its first host address; true when the
+ * subnet looks free (exit codes 1 and 2). */
+NXC_EXPORT bool NXCPingAndCheckSubnet(const char *subnet, bool useBroadcast, uint32_t timeout,
+                                      uint32_t interval) NXC_NOEXCEPT;
+/* Probes a subnet and stores it with mask 255.255.255.0. What was stored
+ * before a failure stays. */
+NXC_EXPORT bool NXCAssignUnusedSubnetAddressToVNet(uint32_t vnet) NXC_NOEXCEPT;
+
+/* Bridging. Vnet numbers are signed here: -1 is "no vnet" and -100 asks
+ * for every host adapter. */
+#define NXC_ALL_HOST_ADAPTERS (-100)
+
 /* The default bridge vnet, cached; -100 while not known. */
 NXC_EXPORT extern int32_t nxcDefaultBridgeVnet;
 
 /* Reads (and caches) the default bridge vnet: 0 or -1. */
 NXC_EXPORT bool NXCGetDefaultBridgeVnet(int32_t *vnet) NXC_NOEXCEPT;
+/* Stores and caches the value as given. */
 NXC_EXPORT bool NXCSetDefaultBridgeVnet(int32_t vnet) NXC_NOEXCEPT;
+/* The adapter's explicit mapping, else the default bridge vnet. */
+NXC_EXPORT bool NXCGetBridgeMappingForAdapter(const char *adapter, int32_t *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCSetBridgeMappingForAdapter(const char *adapter, int32_t vnet) NXC_NOEXCEPT;
+/* Maps every adapter of the list (by mappingName) to vnet; goes on after a
+ * failure and then returns false. */
+NXC_EXPORT bool NXCSetBridgeMappingForMultipleAdapters(int32_t vnet,
+                                                       const NXC_HostAdapter *list) NXC_NOEXCEPT;
+/* The adapters vnet bridges: its explicit mappings and, for the default
+ * bridge (or -100), the host's Ethernet adapters that belong to it; zynet
+ * adapters and duplicates left out. The caller frees *list with
+ * NXCFreeHostAdapList; count may be NULL. Outputs are written on success. */
+NXC_EXPORT bool NXCGetVnetBridge(int32_t vnet, uint32_t *count, NXC_HostAdapter **list) NXC_NOEXCEPT;
+/* Hands the vnet's adapters to the default bridge (or to no vnet when the
+ * vnet was the default bridge, which then is switched off) and restarts the
+ * default bridge's daemon. */
+NXC_EXPORT bool NXCRemoveBridgeMappingsForVnet(int32_t vnet) NXC_NOEXCEPT;
 
 /* ======================================================================
  * Host platform layer: file layout and file operations

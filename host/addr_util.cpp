@@ -13,7 +13,6 @@
 
 #include "base/str_util.h"
 #include "core/api_frame.h"
-#include "host/vnet_accessors_fwd.h"
 #include "nexcfg_internal.h"
 
 static_assert(sizeof(NXC_NetID) == 28);

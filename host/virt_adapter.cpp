@@ -15,7 +15,6 @@
 
 #include "base/str_util.h"
 #include "base/unique_fd.h"
-#include "host/vnet_accessors_fwd.h"
 #include "nexcfg_internal.h"
 
 namespace {

@@ -143,7 +143,9 @@ TEST_F(NetCfgTest, MalformedRecordsAreSkippedWithTheirReasons) {
   for (const Expect &e : expected) {
     SCOPED_TRACE(e.line);
     EXPECT_TRUE(LogHas(std::string("NXCNetCfgLoad - Failed to parse record at ") + e.line));
-    if (e.reason) EXPECT_TRUE(LogHas(e.reason));
+    if (e.reason) {
+      EXPECT_TRUE(LogHas(e.reason));
+    }
   }
   EXPECT_EQ(LogCount("Failed to parse record at line"), static_cast<int>(std::size(expected)));
   EXPECT_TRUE(LogHas("Discarding description since it is too long"));
@@ -153,8 +155,8 @@ TEST_F(NetCfgTest, MalformedRecordsAreSkippedWithTheirReasons) {
   EXPECT_EQ(Answer("IGNORED"), "<absent>");
   EXPECT_EQ(Records(),
             "answer NXC_LOGLEVEL 0x7f\nanswer SPACED a b\nanswer UPPER v\n"
-            "add_nat_portfwd 8 udp 53 10.0.0.2 5353\n"
             "add_dhcp_mac_to_ip 1 00:0C:29:0A:0B:01 10.0.0.9\n"
+            "add_nat_portfwd 8 udp 53 10.0.0.2 5353\n"
             "add_bridge_mapping eth1 -1\n");
 }
 

@@ -4,6 +4,8 @@ namespace nxc::test {
 
 void DbTest::SetUp() {
   ASSERT_TRUE(InSandbox()) << "this test must run inside the private namespaces";
+  // Each test starts from an empty configuration directory.
+  (void)Shell("rm -rf /etc/zymtra/* /etc/zymtra/.networking.*");
   ClearLog();
 }
 

@@ -61,6 +61,7 @@ class HashTable {
   void *Take(HashKey key) noexcept;
   void *Lookup(HashKey key) const noexcept;
   size_t Count() const noexcept;
+  FreeEntryFn FreeFunction() const noexcept { return freeEntry_; }
   // A malloc'd array of the entries in listing order (the caller frees the
   // array, not the entries). An empty table gives a null array and count 0.
   // False, with *entries null, when memory runs out.

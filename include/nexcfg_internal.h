@@ -45,10 +45,10 @@ NXC_EXPORT extern NXCContext nxcContext;
 
 /* Writes "<time> <fn> - <message>\n" to the log when level is in the mask.
  * fn may be NULL (then no "<fn> - "). Never fails towards its caller. */
-NXC_EXPORT void NXCLog(uint32_t level, const char *fn, const char *format, ...) NXC_PRINTF(3, 4)
-    NXC_NOEXCEPT;
-NXC_EXPORT void NXCVLog(uint32_t level, const char *fn, const char *format, va_list args)
-    NXC_PRINTF(3, 0) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 4) void NXCLog(uint32_t level, const char *fn, const char *format,
+                                         ...) NXC_NOEXCEPT;
+NXC_EXPORT NXC_PRINTF(3, 0) void NXCVLog(uint32_t level, const char *fn, const char *format,
+                                         va_list args) NXC_NOEXCEPT;
 
 /* Copies the answer NXC_LOG_FILE; false when absent or not shorter than size. */
 NXC_EXPORT bool NXCGetLogPath(char *buffer, size_t size) NXC_NOEXCEPT;
@@ -330,6 +330,16 @@ NXC_EXPORT bool NXCFileExists(int32_t vnet, uint32_t type, const char *customNam
 NXC_EXPORT bool NXCCopyFile(const char *source, const char *destination) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCFileDirBookkeepingDBLoad(void) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCFileDirBookkeepingDBUnload(void) NXC_NOEXCEPT;
+/* Record keeping of created and removed files and directories: create and
+ * remove call these after the act and return their result. They keep no
+ * records and always succeed. mtimeText may be NULL. */
+NXC_EXPORT bool NXCRecordFileCreation(const char *path, const char *mtimeText) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRecordDirectoryCreation(const char *path) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRecordFileDeletion(const char *path) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCRecordDirectoryDeletion(const char *path) NXC_NOEXCEPT;
+/* The zynet driver is not loaded by the library: both return false. */
+NXC_EXPORT bool NXCLoadZynetDriver(void) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCUnloadZynetDriver(void) NXC_NOEXCEPT;
 
 /* ======================================================================
  * Host platform layer: address and name utilities
@@ -341,8 +351,50 @@ NXC_EXPORT bool NXCIsValidIP(const char *text) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCMACStandardizeFormat(const char *text, char *buffer) NXC_NOEXCEPT; /* 18 bytes */
 NXC_EXPORT bool NXCIsValidMACAddr(const char *text) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCIsValidPrefix(const char *prefix) NXC_NOEXCEPT;
+/* A mask of contiguous ones leaving at least 8 host addresses (/1../29). */
+NXC_EXPORT bool NXCIsValidSubnetMask(const char *mask) NXC_NOEXCEPT;
+/* True when address & HOSTONLY_NETMASK == HOSTONLY_SUBNET of the vnet. */
+NXC_EXPORT bool NXCIPBelongsToSubnet(uint32_t vnet, const char *address) NXC_NOEXCEPT;
+/* Equal bit lengths and equal leading bits of two prefixes. */
+NXC_EXPORT bool NXCIsPrefixMatch(const uint8_t *prefixA, uint32_t bitsA, const uint8_t *prefixB,
+                                 uint32_t bitsB) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCValidateNetIDStruct(const NXC_NetID *netId) NXC_NOEXCEPT;
+/* "zynet<n>" (prefix in any case) to n; NXC_INVALID_VNET when not a vnet name. */
+#define NXC_INVALID_VNET 0xFFFFFFFFu
+NXC_EXPORT uint32_t NXCConvVnetNameToNum(const char *name) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCConvVnetNumToName(uint32_t vnet, char *buffer) NXC_NOEXCEPT; /* 20 bytes */
+/* subnet | ~mask, into 16 bytes. */
+NXC_EXPORT bool NXCGetBcastAddr(const char *subnet, const char *mask, char *buffer) NXC_NOEXCEPT;
+/* subnet + 1, the host's adapter address, into 16 bytes. */
+NXC_EXPORT bool NXCCalcVirtAdapAddr(const char *subnet, char *buffer) NXC_NOEXCEPT;
+
+/* ======================================================================
+ * Host platform layer: host adapters and the virtual host adapter
+ * ====================================================================== */
+
+/* Lists the host's named Ethernet links, in the kernel's order, as entries
+ * the caller frees with NXCFreeHostAdapList. */
+NXC_EXPORT bool NXCCreateHostAdapList(uint32_t *count, NXC_HostAdapter **head) NXC_NOEXCEPT;
 /* The host adapter list of the host layer: frees every entry; *head ends NULL. */
 NXC_EXPORT void NXCFreeHostAdapList(NXC_HostAdapter **head) NXC_NOEXCEPT;
+
+/* Results of NXCAdapterStatus. */
+#define NXC_ADAPTER_STATUS_ERROR 0u
+#define NXC_ADAPTER_STATUS_ABSENT 1u
+#define NXC_ADAPTER_STATUS_UP 2u
+#define NXC_ADAPTER_STATUS_DOWN 3u
+NXC_EXPORT uint32_t NXCAdapterStatus(const char *name) NXC_NOEXCEPT;
+/* Brings the vnet's virtual adapter up with its address, netmask and
+ * broadcast address; an adapter that is up already is left alone. */
+NXC_EXPORT bool NXCVirtAdapterEnable(uint32_t vnet) NXC_NOEXCEPT;
+/* Takes the vnet's virtual adapter down; its address stays. */
+NXC_EXPORT bool NXCVirtAdapterDisable(uint32_t vnet) NXC_NOEXCEPT;
+/* VIRTUAL_ADAPTER_ADDR of the vnet; when absent and computeIfAbsent, the
+ * first host address of HOSTONLY_SUBNET (not stored). */
+NXC_EXPORT bool NXCGetVnetVirtAdapterAddr(uint32_t vnet, char *buffer, size_t size,
+                                          bool computeIfAbsent) NXC_NOEXCEPT;
+/* False on this platform. */
+NXC_EXPORT bool NXCIsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
 
 NXC_END_DECLS
 

@@ -1,0 +1,74 @@
+// byte_buffer.cpp - a growable byte buffer, always NUL-terminated.
+#include "base/byte_buffer.h"
+
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace nxc {
+
+namespace {
+
+constexpr size_t kMinCapacity = 64;
+
+}  // namespace
+
+ByteBuffer::~ByteBuffer() { free(data_); }
+
+// Makes room for extra more bytes plus the terminating NUL.
+bool ByteBuffer::Reserve(size_t extra) noexcept {
+  if (extra > SIZE_MAX - size_ - 1) return false;
+  size_t needed = size_ + extra + 1;
+  if (needed <= capacity_) return true;
+  size_t capacity = capacity_ ? capacity_ : kMinCapacity;
+  while (capacity < needed) capacity = capacity > SIZE_MAX / 2 ? needed : capacity * 2;
+  char *data = static_cast<char *>(realloc(data_, capacity));
+  if (!data) return false;
+  data_ = data;
+  capacity_ = capacity;
+  return true;
+}
+
+bool ByteBuffer::Append(const void *data, size_t size) noexcept {
+  if (!Reserve(size)) return false;
+  if (size > 0) memcpy(data_ + size_, data, size);
+  size_ += size;
+  data_[size_] = '\0';
+  return true;
+}
+
+bool ByteBuffer::AppendString(const char *text) noexcept { return Append(text, strlen(text)); }
+
+bool ByteBuffer::AppendPrintf(const char *format, ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  va_list again;
+  va_copy(again, args);
+  int n = vsnprintf(nullptr, 0, format, args);
+  va_end(args);
+  bool ok = n >= 0 && Reserve(static_cast<size_t>(n));
+  if (ok) {
+    ok = vsnprintf(data_ + size_, capacity_ - size_, format, again) == n;
+    if (ok) size_ += static_cast<size_t>(n);
+    data_[size_] = '\0';
+  }
+  va_end(again);
+  return ok;
+}
+
+const char *ByteBuffer::Data() const noexcept { return data_ ? data_ : ""; }
+
+char *ByteBuffer::Release(size_t *size) noexcept {
+  if (!data_ && !Reserve(0)) return nullptr;
+  data_[size_] = '\0';
+  char *data = data_;
+  if (size) *size = size_;
+  data_ = nullptr;
+  size_ = 0;
+  capacity_ = 0;
+  return data;
+}
+
+}  // namespace nxc

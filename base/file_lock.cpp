@@ -1,0 +1,108 @@
+// file_lock.cpp - advisory, exclusive lock on a file across processes.
+//
+// The lock is an OFD lock: it belongs to the open file description made
+// here, so it conflicts with every other description of the file, including
+// ones in this very process, and closing some unrelated descriptor of the
+// file does not drop it. Classic fcntl locks have neither property.
+#include "base/file_lock.h"
+
+#include "base/mono_time.h"
+#include "base/unique_fd.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <time.h>
+
+#include <new>
+
+namespace nxc {
+
+struct FileLock {
+  int fd;
+};
+
+namespace {
+
+constexpr uint64_t kPollNanos = 10 * 1000 * 1000;  // 10 ms between attempts
+
+// One attempt on the whole file. True when taken; otherwise *busy tells a
+// lock held elsewhere (worth retrying) from a real failure (errno kept).
+bool TryLock(int fd, bool *busy) {
+  struct flock fl = {};
+  fl.l_type = F_WRLCK;
+  fl.l_whence = SEEK_SET;
+  fl.l_start = 0;
+  fl.l_len = 0;  // to the end of the file, however long it grows
+  for (;;) {
+    if (fcntl(fd, F_OFD_SETLK, &fl) == 0) return true;
+    if (errno == EINTR) continue;
+    *busy = errno == EAGAIN || errno == EACCES;
+    return false;
+  }
+}
+
+void SleepNanos(uint64_t nanos) {
+  struct timespec ts;
+  ts.tv_sec = static_cast<time_t>(nanos / 1000000000u);
+  ts.tv_nsec = static_cast<long>(nanos % 1000000000u);
+  // An interrupted sleep only makes the next attempt come sooner.
+  (void)nanosleep(&ts, nullptr);
+}
+
+}  // namespace
+
+FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept {
+  int ignored = 0;
+  if (!error) error = &ignored;
+  UniqueFd fd(open(path, O_RDWR | O_CLOEXEC));
+  if (!fd && (errno == EACCES || errno == EROFS)) {
+    // A file this process may only read can still be opened; the write
+    // lock on it then fails and that error is the one reported.
+    fd.reset(open(path, O_RDONLY | O_CLOEXEC));
+  }
+  if (!fd) {
+    *error = errno;
+    return nullptr;
+  }
+
+  uint64_t deadline = MonotonicNanos() + uint64_t{timeoutMs} * 1000000u;
+  for (;;) {
+    bool busy = false;
+    if (TryLock(fd.get(), &busy)) break;
+    if (!busy) {
+      *error = errno;
+      return nullptr;
+    }
+    uint64_t now = MonotonicNanos();
+    if (now >= deadline) {
+      *error = 0;
+      return nullptr;
+    }
+    uint64_t left = deadline - now;
+    SleepNanos(left < kPollNanos ? left : kPollNanos);
+  }
+
+  FileLock *lock = new (std::nothrow) FileLock;
+  if (!lock) {
+    *error = ENOMEM;
+    return nullptr;  // closing fd drops the lock again
+  }
+  lock->fd = fd.release();
+  return lock;
+}
+
+bool FileLockRelease(FileLock *lock, int *error) noexcept {
+  if (!lock) return true;
+  struct flock fl = {};
+  fl.l_type = F_UNLCK;
+  fl.l_whence = SEEK_SET;
+  bool ok = fcntl(lock->fd, F_OFD_SETLK, &fl) == 0;
+  int unlockError = errno;
+  // Closing the last descriptor of the description drops the lock anyway.
+  (void)close(lock->fd);
+  delete lock;
+  if (!ok && error) *error = unlockError;
+  return ok;
+}
+
+}  // namespace nxc

@@ -1,0 +1,219 @@
+// hash_table.cpp - chained hash tables keeping their entries in insertion
+// order.
+#include "base/hash_table.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
+
+namespace nxc {
+
+// One entry: its bucket chain link and its place in the listing order.
+struct HashTable::Node {
+  HashKey key;
+  uint32_t hash;
+  void *entry;
+  Node *chain;  // next node of the same bucket
+  Node *prev;   // listing order
+  Node *next;
+};
+
+namespace {
+
+// A table holds up to this many entries per bucket on average before it
+// doubles its bucket array.
+constexpr size_t kMaxLoad = 2;
+
+uint32_t HashString(const char *s) {
+  // 32-bit FNV-1a.
+  uint32_t h = 2166136261u;
+  if (!s) return h;  // a null key is a key of its own, not a crash
+  for (const unsigned char *p = reinterpret_cast<const unsigned char *>(s); *p; ++p) {
+    h ^= *p;
+    h *= 16777619u;
+  }
+  return h;
+}
+
+uint32_t HashNumber(uint64_t n) {
+  // The finaliser of splitmix64: every input bit affects every output bit,
+  // so sequential numbers (ports, vnet numbers) spread over all buckets.
+  n ^= n >> 30;
+  n *= 0xbf58476d1ce4e5b9ull;
+  n ^= n >> 27;
+  n *= 0x94d049bb133111ebull;
+  n ^= n >> 31;
+  return static_cast<uint32_t>(n ^ (n >> 32));
+}
+
+}  // namespace
+
+HashTable *HashTable::Create(Kind kind, uint32_t buckets, FreeEntryFn freeEntry) noexcept {
+  if (buckets == 0) buckets = 1;
+  HashTable *table = new (std::nothrow) HashTable;
+  if (!table) return nullptr;
+  table->buckets_ = static_cast<Node **>(calloc(buckets, sizeof(Node *)));
+  if (!table->buckets_) {
+    delete table;
+    return nullptr;
+  }
+  table->kind_ = kind;
+  table->bucketCount_ = buckets;
+  table->freeEntry_ = freeEntry;
+  return table;
+}
+
+void HashTable::Destroy(HashTable *table) noexcept { delete table; }
+
+HashTable::~HashTable() {
+  Node *node = first_;
+  while (node) {
+    Node *next = node->next;
+    if (freeEntry_) freeEntry_(node->entry);
+    free(node);
+    node = next;
+  }
+  free(buckets_);
+}
+
+uint32_t HashTable::HashOf(HashKey key) const noexcept {
+  return kind_ == Kind::kString ? HashString(key.str) : HashNumber(key.num);
+}
+
+bool HashTable::KeysEqual(HashKey a, HashKey b) const noexcept {
+  if (kind_ == Kind::kInteger) return a.num == b.num;
+  if (!a.str || !b.str) return a.str == b.str;
+  return strcmp(a.str, b.str) == 0;
+}
+
+HashTable::Node *HashTable::Find(HashKey key, uint32_t hash) const noexcept {
+  for (Node *node = buckets_[hash % bucketCount_]; node; node = node->chain) {
+    if (node->hash == hash && KeysEqual(node->key, key)) return node;
+  }
+  return nullptr;
+}
+
+HashTable::Node *HashTable::Unlink(HashKey key) noexcept {
+  uint32_t hash = HashOf(key);
+  Node **link = &buckets_[hash % bucketCount_];
+  while (*link && !((*link)->hash == hash && KeysEqual((*link)->key, key))) link = &(*link)->chain;
+  Node *node = *link;
+  if (!node) return nullptr;
+  *link = node->chain;
+  if (node->prev) {
+    node->prev->next = node->next;
+  } else {
+    first_ = node->next;
+  }
+  if (node->next) {
+    node->next->prev = node->prev;
+  } else {
+    last_ = node->prev;
+  }
+  --count_;
+  return node;
+}
+
+HashTable::Node *HashTable::Add(HashKey key, uint32_t hash, void *entry) noexcept {
+  Node *node = static_cast<Node *>(malloc(sizeof(Node)));
+  if (!node) return nullptr;
+  node->key = key;
+  node->hash = hash;
+  node->entry = entry;
+  Node **bucket = &buckets_[hash % bucketCount_];
+  node->chain = *bucket;
+  *bucket = node;
+  node->prev = last_;
+  node->next = nullptr;
+  if (last_) {
+    last_->next = node;
+  } else {
+    first_ = node;
+  }
+  last_ = node;
+  ++count_;
+  if (count_ > kMaxLoad * bucketCount_) Grow();
+  return node;
+}
+
+// Doubles the bucket array. When that is impossible the table keeps its
+// buckets and only gets slower, so a failure here is not reported.
+void HashTable::Grow() noexcept {
+  if (bucketCount_ > UINT32_MAX / 2) return;
+  uint32_t newCount = bucketCount_ * 2;
+  Node **newBuckets = static_cast<Node **>(calloc(newCount, sizeof(Node *)));
+  if (!newBuckets) return;
+  for (Node *node = first_; node; node = node->next) {
+    Node **bucket = &newBuckets[node->hash % newCount];
+    node->chain = *bucket;
+    *bucket = node;
+  }
+  free(buckets_);
+  buckets_ = newBuckets;
+  bucketCount_ = newCount;
+}
+
+bool HashTable::Insert(HashKey key, void *entry) noexcept {
+  uint32_t hash = HashOf(key);
+  if (Find(key, hash)) return false;
+  return Add(key, hash, entry) != nullptr;
+}
+
+void *HashTable::InsertOrLookup(HashKey key, void *entry, bool *inserted) noexcept {
+  uint32_t hash = HashOf(key);
+  if (Node *node = Find(key, hash)) {
+    if (inserted) *inserted = false;
+    return node->entry;
+  }
+  if (!Add(key, hash, entry)) return nullptr;
+  if (inserted) *inserted = true;
+  return entry;
+}
+
+bool HashTable::Delete(HashKey key) noexcept {
+  // Unlink first: the key usually lives inside the entry being freed.
+  Node *node = Unlink(key);
+  if (!node) return false;
+  if (freeEntry_) freeEntry_(node->entry);
+  free(node);
+  return true;
+}
+
+void *HashTable::Take(HashKey key) noexcept {
+  Node *node = Unlink(key);
+  if (!node) return nullptr;
+  void *entry = node->entry;
+  free(node);
+  return entry;
+}
+
+void *HashTable::Lookup(HashKey key) const noexcept {
+  Node *node = Find(key, HashOf(key));
+  return node ? node->entry : nullptr;
+}
+
+size_t HashTable::Count() const noexcept { return count_; }
+
+bool HashTable::Snapshot(void ***entries, size_t *count) const noexcept {
+  *entries = nullptr;
+  *count = 0;
+  if (count_ == 0) return true;
+  void **array = static_cast<void **>(malloc(count_ * sizeof(void *)));
+  if (!array) return false;
+  size_t i = 0;
+  for (Node *node = first_; node; node = node->next) array[i++] = node->entry;
+  *entries = array;
+  *count = i;
+  return true;
+}
+
+size_t HashTable::ForEach(VisitFn fn, void *context) const noexcept {
+  size_t failures = 0;
+  for (Node *node = first_; node; node = node->next) {
+    if (fn(node->key, node->entry, context) != 0) ++failures;
+  }
+  return failures;
+}
+
+}  // namespace nxc

@@ -1,0 +1,88 @@
+// log.cpp - the library's log: one line per message, with time and the
+// reporting function's name, written when the level is in the log mask.
+#include <string.h>
+#include <time.h>
+
+#include "base/str_util.h"
+#include "nexcfg_internal.h"
+
+NXCContext nxcContext = {0, 0, nullptr};
+
+namespace {
+
+constexpr uint32_t kDefaultLogLevel = 0x19;
+constexpr uint32_t kMaxLogLevel = 0x7F;
+
+// "Mar 04 17:05:09", or "" when the time cannot be formatted in 15 chars.
+void FormatLogTime(char (&out)[16]) {
+  time_t now = time(nullptr);
+  struct tm local;
+  size_t n = 0;
+  if (localtime_r(&now, &local)) n = strftime(out, sizeof out, "%b %d %T", &local);
+  if (n == 0 || n > 15) out[0] = '\0';
+}
+
+}  // namespace
+
+extern "C" void NXCVLog(uint32_t level, const char *fn, const char *format,
+                        va_list args) noexcept {
+  FILE *stream = nxcContext.logStream;
+  if ((level & nxcContext.logMask) == 0 || !stream) return;
+  char when[16];
+  FormatLogTime(when);
+  // Write errors are ignored: logging never fails towards its caller.
+  (void)fprintf(stream, "%s ", when);
+  if (fn) (void)fprintf(stream, "%s - ", fn);
+  (void)vfprintf(stream, format, args);
+  (void)fputc('\n', stream);
+  (void)fflush(stream);
+}
+
+extern "C" void NXCLog(uint32_t level, const char *fn, const char *format, ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  NXCVLog(level, fn, format, args);
+  va_end(args);
+}
+
+extern "C" bool NXCGetLogPath(char *buffer, size_t size) noexcept {
+  const char *path = nullptr;
+  if (!NXCNetCfgGetAnswerString(nullptr, "NXC_LOG_FILE", &path)) return false;
+  if (strlen(path) >= size) return false;
+  memcpy(buffer, path, strlen(path) + 1);
+  return true;
+}
+
+extern "C" bool NXCSetVnetCfgLogLevel(int32_t level) noexcept {
+  char text[11];
+  (void)nxc::BoundedPrint(text, sizeof text, "0x%x", static_cast<unsigned>(level));
+  return NXCNetCfgAddAnswerString(nullptr, "NXC_LOGLEVEL", text);
+}
+
+extern "C" uint32_t NXCGetVnetCfgLogLevel(void) noexcept {
+  int32_t level = 0;
+  if (!NXCNetCfgGetAnswerInt32(nullptr, "NXC_LOGLEVEL", &level)) return kDefaultLogLevel;
+  if (level < 0) return kDefaultLogLevel;
+  // Values above the highest level are kept: the mask is only a bit set.
+  return static_cast<uint32_t>(level);
+}
+
+// The four log-level calls run outside the API call frame and work whether
+// or not the library is loaded; the stored level needs a loaded database.
+extern "C" bool NXC_SetDefaultLogLevel(uint32_t level) noexcept {
+  if (level > kMaxLogLevel) {
+    NXCLog(LOG_ERR, "NXC_SetDefaultLogLevel", "Invalid log level: %x, max log level: %x", level,
+           kMaxLogLevel);
+    return false;
+  }
+  return NXCSetVnetCfgLogLevel(static_cast<int32_t>(level));
+}
+
+extern "C" uint32_t NXC_GetDefaultLogLevel(void) noexcept { return NXCGetVnetCfgLogLevel(); }
+
+extern "C" bool NXC_SetCurrentLogLevel(uint32_t level) noexcept {
+  nxcContext.logMask = level;
+  return true;
+}
+
+extern "C" uint32_t NXC_GetCurrentLogLevel(void) noexcept { return nxcContext.logMask; }

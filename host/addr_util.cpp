@@ -1,0 +1,208 @@
+// addr_util.cpp - conversions and validators for IPv4 addresses and masks,
+// MAC addresses, IPv6 prefixes, vnet names and network identifiers.
+//
+// Every layer that reads or writes an address goes through these, so what
+// they accept is what the whole library accepts. IPv4 addresses in integer
+// form are host-order words whose top byte is the first dotted component.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include <cstddef>
+
+#include "base/str_util.h"
+#include "core/api_frame.h"
+#include "host/vnet_accessors_fwd.h"
+#include "nexcfg_internal.h"
+
+static_assert(sizeof(NXC_NetID) == 28);
+static_assert(offsetof(NXC_NetID, version) == 0);
+static_assert(offsetof(NXC_NetID, type) == 4);
+static_assert(offsetof(NXC_NetID, vnet) == 8);
+
+namespace {
+
+constexpr size_t kIPTextSize = 16;
+constexpr size_t kMACTextSize = 18;
+constexpr size_t kVnetNameSize = 20;
+constexpr char kVnetPrefix[] = "zynet";
+constexpr uint32_t kMaxVnet = NXC_NUM_VNETS - 1;
+constexpr uint32_t kSmallestMask = 0xFFFFFFF8u;  // a /29: 8 addresses
+constexpr long kMinPrefixBits = 32;
+constexpr long kMaxPrefixBits = 96;
+
+// Text to integer for the callers that do not check the conversion: a text
+// that does not convert (NXCIPStr2Int logs why) counts as 0.
+uint32_t IPOrZero(const char *text) {
+  uint32_t address = 0;
+  (void)NXCIPStr2Int(text, &address);
+  return address;
+}
+
+}  // namespace
+
+extern "C" bool NXCIPStr2Int(const char *text, uint32_t *address) noexcept {
+  static constexpr char kFn[] = "NXCIPStr2Int";
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  char trailing = '\0';
+  // A fifth conversion means text after the last number: rejected.
+  int scanned = text ? sscanf(text, "%3u.%3u.%3u.%3u%c", &a, &b, &c, &d, &trailing) : -1;
+  if (scanned != 4) {
+    NXCLog(LOG_ERR, kFn, "sscanf failed");
+    return false;
+  }
+  if (a > 255 || b > 255 || c > 255 || d > 255) {
+    NXCLog(LOG_ERR, kFn, "Invalid values: %u, %u, %u, %u", a, b, c, d);
+    return false;
+  }
+  if (address) *address = a << 24 | b << 16 | c << 8 | d;
+  return true;
+}
+
+extern "C" bool NXCIPInt2Str(uint32_t address, char *buffer) noexcept {
+  if (!buffer) return true;
+  (void)snprintf(buffer, kIPTextSize, "%u.%u.%u.%u", address >> 24, (address >> 16) & 0xFF,
+                 (address >> 8) & 0xFF, address & 0xFF);
+  return true;
+}
+
+extern "C" bool NXCIsValidIP(const char *text) noexcept {
+  uint32_t scratch = 0;
+  return NXCIPStr2Int(text, &scratch);
+}
+
+extern "C" bool NXCIsValidSubnetMask(const char *mask) noexcept {
+  static constexpr char kFn[] = "NXCIsValidSubnetMask";
+  uint32_t value = 0;
+  if (!NXCIPStr2Int(mask, &value)) {
+    NXCLog(LOG_ERR, kFn, "Could not convert mask to integer: %s", nxc::SafeStr(mask));
+    return false;
+  }
+  if (value == 0 || value > kSmallestMask) {
+    NXCLog(LOG_ERR, kFn, "The subnet is too small, we need at least 8 hosts");
+    return false;
+  }
+  for (int shifts = 0; shifts < 32 && (value & 1) == 0; ++shifts) value >>= 1;
+  if (((value + 1) & value) != 0) {
+    NXCLog(LOG_ERR, kFn, "Mask is not a contiguous string of 1s: %x", value);
+    return false;
+  }
+  return true;
+}
+
+extern "C" bool NXCMACStandardizeFormat(const char *text, char *buffer) noexcept {
+  static constexpr char kFn[] = "NXCMACStandardizeFormat";
+  unsigned b[6] = {};
+  char trailing = '\0';
+  int scanned = text ? sscanf(text, "%2x:%2x:%2x:%2x:%2x:%2x%c", &b[0], &b[1], &b[2], &b[3],
+                              &b[4], &b[5], &trailing)
+                     : -1;
+  if (scanned != 6) {
+    NXCLog(LOG_ERR, kFn, "sscanf failed, scanned %d elements", scanned);
+    return false;
+  }
+  if (buffer)
+    (void)snprintf(buffer, kMACTextSize, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", b[0], b[1], b[2], b[3],
+                   b[4], b[5]);
+  return true;
+}
+
+extern "C" bool NXCIsValidMACAddr(const char *text) noexcept {
+  char scratch[kMACTextSize];
+  return NXCMACStandardizeFormat(text, scratch);
+}
+
+extern "C" bool NXCIPBelongsToSubnet(uint32_t vnet, const char *address) noexcept {
+  static constexpr char kFn[] = "NXCIPBelongsToSubnet";
+  char subnet[kIPTextSize] = "";
+  char mask[kIPTextSize] = "";
+  if (!NXCGetVnetSubnetAddr(vnet, subnet, sizeof subnet) ||
+      !NXCGetVnetSubnetMask(vnet, mask, sizeof mask)) {
+    NXCLog(LOG_ERR, kFn, "Getting subnet address failed");
+    return false;
+  }
+  // The stored subnet is compared as stored, without masking it first.
+  return (IPOrZero(address) & IPOrZero(mask)) == IPOrZero(subnet);
+}
+
+extern "C" bool NXCIsValidPrefix(const char *prefix) noexcept {
+  static constexpr char kFn[] = "NXCIsValidPrefix";
+  const char *slash = prefix ? strchr(prefix, '/') : nullptr;
+  if (!slash) return false;
+  // Only the length is checked; the address before the slash is not.
+  long bits = strtol(slash + 1, nullptr, 10);
+  if (bits < kMinPrefixBits || bits > kMaxPrefixBits) {
+    NXCLog(LOG_ERR, kFn, "Non valid prefix");
+    return false;
+  }
+  return true;
+}
+
+extern "C" bool NXCIsPrefixMatch(const uint8_t *prefixA, uint32_t bitsA, const uint8_t *prefixB,
+                                 uint32_t bitsB) noexcept {
+  static constexpr char kFn[] = "NXCIsPrefixMatch";
+  bool match = bitsA == bitsB && prefixA && prefixB;
+  if (match) {
+    uint32_t whole = bitsA / 8;
+    uint32_t rest = bitsA % 8;
+    match = memcmp(prefixA, prefixB, whole) == 0;
+    if (match && rest != 0)
+      match = (prefixA[whole] >> (8 - rest)) == (prefixB[whole] >> (8 - rest));
+  }
+  if (!match) NXCLog(LOG_ERR, kFn, "Prefix not match");
+  return match;
+}
+
+extern "C" bool NXCValidateNetIDStruct(const NXC_NetID *netId) noexcept {
+  static constexpr char kFn[] = "NXCValidateNetIDStruct";
+  if (!netId) return false;
+  if (netId->version != NXC_NETID_VERSION) {
+    NXCLog(LOG_ERR, kFn, "Unsupported network ID version: %u", netId->version);
+    return false;
+  }
+  if (netId->type != NXC_NETID_TYPE_VNET) {
+    NXCLog(LOG_ERR, kFn, "Non vnet network not supported");
+    return false;
+  }
+  // All ones is accepted; each caller gives it its own meaning.
+  if (netId->vnet > kMaxVnet && netId->vnet != NXC_INVALID_VNET) {
+    NXCLog(LOG_ERR, kFn, "Invalid vnet number: %d", (int)netId->vnet);
+    return false;
+  }
+  return true;
+}
+
+extern "C" uint32_t NXCConvVnetNameToNum(const char *name) noexcept {
+  constexpr size_t kPrefixLen = sizeof kVnetPrefix - 1;
+  if (!name || strncasecmp(name, kVnetPrefix, kPrefixLen) != 0) return NXC_INVALID_VNET;
+  const char *p = name + kPrefixLen;
+  uint32_t value = 0;
+  bool anyDigit = false;
+  // Stops once the value is out of range, so long digit runs cannot wrap.
+  for (; *p >= '0' && *p <= '9' && value <= kMaxVnet; ++p) {
+    value = value * 10 + (uint32_t)(*p - '0');
+    anyDigit = true;
+  }
+  if (!anyDigit || *p != '\0' || value > kMaxVnet) return NXC_INVALID_VNET;
+  return value;
+}
+
+extern "C" bool NXCConvVnetNumToName(uint32_t vnet, char *buffer) noexcept {
+  if (vnet > kMaxVnet || !buffer) return false;
+  return nxc::BoundedPrint(buffer, kVnetNameSize, "%s%d", kVnetPrefix, (int)vnet) >= 0;
+}
+
+extern "C" bool NXCGetBcastAddr(const char *subnet, const char *mask, char *buffer) noexcept {
+  static constexpr char kFn[] = "NXCGetBcastAddr";
+  if (!subnet || !mask || !buffer) {
+    NXCLog(LOG_ERR, kFn, "Invalid arguments");
+    return false;
+  }
+  return NXCIPInt2Str(IPOrZero(subnet) | ~IPOrZero(mask), buffer);
+}
+
+extern "C" bool NXCCalcVirtAdapAddr(const char *subnet, char *buffer) noexcept {
+  if (!buffer) return false;
+  return NXCIPInt2Str(IPOrZero(subnet) + 1, buffer);
+}

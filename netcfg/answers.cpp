@@ -1,0 +1,247 @@
+// answers.cpp - the answer store: key/value settings of the database, each
+// change appended to the database file at once and undone in the cache when
+// the write fails.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "base/str_util.h"
+#include "base/unique_fd.h"
+#include "core/api_frame.h"
+#include "netcfg/netcfg_priv.h"
+
+namespace nxc {
+
+namespace {
+
+constexpr uint32_t kAnswerBuckets = 512;
+
+// The entry of key, or null. A missing cache is reported with the caller's
+// name; a missing table or key is not reported.
+NetworkConfigDictionaryEntry *FindAnswer(const char *fn, NXCNetworkConfigurationDB *cache,
+                                         const char *key) {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db) {
+    NXCLog(LOG_ERR, fn, "Database cache is not loaded");
+    return nullptr;
+  }
+  if (!db->answers || !key) return nullptr;
+  return static_cast<NetworkConfigDictionaryEntry *>(db->answers->Lookup(StrKey(key)));
+}
+
+}  // namespace
+
+void NetCfgFreeEntry(void *p) {
+  auto *entry = static_cast<NetworkConfigDictionaryEntry *>(p);
+  if (!entry) {
+    // Deliberately logged: a null entry means a caller bug.
+    NXCLog(LOG_ERR, "NetCfgFreeEntry", "Invalid arguments");
+    return;
+  }
+  free(entry->key);
+  free(entry->value);
+  free(entry);
+}
+
+bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
+  static constexpr char kFn[] = "NetCfgHashAddAnswer";
+  if (!*table) {
+    *table = HashTable::Create(HashTable::Kind::kString, kAnswerBuckets, NetCfgFreeEntry);
+    if (!*table) {
+      NXCLog(LOG_ERR, kFn, "Failed to allcoate hash table");  // sic
+      return false;
+    }
+  }
+  auto *entry =
+      static_cast<NetworkConfigDictionaryEntry *>(calloc(1, sizeof(NetworkConfigDictionaryEntry)));
+  if (!entry) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "Failed to allocate memory for NetworkConfigDictionaryEntry, error: %s",
+           strerror(err));
+    return false;
+  }
+  entry->key = strdup(key);
+  entry->value = strdup(value);
+  if (!entry->key || !entry->value) {
+    NXCLog(LOG_ERR, kFn, "strdup failed, possibly because of no memory");
+    NetCfgFreeEntry(entry);
+    return false;
+  }
+  bool inserted = false;
+  auto *existing = static_cast<NetworkConfigDictionaryEntry *>(
+      (*table)->InsertOrLookup(StrKey(entry->key), entry, &inserted));
+  if (!existing) {
+    NXCLog(LOG_ERR, kFn, "Failed to insert entry into hash table");
+    NetCfgFreeEntry(entry);
+    return false;
+  }
+  if (inserted) return true;
+  // The existing entry, and its key, stay; only the value moves over.
+  free(existing->value);
+  existing->value = entry->value;
+  entry->value = nullptr;
+  NetCfgFreeEntry(entry);
+  return true;
+}
+
+namespace {
+
+// Puts the answer's previous state back after a failed change: removes a
+// new key, or sets the old value again (as a restoring change, which does
+// not roll back itself).
+bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value,
+                              bool restoring);
+
+void RollbackAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *newValue,
+                    const char *oldValue, bool restoring) {
+  static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
+  if (restoring) return;
+  if (!oldValue) {
+    if (!NXCNetCfgRemoveAnswer(db, key))
+      NXCLog(LOG_ERR, kFn, "Failed to remove newly added record, %s:%s", key, newValue);
+    return;
+  }
+  if (!NetCfgAddAnswerStringInt(db, key, oldValue, /*restoring=*/true))
+    NXCLog(LOG_ERR, kFn, "Failed to restore previous values %s:%s", key, oldValue);
+}
+
+// The worker of the add calls: sets key to value in the cache, then appends
+// "remove_answer" (when the key had a value) and "answer" to the file.
+bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value,
+                              bool restoring) {
+  static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
+  const char *current = nullptr;
+  bool hadValue = NXCNetCfgGetAnswerString(db, key, &current);
+  CPtr<char> addRecord(AllocPrint("answer %s %s\n", key, value));
+  CPtr<char> removeRecord(hadValue ? AllocPrint("remove_answer %s\n", key) : nullptr);
+  CPtr<char> oldValue(hadValue ? strdup(current) : nullptr);
+  if (!addRecord || (hadValue && (!removeRecord || !oldValue))) {
+    NXCLog(LOG_ERR, kFn, "Memory allocation failed: a: %p, d: %p, o: %p", (void *)addRecord.get(),
+           (void *)removeRecord.get(), (void *)oldValue.get());
+    return false;  // nothing changed yet, so there is nothing to undo
+  }
+  if (!NetCfgHashAddAnswer(&db->answers, key, value)) {
+    NXCLog(LOG_ERR, kFn, "Failed to add %s:%s to hash table", key, value);
+    RollbackAnswer(db, key, value, oldValue.get(), restoring);
+    return false;
+  }
+  int err = 0;
+  if (hadValue && !db->readOnly && !AppendToDatabase(db, removeRecord.get(), &err)) {
+    NXCLog(LOG_ERR, kFn, "Failed to remove: %s from database file, error: %s", key, strerror(err));
+    RollbackAnswer(db, key, value, oldValue.get(), restoring);
+    return false;
+  }
+  if (!db->readOnly && !AppendToDatabase(db, addRecord.get(), &err)) {
+    NXCLog(LOG_ERR, kFn, "Failed to write to %s:%s to database file, error: %s", key, value,
+           strerror(err));
+    RollbackAnswer(db, key, value, oldValue.get(), restoring);
+    return false;
+  }
+  db->changed = true;
+  return true;
+}
+
+}  // namespace
+
+}  // namespace nxc
+
+using namespace nxc;
+
+extern "C" bool NXCNetCfgGetAnswerString(NXCNetworkConfigurationDB *cache, const char *key,
+                                         const char **value) noexcept {
+  NetworkConfigDictionaryEntry *entry = FindAnswer(__func__, cache, key);
+  if (!entry) return false;
+  *value = entry->value;
+  return true;
+}
+
+extern "C" bool NXCNetCfgGetAnswerInt32(NXCNetworkConfigurationDB *cache, const char *key,
+                                        int32_t *value) noexcept {
+  if (!ResolveCache(cache)) {
+    NXCLog(LOG_ERR, __func__, "Database cache is not loaded");
+    return false;
+  }
+  NetworkConfigDictionaryEntry *entry = FindAnswer(__func__, cache, key);
+  if (!entry) {
+    NXCLog(LOG_INFO, __func__, "Value not found for key: %s", SafeStr(key));
+    return false;
+  }
+  if (!StrToInt32(entry->value, value)) {
+    NXCLog(LOG_ERR, __func__, "Failed to convert value to integer: %s = %s", key,
+           entry->value ? entry->value : "null");
+    return false;
+  }
+  return true;
+}
+
+extern "C" bool NXCNetCfgGetAnswerBool(NXCNetworkConfigurationDB *cache, const char *key,
+                                       bool *value) noexcept {
+  NetworkConfigDictionaryEntry *entry = FindAnswer(__func__, cache, key);
+  if (!entry) return false;
+  *value = strcasecmp(entry->value, "yes") == 0;
+  return true;
+}
+
+extern "C" bool NXCNetCfgAddAnswerString(NXCNetworkConfigurationDB *cache, const char *key,
+                                         const char *value) noexcept {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db) {
+    NXCLog(LOG_ERR, __func__, "Database cache is not loaded");
+    return false;
+  }
+  if (!key || !value) {
+    NXCLog(LOG_ERR, __func__, "Invalid arguments");
+    return false;
+  }
+  return NetCfgAddAnswerStringInt(db, key, value, /*restoring=*/false);
+}
+
+extern "C" bool NXCNetCfgAddAnswerInt32(NXCNetworkConfigurationDB *cache, const char *key,
+                                        int32_t value) noexcept {
+  char text[16];
+  (void)BoundedPrint(text, sizeof text, "%d", value);
+  return NXCNetCfgAddAnswerString(cache, key, text);
+}
+
+extern "C" bool NXCNetCfgAddAnswerBool(NXCNetworkConfigurationDB *cache, const char *key,
+                                       bool value) noexcept {
+  bool current = false;  // an absent answer counts as "no"
+  if (!NXCNetCfgGetAnswerBool(cache, key, &current)) current = false;
+  if (current == value) return true;
+  return NXCNetCfgAddAnswerString(cache, key, value ? "yes" : "no");
+}
+
+extern "C" bool NXCNetCfgRemoveAnswer(NXCNetworkConfigurationDB *cache, const char *key) noexcept {
+  static constexpr char kFn[] = "NXCNetCfgRemoveAnswer";
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db) {
+    NXCLog(LOG_ERR, kFn, "Database cache is not loaded");
+    return false;
+  }
+  NetworkConfigDictionaryEntry *entry = FindAnswer(kFn, db, key);
+  if (!entry) return true;
+  // key may be the entry's own text, which the removal frees.
+  CPtr<char> keyCopy(strdup(key));
+  CPtr<char> record(AllocPrint("remove_answer %s\n", key));
+  CPtr<char> oldValue(strdup(entry->value));
+  if (!keyCopy || !record || !oldValue) {
+    NXCLog(LOG_ERR, kFn, "Memory allocation failed: d: %p, o: %p", (void *)record.get(),
+           (void *)oldValue.get());
+    return false;
+  }
+  key = keyCopy.get();
+  if (!db->answers->Delete(StrKey(key))) {
+    NXCLog(LOG_ERR, kFn, "Failed to remove \"%s\" from hash table", key);
+  } else {
+    int err = 0;
+    if (db->readOnly || AppendToDatabase(db, record.get(), &err)) {
+      db->changed = true;
+      return true;
+    }
+    NXCLog(LOG_ERR, kFn, "Failed to remove \"%s\" in database file", key);
+  }
+  if (!NetCfgHashAddAnswer(&db->answers, key, oldValue.get()))
+    NXCLog(LOG_ERR, kFn, "Restoring %s:%s failed in hash table", key, oldValue.get());
+  return false;
+}

@@ -1,0 +1,300 @@
+// writeback.cpp - writing records out: one record appended by a change, the
+// compact rewrite of the whole database, and freeing a cache (which writes a
+// changed database back first).
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/byte_buffer.h"
+#include "base/str_util.h"
+#include "base/unique_fd.h"
+#include "netcfg/netcfg_priv.h"
+
+namespace nxc {
+
+namespace {
+
+constexpr char kTempPattern[] = "/etc/zymtra/.networking.XXXXXX";
+
+// The entries of one table in listing order (a malloc'd array, null when
+// the table is empty or missing). False when memory runs out.
+bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
+  *entries = nullptr;
+  *count = 0;
+  return !table || table->Snapshot(entries, count);
+}
+
+template <class Entry, class Less>
+void SortEntries(void **entries, size_t count, Less less) {
+  std::sort(entries, entries + count, [&](void *a, void *b) {
+    return less(*static_cast<const Entry *>(a), *static_cast<const Entry *>(b));
+  });
+}
+
+// Where the rewrite puts each record: a file (through
+// NetCfgWriteRecordToConfig) or a buffer (through NetCfgWriteRecord).
+struct RecordSink {
+  NXCNetworkConfigurationDB *cache;
+  FILE *stream;       // file sink
+  ByteBuffer *buffer;  // buffer sink
+};
+
+// Formats one record into the buffer; the failure flag as result.
+int NetCfgWriteRecord(ByteBuffer *buffer, uint32_t type, const void *entry) {
+  if (type == NXC_REC_ANSWER &&
+      strcmp(static_cast<const NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0)
+    return 0;
+  CPtr<char> text(FormatRecord(type, entry));
+  return text && buffer->AppendString(text.get()) ? 0 : 1;
+}
+
+int WriteOne(const RecordSink &sink, uint32_t type, void *entry) {
+  if (sink.buffer) return NetCfgWriteRecord(sink.buffer, type, entry);
+  RecordWriterContext ctx = {type, sink.cache, sink.stream, 0};
+  return NetCfgWriteRecordToConfig(NumKey(0), entry, &ctx);
+}
+
+// Writes one group of entries; logs and fails on the first bad record.
+bool WriteGroup(const RecordSink &sink, uint32_t type, void **entries, size_t count,
+                size_t *written, const char *fn) {
+  for (size_t i = 0; i < count; ++i) {
+    if (WriteOne(sink, type, entries[i]) != 0) {
+      NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
+      return false;
+    }
+  }
+  *written += count;
+  return true;
+}
+
+// Lists, sorts and writes the entries of one table.
+template <class Entry, class Less>
+bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, Less less,
+                size_t *written, const char *fn) {
+  void **entries = nullptr;
+  size_t count = 0;
+  if (!ListEntries(table, &entries, &count)) {
+    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", type);
+    return false;
+  }
+  CPtr<void *> owner(entries);
+  SortEntries<Entry>(entries, count, less);
+  return WriteGroup(sink, type, entries, count, written, fn);
+}
+
+bool ByHostPort(const NATPortFwdEntry &a, const NATPortFwdEntry &b) {
+  return a.vnet != b.vnet ? a.vnet < b.vnet : a.hostPort < b.hostPort;
+}
+
+// Every answer and every "add_" record except NAT prefixes: answers by key;
+// then per vnet its TCP forwards, its UDP forwards (by host port) and its
+// DHCP mappings (table order); then bridge mappings by vnet and adapter.
+// NAT prefixes live only in the appended journal, so a rewrite drops them.
+bool WriteAllRecords(const RecordSink &sink, const char *fn) {
+  NXCNetworkConfigurationDB *db = sink.cache;
+  size_t answers = 0;
+  if (!WriteTable<NetworkConfigDictionaryEntry>(
+          sink, NXC_REC_ANSWER, db->answers,
+          [](const auto &a, const auto &b) { return strcmp(a.key, b.key) < 0; }, &answers, fn))
+    return false;
+  NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file", NXC_REC_ANSWER,
+         answers);
+  size_t forwards = 0;
+  size_t mappings = 0;
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet) {
+    if (const NATVnetPortFwdConfig *fwd = db->portFwd[vnet]) {
+      if (!WriteTable<NATPortFwdEntry>(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->tcp.table, ByHostPort,
+                                       &forwards, fn) ||
+          !WriteTable<NATPortFwdEntry>(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->udp.table, ByHostPort,
+                                       &forwards, fn))
+        return false;
+    }
+    if (!WriteTable<DHCPMACToIPEntry>(
+            sink, NXC_REC_ADD_DHCP_MAC_TO_IP, db->dhcp[vnet].table,
+            [](const auto &, const auto &) { return false; }, &mappings, fn))
+      return false;
+  }
+  NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
+         NXC_REC_ADD_NAT_PORTFWD, forwards);
+  NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
+         NXC_REC_ADD_DHCP_MAC_TO_IP, mappings);
+  size_t bridges = 0;
+  if (!WriteTable<BridgeMappingEntry>(
+          sink, NXC_REC_ADD_BRIDGE_MAPPING, db->bridgeMappings.table,
+          [](const auto &a, const auto &b) {
+            return a.vnet != b.vnet ? a.vnet < b.vnet : strcmp(a.adapter, b.adapter) < 0;
+          },
+          &bridges, fn))
+    return false;
+  NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
+         NXC_REC_ADD_BRIDGE_MAPPING, bridges);
+  return true;
+}
+
+// The last unload's rewrite: the whole database into a temporary file
+// beside it, then renamed over it. Failures are logged only.
+void RewriteDatabase(NXCNetworkConfigurationDB *db, const char *fn) {
+  char tempPath[sizeof kTempPattern];
+  memcpy(tempPath, kTempPattern, sizeof kTempPattern);
+  UniqueFd fd(mkostemp(tempPath, O_CLOEXEC));
+  if (!fd) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Failed to create temporary backup file, error: %s", strerror(err));
+    return;
+  }
+  struct stat st;
+  if (stat(db->path, &st) != 0 || fchmod(fd.get(), st.st_mode & 07777) != 0)
+    NXCLog(LOG_ERR, fn, "Failed to change permissions on backup file: %s", tempPath);
+  fd.reset();
+  if (!NetCfgWriteDatabaseFile(db, tempPath, db->backup)) {
+    NXCLog(LOG_ERR, fn, "Failed to write to temp database file: %s", tempPath);
+    (void)unlink(tempPath);
+    return;
+  }
+  if (rename(tempPath, db->path) != 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Failed to reame: %s to %s, error: %s", tempPath, db->path,  // sic
+           strerror(err));
+    (void)unlink(tempPath);
+    return;
+  }
+  NXCLog(LOG_INFO2, fn, "Renamed temp file: %s to %s", tempPath, db->path);
+}
+
+void FreeTables(NXCNetworkConfigurationDB *db) {
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
+    (void)NXCNetCfgRemoveAllNATPortFwd(db, vnet, true, true, /*writeRecords=*/false);
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
+    (void)NXCNetCfgRemoveAllDHCPMACToIPMapping(db, vnet, /*writeRecords=*/false);
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
+    (void)NXCNetCfgRemoveAllNATPrefix(db, vnet, /*writeRecords=*/false);
+  RecordTableDestroy(&db->bridgeMappings);
+  HashTable::Destroy(db->answers);
+  db->answers = nullptr;
+}
+
+}  // namespace
+
+int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
+  static constexpr char kFn[] = "NetCfgWriteRecordToConfig";
+  auto *ctx = static_cast<RecordWriterContext *>(context);
+  if (!ctx || !ctx->cache || !ctx->stream) {
+    NXCLog(LOG_ERR, kFn, "Invalid formatter context parameter or invalid contents");
+    return 1;
+  }
+  if (!entry) {
+    NXCLog(LOG_ERR, kFn, "Invalid configuration record data parameter");
+    return 1;
+  }
+  if (ctx->type >= NXC_REC_ADD_NAT_PREFIX || ctx->type == 0) {
+    NXCLog(LOG_ERR, kFn, "Invalid record type: %u", ctx->type);
+    return 1;
+  }
+  // BINDIR comes from the product configuration file at every load.
+  if (ctx->type == NXC_REC_ANSWER &&
+      strcmp(static_cast<NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0)
+    return 0;
+  CPtr<char> text(FormatRecord(ctx->type, entry));
+  if (!text) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "Memory allocation failure, error: %s", strerror(err));
+    return 1;
+  }
+  if (!AppendToStream(ctx->stream, text.get(), &ctx->error)) {
+    NXCLog(LOG_ERR, kFn, "Failed to write record to database file: %s", text.get());
+    return 1;
+  }
+  ctx->cache->changed = true;
+  return 0;
+}
+
+bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup) {
+  static constexpr char kFn[] = "NetCfgWriteDatabaseFile";
+  if (!NXCNetCfgCreateDB(path, backup)) {
+    NXCLog(LOG_ERR, kFn, "Failed to create/initialize database %sfile: %s", backup ? "backup " : "",
+           path);
+    return false;
+  }
+  UniqueFile stream(fopen(path, "ae"));
+  if (!stream) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "Failed to open database file for writing, error: %s", strerror(err));
+    return false;
+  }
+  RecordSink sink = {db, stream.get(), nullptr};
+  if (!WriteAllRecords(sink, kFn)) return false;
+  if (fclose(stream.release()) != 0) {
+    NXCLog(LOG_ERR, kFn, "Failed to write record of type: %u to  database file",  // sic
+           NXC_REC_ADD_BRIDGE_MAPPING);
+    return false;
+  }
+  return true;
+}
+
+bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
+  RecordSink sink = {db, nullptr, buffer};
+  return !WriteAllRecords(sink, "NetCfgWriteDatabaseToBuffer");
+}
+
+}  // namespace nxc
+
+using namespace nxc;
+
+extern "C" bool NXCNetCfgCreateDB(const char *path, bool backup) noexcept {
+  static constexpr char kFn[] = "NXCNetCfgCreateDB";
+  if (!path || !NXCCreateFile(-1, NXC_FILE_CUSTOM, path)) {
+    NXCLog(LOG_ERR, kFn, "Failed to create file: %s", path ? path : "");
+    return false;
+  }
+  FILE *stream = fopen(path, "we");
+  if (!stream) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "Failed to open file: %s, error: %s", path, strerror(err));
+    (void)NXCRemoveFile(-1, NXC_FILE_CUSTOM, path);
+    return false;
+  }
+  bool written = fprintf(stream, "%s=%u,%u\n", backup ? "BACKUP_VERSION" : "VERSION", 1u, 0u) > 0;
+  int err = errno;
+  written = fclose(stream) == 0 && written;
+  if (!written) {
+    NXCLog(LOG_ERR, kFn, "Failed to write initialization data into file: %serror: %s",  // sic
+           path, strerror(err));
+    (void)NXCRemoveFile(-1, NXC_FILE_CUSTOM, path);
+    return false;
+  }
+  NXCLog(LOG_INFO2, kFn, "Created and initialized database %sfile: %s", backup ? "backup " : "",
+         path);
+  return true;
+}
+
+extern "C" bool NXCNetCfgUnload(NXCNetworkConfigurationDB **cachePointer, bool writeBack) noexcept {
+  static constexpr char kFn[] = "NXCNetCfgUnload";
+  NXCNetworkConfigurationDB *db = cachePointer ? *cachePointer : gDefaultCache;
+  if (!db) {
+    NXCLog(LOG_ERR, kFn, "Requested cache is not loaded");
+    return true;
+  }
+  if (db->stream) {
+    (void)fclose(db->stream);
+    db->stream = nullptr;
+  }
+  if (writeBack && db->changed && !db->readOnly) RewriteDatabase(db, kFn);
+  if (db->lock) {
+    int err = 0;
+    (void)FileLockRelease(db->lock, &err);
+    db->lock = nullptr;
+  }
+  bool isDefault = db == gDefaultCache;
+  FreeTables(db);
+  free(db->path);
+  free(db);
+  nxcDefaultBridgeVnet = -100;  // not known until read again
+  if (cachePointer) *cachePointer = nullptr;
+  if (isDefault) gDefaultCache = nullptr;
+  return true;
+}

@@ -1,0 +1,558 @@
+// base_test.cpp - the platform helpers under base/.
+#include "base/byte_buffer.h"
+#include "base/config_file.h"
+#include "base/file_lock.h"
+#include "base/hash_table.h"
+#include "base/line_reader.h"
+#include "base/mono_time.h"
+#include "base/random.h"
+#include "base/sha1.h"
+#include "base/str_util.h"
+#include "support/test_util.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace nxc {
+namespace {
+
+using test::TempDir;
+
+// ---- Hash tables ---------------------------------------------------------
+
+struct Entry {
+  char name[24];
+  uint64_t number;
+};
+
+int freedEntries = 0;
+
+void FreeEntry(void *entry) {
+  ++freedEntries;
+  delete static_cast<Entry *>(entry);
+}
+
+Entry *MakeEntry(const std::string &name, uint64_t number = 0) {
+  Entry *e = new Entry{};
+  snprintf(e->name, sizeof e->name, "%s", name.c_str());
+  e->number = number;
+  return e;
+}
+
+std::vector<std::string> Names(const HashTable &table) {
+  void **entries = nullptr;
+  size_t count = 0;
+  EXPECT_TRUE(table.Snapshot(&entries, &count));
+  std::vector<std::string> names;
+  for (size_t i = 0; i < count; ++i) names.push_back(static_cast<Entry *>(entries[i])->name);
+  free(entries);
+  return names;
+}
+
+class HashTableTest : public ::testing::Test {
+ protected:
+  void SetUp() override { freedEntries = 0; }
+  // Inserts a new entry under its own name.
+  bool Add(HashTable *t, const std::string &name) {
+    Entry *e = MakeEntry(name);
+    if (t->Insert(StrKey(e->name), e)) return true;
+    delete e;
+    return false;
+  }
+};
+
+TEST_F(HashTableTest, DuplicateKeyIsRefusedAndKeysAreCaseSensitive) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kString, 8, FreeEntry));
+  ASSERT_TRUE(t);
+  Entry *first = MakeEntry("vnet");
+  ASSERT_TRUE(t->Insert(StrKey(first->name), first));
+  EXPECT_FALSE(Add(t.get(), "vnet"));
+  EXPECT_TRUE(Add(t.get(), "VNET"));
+  EXPECT_EQ(t->Lookup(StrKey("vnet")), first);
+  EXPECT_EQ(t->Count(), 2u);
+  EXPECT_EQ(freedEntries, 0);
+
+  bool inserted = true;
+  Entry *other = MakeEntry("vnet");
+  EXPECT_EQ(t->InsertOrLookup(StrKey(other->name), other, &inserted), first);
+  EXPECT_FALSE(inserted);
+  Entry *fresh = MakeEntry("new");
+  EXPECT_EQ(t->InsertOrLookup(StrKey(fresh->name), fresh, &inserted), fresh);
+  EXPECT_TRUE(inserted);
+  delete other;
+}
+
+TEST_F(HashTableTest, ReplacedKeyMovesToTheEndOfTheListing) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kString, 4, FreeEntry));
+  for (const char *n : {"a", "b", "c", "d"}) ASSERT_TRUE(Add(t.get(), n));
+  ASSERT_TRUE(t->Delete(StrKey("b")));
+  ASSERT_TRUE(Add(t.get(), "b"));
+  Entry *taken = static_cast<Entry *>(t->Take(StrKey("a")));
+  ASSERT_NE(taken, nullptr);
+  EXPECT_STREQ(taken->name, "a");
+  delete taken;
+  EXPECT_EQ(Names(*t), (std::vector<std::string>{"c", "d", "b"}));
+  EXPECT_FALSE(t->Delete(StrKey("a")));
+  EXPECT_EQ(t->Take(StrKey("a")), nullptr);
+  EXPECT_EQ(freedEntries, 1);  // only the deleted "b"; Take hands "a" back
+}
+
+TEST_F(HashTableTest, GrowthKeepsEveryKeyFindableAndTheOrder) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kString, 1, FreeEntry));
+  constexpr int kCount = 5000;
+  std::vector<std::string> expected;
+  for (int i = 0; i < kCount; ++i) {
+    expected.push_back("key" + std::to_string(i));
+    ASSERT_TRUE(Add(t.get(), expected.back()));
+  }
+  EXPECT_EQ(t->Count(), size_t{kCount});
+  EXPECT_EQ(Names(*t), expected);
+  for (int i = 0; i < kCount; i += 2) ASSERT_TRUE(t->Delete(StrKey(expected[i].c_str())));
+  for (int i = 0; i < kCount; ++i) {
+    Entry *e = static_cast<Entry *>(t->Lookup(StrKey(expected[i].c_str())));
+    if (i % 2 == 0) {
+      ASSERT_EQ(e, nullptr) << expected[i];
+    } else {
+      ASSERT_NE(e, nullptr) << expected[i];
+      ASSERT_EQ(e->name, expected[i]);
+    }
+  }
+  EXPECT_EQ(t->Count(), size_t{kCount / 2});
+}
+
+TEST_F(HashTableTest, IntegerKeysUseTheWholeRange) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kInteger, 2, FreeEntry));
+  std::vector<uint64_t> keys;
+  for (uint64_t i = 0; i < 2000; ++i) keys.push_back(i);
+  for (uint64_t i = 0; i < 64; ++i) keys.push_back(uint64_t{1} << 63 | i << 32);
+  keys.push_back(UINT64_MAX);
+  for (uint64_t k : keys) ASSERT_TRUE(t->Insert(NumKey(k), MakeEntry("n", k)));
+  Entry *dup = MakeEntry("dup", 7);
+  EXPECT_FALSE(t->Insert(NumKey(7), dup));
+  delete dup;
+  for (uint64_t k : keys) {
+    Entry *e = static_cast<Entry *>(t->Lookup(NumKey(k)));
+    ASSERT_NE(e, nullptr) << k;
+    ASSERT_EQ(e->number, k);
+  }
+  EXPECT_EQ(t->Lookup(NumKey(2000)), nullptr);
+}
+
+TEST_F(HashTableTest, FreeFunctionRunsOnceForEachEntry) {
+  HashTable *t = HashTable::Create(HashTable::Kind::kString, 2, FreeEntry);
+  for (const char *n : {"a", "b", "c", "d", "e"}) ASSERT_TRUE(Add(t, n));
+  ASSERT_TRUE(t->Delete(StrKey("c")));
+  EXPECT_EQ(freedEntries, 1);
+  delete static_cast<Entry *>(t->Take(StrKey("d")));
+  HashTable::Destroy(t);
+  EXPECT_EQ(freedEntries, 4);
+  HashTable::Destroy(nullptr);
+
+  // Without a free function the entries stay the caller's.
+  Entry kept{};
+  snprintf(kept.name, sizeof kept.name, "kept");
+  HashTable *plain = HashTable::Create(HashTable::Kind::kString, 2, nullptr);
+  ASSERT_TRUE(plain->Insert(StrKey(kept.name), &kept));
+  HashTable::Destroy(plain);
+  EXPECT_EQ(freedEntries, 4);
+}
+
+TEST_F(HashTableTest, ForEachVisitsInOrderAndCountsFailures) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kString, 4, FreeEntry));
+  void **entries = reinterpret_cast<void **>(1);
+  size_t count = 9;
+  ASSERT_TRUE(t->Snapshot(&entries, &count));
+  EXPECT_EQ(entries, nullptr);
+  EXPECT_EQ(count, 0u);
+  for (const char *n : {"x1", "bad", "x2", "bad2"}) ASSERT_TRUE(Add(t.get(), n));
+  std::string seen;
+  size_t failures = t->ForEach(
+      [](HashKey key, void *entry, void *context) {
+        *static_cast<std::string *>(context) += key.str + std::string(",");
+        return strncmp(static_cast<Entry *>(entry)->name, "bad", 3) == 0 ? -1 : 0;
+      },
+      &seen);
+  EXPECT_EQ(failures, 2u);
+  EXPECT_EQ(seen, "x1,bad,x2,bad2,");
+}
+
+// ---- Strings -------------------------------------------------------------
+
+TEST(StrUtilTest, IntegerConversionTakesOnlyWholeNumbersInRange) {
+  // Decimal or 0x hex after an optional sign (signed forms only); a sign
+  // before hex is accepted ("-0x10" is -16); leading zeros are decimal.
+  struct Case {
+    const char *text;
+    std::optional<int32_t> i32;
+    std::optional<int64_t> i64;
+    std::optional<uint32_t> u32;
+  };
+  const std::nullopt_t no = std::nullopt;
+  const Case cases[] = {
+      {"0", 0, 0, 0},
+      {"007", 7, 7, 7},
+      {"0x7fffffff", INT32_MAX, INT32_MAX, INT32_MAX},
+      {"0X7FFFFFFF", INT32_MAX, INT32_MAX, INT32_MAX},
+      {"2147483648", no, 2147483648, 2147483648u},
+      {"-2147483648", INT32_MIN, INT32_MIN, no},
+      {"-2147483649", no, -2147483649, no},
+      {"4294967295", no, 4294967295, UINT32_MAX},
+      {"0xffffffff", no, 4294967295, UINT32_MAX},
+      {"4294967296", no, 4294967296, no},
+      {"9223372036854775807", no, INT64_MAX, no},
+      {"9223372036854775808", no, no, no},
+      {"-9223372036854775808", no, INT64_MIN, no},
+      {"-0x8000000000000000", no, INT64_MIN, no},
+      {"-9223372036854775809", no, no, no},
+      {"184467440737095516160", no, no, no},
+      {"+5", 5, 5, no},
+      {"-0x10", -16, -16, no},
+      {"-0", 0, 0, no},
+      {"", no, no, no},
+      {"-", no, no, no},
+      {"0x", no, no, no},
+      {"-0x", no, no, no},
+      {" 1", no, no, no},
+      {"1 ", no, no, no},
+      {"12a", no, no, no},
+      {"0x1g", no, no, no},
+      {"1.5", no, no, no},
+      {"--1", no, no, no},
+      {"0x-1", no, no, no},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(std::string("text \"") + c.text + "\"");
+    int32_t i32 = 123;
+    int64_t i64 = 123;
+    uint32_t u32 = 123;
+    EXPECT_EQ(StrToInt32(c.text, &i32), c.i32.has_value());
+    EXPECT_EQ(i32, c.i32.value_or(123));
+    EXPECT_EQ(StrToInt64(c.text, &i64), c.i64.has_value());
+    EXPECT_EQ(i64, c.i64.value_or(123));
+    EXPECT_EQ(StrToUint32(c.text, &u32), c.u32.has_value());
+    EXPECT_EQ(u32, c.u32.value_or(123u));
+  }
+  // Only the view's bytes count, not what follows them in memory.
+  int32_t v = 0;
+  EXPECT_TRUE(StrToInt32(std::string_view("123456", 3), &v));
+  EXPECT_EQ(v, 123);
+}
+
+TEST(StrUtilTest, BoundedPrintAndCopyReportTruncation) {
+  char buf[6];
+  EXPECT_EQ(BoundedPrint(buf, sizeof buf, "%s-%d", "ab", 12), 5);
+  EXPECT_STREQ(buf, "ab-12");
+  EXPECT_EQ(BoundedPrint(buf, sizeof buf, "%s-%d", "ab", 123), -1);
+  EXPECT_STREQ(buf, "ab-12");  // truncated and terminated
+  EXPECT_EQ(BoundedPrint(buf, 0, "x"), -1);
+
+  char *text = AllocPrint("%s:%05d", std::string(5000, 'z').c_str(), 42);
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(std::string(text), std::string(5000, 'z') + ":00042");
+  free(text);
+
+  EXPECT_EQ(BoundedCopy(buf, sizeof buf, "hello"), 5u);
+  EXPECT_STREQ(buf, "hello");
+  EXPECT_EQ(BoundedCopy(buf, sizeof buf, "hello world"), 11u);
+  EXPECT_STREQ(buf, "hello");
+  EXPECT_EQ(BoundedCopy(buf, 1, "abc"), 3u);
+  EXPECT_STREQ(buf, "");
+}
+
+TEST(ByteBufferTest, GrowsKeepsBinaryBytesAndHandsThemOver) {
+  ByteBuffer b;
+  EXPECT_STREQ(b.Data(), "");
+  std::string expected;
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_TRUE(b.AppendPrintf("line %d\n", i));
+    expected += "line " + std::to_string(i) + "\n";
+  }
+  ASSERT_TRUE(b.Append("\0x", 2));
+  expected += std::string("\0x", 2);
+  ASSERT_TRUE(b.AppendString("end"));
+  expected += "end";
+  EXPECT_EQ(std::string(b.Data(), b.Size()), expected);
+  EXPECT_EQ(b.Data()[b.Size()], '\0');
+
+  size_t size = 0;
+  char *data = b.Release(&size);
+  ASSERT_NE(data, nullptr);
+  EXPECT_EQ(std::string(data, size), expected);
+  free(data);
+  EXPECT_EQ(b.Size(), 0u);
+  data = b.Release(&size);  // an empty buffer still gives a string
+  ASSERT_NE(data, nullptr);
+  EXPECT_EQ(size, 0u);
+  EXPECT_STREQ(data, "");
+  free(data);
+}
+
+// ---- Line reader -----------------------------------------------------------
+
+std::vector<std::string> ReadAll(const std::string &text, size_t maxLength) {
+  FILE *f = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
+  EXPECT_NE(f, nullptr);
+  std::vector<std::string> lines;
+  int error = -1;
+  while (char *line = ReadNextLine(f, maxLength, &error)) {
+    lines.push_back(line);
+    free(line);
+  }
+  EXPECT_EQ(error, 0);
+  fclose(f);
+  return lines;
+}
+
+TEST(LineReaderTest, SplitsLongLinesAndReturnsAnUnterminatedLastLine) {
+  using V = std::vector<std::string>;
+  EXPECT_EQ(ReadAll("one\n\nthree\nlast", 64), (V{"one", "", "three", "last"}));
+  EXPECT_EQ(ReadAll("abcdefghij\nxy\n", 5), (V{"abcd", "efgh", "ij", "xy"}));
+  // A line of exactly maxLength - 1 bytes leaves its newline for the next
+  // call, which then gives an empty piece (as fgets does).
+  EXPECT_EQ(ReadAll("abcd\nx", 5), (V{"abcd", "", "x"}));
+  EXPECT_EQ(ReadAll("", 5), V{});
+}
+
+TEST(LineReaderTest, ReadErrorGivesErrno) {
+  TempDir dir;
+  FILE *f = fopen(dir.path().c_str(), "r");  // a directory opens but cannot be read
+  ASSERT_NE(f, nullptr);
+  int error = 0;
+  EXPECT_EQ(ReadNextLine(f, 64, &error), nullptr);
+  EXPECT_EQ(error, EISDIR);
+  fclose(f);
+}
+
+// ---- Configuration files ---------------------------------------------------
+
+TEST(ConfigFileTest, ReadsQuotedAndBareValues) {
+  TempDir dir;
+  const std::string path = dir.File("config");
+  ASSERT_TRUE(test::WriteFile(path,
+                              "# comment\n"
+                              "   # indented comment\n"
+                              "\n"
+                              "bindir = \"/usr/bin\"\n"
+                              "  spaced\t=   \"  inner  blanks \"  \n"
+                              "escaped=\"say \\\"hi\\\" C:\\\\dir \\n\"\n"
+                              "bare = /opt/zy tra  \n"
+                              "hash = \"a # b\"\n"
+                              "empty = \"\"\n"
+                              "nothing =\n"
+                              "dup = \"first\"\n"
+                              "Dup = \"other\"\n"
+                              "dup = \"second\"\n"
+                              "crlf = \"x\"\r\n"));
+  char error[128] = "";
+  KeyValueFile *f = KeyValueFileLoad(path.c_str(), error, sizeof error);
+  ASSERT_NE(f, nullptr) << error;
+  struct Case {
+    const char *key;
+    const char *value;
+  } cases[] = {
+      {"bindir", "/usr/bin"},   {"spaced", "  inner  blanks "},
+      {"escaped", "say \"hi\" C:\\dir \\n"},
+      {"bare", "/opt/zy tra"},  {"hash", "a # b"},
+      {"empty", ""},            {"nothing", ""},
+      {"dup", "second"},        {"Dup", "other"},
+      {"crlf", "x"},            {"missing", nullptr},
+      {"# comment", nullptr},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.key);
+    const char *value = KeyValueFileGet(f, c.key);
+    if (!c.value) {
+      EXPECT_EQ(value, nullptr);
+    } else {
+      ASSERT_NE(value, nullptr);
+      EXPECT_STREQ(value, c.value);
+    }
+  }
+  KeyValueFileFree(f);
+  KeyValueFileFree(nullptr);
+}
+
+TEST(ConfigFileTest, MalformedLineOrMissingFileFailsTheLoad) {
+  TempDir dir;
+  const std::string path = dir.File("config");
+  struct Case {
+    const char *text;
+    const char *error;
+  } cases[] = {
+      {"a = \"1\"\nno value here\n", "syntax error at line 2"},
+      {"# c\n\na = \"unterminated\n", "syntax error at line 3"},
+      {"a = \"x\" trailing\n", "syntax error at line 1"},
+      {" = \"x\"\n", "syntax error at line 1"},
+      {"key\n", "syntax error at line 1"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.text);
+    ASSERT_TRUE(test::WriteFile(path, c.text));
+    char error[64] = "";
+    EXPECT_EQ(KeyValueFileLoad(path.c_str(), error, sizeof error), nullptr);
+    EXPECT_STREQ(error, c.error);
+  }
+  char error[64] = "";
+  EXPECT_EQ(KeyValueFileLoad(dir.File("absent").c_str(), error, sizeof error), nullptr);
+  EXPECT_STREQ(error, strerror(ENOENT));
+}
+
+// ---- File lock -------------------------------------------------------------
+
+// Runs FileLockAcquire in a forked child; its exit status tells the parent:
+// 0 locked, 1 timed out, 2 other failure.
+int ChildTryLock(const std::string &path) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    int error = -1;
+    FileLock *lock = FileLockAcquire(path.c_str(), /*timeoutMs=*/100, &error);
+    if (lock) _exit(0);
+    _exit(error == 0 ? 1 : 2);
+  }
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+class FileLockTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(test::WriteFile(path_, "data\n")); }
+  TempDir dir_;
+  std::string path_ = dir_.File("db");
+};
+
+TEST_F(FileLockTest, ExcludesAnotherProcessUntilReleased) {
+  int error = -1;
+  FileLock *lock = FileLockAcquire(path_.c_str(), 0, &error);
+  ASSERT_NE(lock, nullptr) << strerror(error);
+  EXPECT_EQ(ChildTryLock(path_), 1);
+  // Closing another descriptor of the file keeps the lock.
+  close(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(ChildTryLock(path_), 1);
+  EXPECT_TRUE(FileLockRelease(lock, &error));
+  EXPECT_EQ(ChildTryLock(path_), 0);
+}
+
+TEST_F(FileLockTest, ExcludesASecondLockOfTheSameProcess) {
+  int error = -1;
+  FileLock *lock = FileLockAcquire(path_.c_str(), 0, &error);
+  ASSERT_NE(lock, nullptr);
+  uint64_t start = MonotonicNanos();
+  error = -1;
+  EXPECT_EQ(FileLockAcquire(path_.c_str(), /*timeoutMs=*/60, &error), nullptr);
+  EXPECT_EQ(error, 0);  // timed out, no system error
+  EXPECT_GE(MonotonicNanos() - start, 60u * 1000 * 1000);
+  EXPECT_TRUE(FileLockRelease(lock, &error));
+  lock = FileLockAcquire(path_.c_str(), 0, &error);
+  EXPECT_NE(lock, nullptr);
+  EXPECT_TRUE(FileLockRelease(lock, &error));
+  EXPECT_TRUE(FileLockRelease(nullptr, &error));
+}
+
+TEST_F(FileLockTest, WaitsForALockReleasedDuringTheTimeout) {
+  int error = -1;
+  FileLock *lock = FileLockAcquire(path_.c_str(), 0, &error);
+  ASSERT_NE(lock, nullptr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    FileLock *waited = FileLockAcquire(path_.c_str(), /*timeoutMs=*/3000, &error);
+    _exit(waited ? 0 : 1);
+  }
+  usleep(100 * 1000);
+  EXPECT_TRUE(FileLockRelease(lock, &error));
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(FileLockTest, DescriptorIsCloseOnExecAndMissingFileFails) {
+  int error = -1;
+  FileLock *lock = FileLockAcquire(path_.c_str(), 0, &error);
+  ASSERT_NE(lock, nullptr);
+  int found = 0;
+  DIR *fds = opendir("/proc/self/fd");
+  ASSERT_NE(fds, nullptr);
+  while (dirent *d = readdir(fds)) {
+    char link[PATH_MAX] = "";
+    std::string fdPath = std::string("/proc/self/fd/") + d->d_name;
+    ssize_t n = readlink(fdPath.c_str(), link, sizeof link - 1);
+    if (n <= 0 || path_ != link) continue;
+    ++found;
+    EXPECT_TRUE(fcntl(atoi(d->d_name), F_GETFD) & FD_CLOEXEC);
+  }
+  closedir(fds);
+  EXPECT_EQ(found, 1);
+  EXPECT_TRUE(FileLockRelease(lock, &error));
+
+  EXPECT_EQ(FileLockAcquire(dir_.File("absent").c_str(), 10, &error), nullptr);
+  EXPECT_EQ(error, ENOENT);
+}
+
+// ---- SHA-1, random --------------------------------------------------
+
+std::string HexOf(const std::string &message) {
+  uint8_t digest[kSha1DigestSize];
+  Sha1Digest(message.data(), message.size(), digest);
+  char hex[2 * kSha1DigestSize + 1];
+  Sha1Hex(digest, hex);
+  return hex;
+}
+
+TEST(Sha1Test, MatchesTheStandardVectors) {
+  EXPECT_EQ(HexOf("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+  EXPECT_EQ(HexOf(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+  EXPECT_EQ(HexOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+            "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
+  EXPECT_EQ(HexOf("abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmnhijklmno"
+                  "ijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu"),
+            "a49b2446a02c645bf419f995b67091253a04a259");
+
+  // One million 'a' fed in chunks that straddle the 64-byte blocks.
+  const std::string as(1000, 'a');
+  const size_t chunks[] = {1, 63, 64, 65, 127, 1000};
+  Sha1 sha;
+  size_t fed = 0;
+  for (size_t i = 0; fed < 1000000; ++i) {
+    size_t n = std::min(chunks[i % std::size(chunks)], 1000000 - fed);
+    sha.Update(as.data(), n);
+    fed += n;
+  }
+  uint8_t digest[kSha1DigestSize];
+  sha.Final(digest);
+  char hex[2 * kSha1DigestSize + 1];
+  Sha1Hex(digest, hex);
+  EXPECT_STREQ(hex, "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
+}
+
+TEST(RandomTest, BelowStaysInRangeAndReachesEveryValue) {
+  uint32_t value = 99;
+  EXPECT_FALSE(RandomBelow(0, &value));
+  EXPECT_EQ(value, 99u);
+  ASSERT_TRUE(RandomBelow(1, &value));
+  EXPECT_EQ(value, 0u);
+  bool seen[10] = {};
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_TRUE(RandomBelow(10, &value));
+    ASSERT_LT(value, 10u);
+    seen[value] = true;
+  }
+  for (bool s : seen) EXPECT_TRUE(s);
+}
+
+}  // namespace
+}  // namespace nxc

@@ -284,7 +284,9 @@ TEST_F(VnetModelTest, SwitchesDifferInWhatAFailedCleanUpMeans) {
     ClearLog();
     EXPECT_EQ(c.call(), c.result);
     for (const auto &[key, value] : c.answers) EXPECT_EQ(Answer(key), value) << key;
-    if (c.logLine) EXPECT_TRUE(LogHas(c.logLine));
+    if (c.logLine) {
+      EXPECT_TRUE(LogHas(c.logLine));
+    }
   }
 }
 
@@ -301,7 +303,9 @@ class FullDatabaseDiskTest : public VnetModelTest {
   void TearDown() override {
     (void)unlink("/etc/zymtra/filler");
     VnetModelTest::TearDown();
-    if (mounted_) EXPECT_EQ(umount(kZymtraDir), 0) << strerror(errno);
+    if (mounted_) {
+      EXPECT_EQ(umount(kZymtraDir), 0) << strerror(errno);
+    }
   }
   // Loads a database that fills its last page exactly, then fills the disk.
   void LoadAndFillDisk(const std::string &records) {
@@ -586,7 +590,9 @@ class BridgeTest : public VnetModelTest {
       EXPECT_EQ(a->netId.type, 1u);
     }
     NXCFreeHostAdapList(&list);
-    if (*ok) EXPECT_EQ(count, names.size());
+    if (*ok) {
+      EXPECT_EQ(count, names.size());
+    }
     std::sort(names.begin(), names.end());
     return names;
   }

@@ -8,7 +8,6 @@
 // a forked child, which starts from empty tables, loads the library itself
 // and reports back through a pipe.
 #include <errno.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -17,7 +16,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -69,45 +67,33 @@ std::string Answer(const std::string &key) {
   return value;
 }
 
-// Runs body in a forked child and returns the lines it reported. The child
-// leaves with _exit, so nothing of it runs twice.
+// Runs body in a forked child, whose subnet tables start empty, and returns
+// the lines it reported. The child leaves with _exit, so nothing of it runs
+// twice.
 std::vector<std::string> InChild(const std::function<void(std::vector<std::string> *)> &body) {
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return {"pipe failed"};
+  constexpr char kReport[] = "/run/zymtra-ping/report";
+  (void)unlink(kReport);
   fflush(nullptr);
   pid_t pid = fork();
   if (pid == 0) {
-    close(fds[0]);
     std::vector<std::string> report;
     body(&report);
     std::string text;
     for (const auto &line : report) text += line + "\n";
-    const char *p = text.data();
-    size_t left = text.size();
-    while (left > 0) {
-      ssize_t n = write(fds[1], p, left);
-      if (n <= 0) break;
-      p += n;
-      left -= static_cast<size_t>(n);
-    }
-    _exit(0);
+    _exit(WriteFile(kReport, text) ? 0 : 1);
   }
-  close(fds[1]);
-  std::string text;
-  char buf[4096];
-  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) text.append(buf, static_cast<size_t>(n));
-  close(fds[0]);
   int status = 0;
-  waitpid(pid, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return {"child failed"};
-  return Lines(text);
+  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    return {"child failed"};
+  return Lines(ReadFile(kReport));
 }
 
 class VnetModelTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(nxc::test::InSandbox());
-    ASSERT_EQ(Shell(std::string("rm -rf /etc/zymtra/* ") + kPingDir + " && mkdir -p " + kPingDir), 0);
+    ASSERT_EQ(Shell(std::string("rm -rf /etc/zymtra/* ") + kPingDir + " && mkdir -p " + kPingDir),
+              0);
     WriteConfig();
     ClearLog();
   }
@@ -116,7 +102,8 @@ class VnetModelTest : public testing::Test {
   }
 
   static void WriteConfig() {
-    ASSERT_TRUE(WriteFile(kConfigPath, std::string("bindir = \"") + nxc::test::StandinDir() + "\"\n"));
+    ASSERT_TRUE(
+        WriteFile(kConfigPath, std::string("bindir = \"") + nxc::test::StandinDir() + "\"\n"));
   }
   // Writes the database with the given answer lines and loads the library.
   void Load(const std::string &records = "") {
@@ -124,105 +111,56 @@ class VnetModelTest : public testing::Test {
     ASSERT_TRUE(NXC_Load(0));
     loaded_ = true;
   }
-  static void SetPingExitCodes(const std::string &codes) { ASSERT_TRUE(WriteFile(kPingCodes, codes)); }
+  static void SetPingExitCodes(const std::string &codes) {
+    ASSERT_TRUE(WriteFile(kPingCodes, codes));
+  }
 
   bool loaded_ = false;
 };
 
 // ---- Settings stored as answers ------------------------------------------
 
-TEST_F(VnetModelTest, FieldAccessorsReadAndWriteTheirOwnKeys) {
-  Load("answer VNET_12_DISPLAY_NAME Lab\n");
-  char buf[64];
-  ASSERT_TRUE(NXCGetVnetDisplayName(12, buf, sizeof buf));
-  EXPECT_STREQ(buf, "Lab");
-
-  struct Case {
-    const char *name;
-    std::function<bool(const char *)> set;
-    std::function<bool(char *, size_t)> get;  // empty where there is no copying getter
-    std::function<bool()> remove;             // empty where there is no remover
-    const char *key;
-    const char *value;
+TEST_F(VnetModelTest, FieldSettersUseTheirOwnKeysAndWriteThrough) {
+  Load();
+  const std::pair<bool (*)(uint32_t, const char *), const char *> setters[] = {
+      {NXCSetVnetDisplayName, "VNET_17_DISPLAY_NAME"},
+      {NXCSetVnetSubnetAddr, "VNET_17_HOSTONLY_SUBNET"},
+      {NXCSetVnetSubnetMask, "VNET_17_HOSTONLY_NETMASK"},
+      {NXCSetVnetVirtAdapterAddr, "VNET_17_VIRTUAL_ADAPTER_ADDR"},
+      {NXCSetVnetVirtAdapter, "VNET_17_VIRTUAL_ADAPTER_NAME"},
+      {NXCSetVnetMTU, "VNET_17_MTU"},
   };
-  const Case cases[] = {
-      {"display name", [](const char *v) { return NXCSetVnetDisplayName(17, v); },
-       [](char *b, size_t n) { return NXCGetVnetDisplayName(17, b, n); }, nullptr,
-       "VNET_17_DISPLAY_NAME", "Office"},
-      {"subnet", [](const char *v) { return NXCSetVnetSubnetAddr(17, v); },
-       [](char *b, size_t n) { return NXCGetVnetSubnetAddr(17, b, n); }, nullptr,
-       "VNET_17_HOSTONLY_SUBNET", "10.1.2.0"},
-      {"mask", [](const char *v) { return NXCSetVnetSubnetMask(17, v); },
-       [](char *b, size_t n) { return NXCGetVnetSubnetMask(17, b, n); },
-       [] { return NXCRemoveVnetSubnetMask(17); }, "VNET_17_HOSTONLY_NETMASK", "255.255.0.0"},
-      {"adapter address", [](const char *v) { return NXCSetVnetVirtAdapterAddr(17, v); }, nullptr,
-       [] { return NXCRemoveVnetVirtAdapterAddr(17); }, "VNET_17_VIRTUAL_ADAPTER_ADDR", "10.1.2.9"},
-      {"adapter name", [](const char *v) { return NXCSetVnetVirtAdapter(17, v); },
-       [](char *b, size_t n) { return NXCGetVnetVirtAdapter(17, b, n); }, nullptr,
-       "VNET_17_VIRTUAL_ADAPTER_NAME", "hostnet17"},
-      {"mtu", [](const char *v) { return NXCSetVnetMTU(17, v); },
-       [](char *b, size_t n) { return NXCGetVnetMTU(17, b, n); }, [] { return NXCRemoveVnetMTU(17); },
-       "VNET_17_MTU", "1400"},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.name);
-    ASSERT_TRUE(c.set(c.value));
-    EXPECT_EQ(Answer(c.key), c.value);
-    // Written through to the file at once.
-    EXPECT_NE(ReadFile(kDbPath).find(std::string("answer ") + c.key + " " + c.value + "\n"),
-              std::string::npos);
-    if (c.get) {
-      ASSERT_TRUE(c.get(buf, sizeof buf));
-      EXPECT_STREQ(buf, c.value);
-    }
-    if (c.remove) {
-      EXPECT_TRUE(c.remove());
-      EXPECT_EQ(Answer(c.key), "<absent>");
-      EXPECT_TRUE(c.remove()) << "removing an absent field succeeds";
-    }
+  for (const auto &[set, key] : setters) {
+    SCOPED_TRACE(key);
+    ASSERT_TRUE(set(17, "v1"));
+    EXPECT_EQ(Answer(key), "v1");
+    EXPECT_NE(ReadFile(kDbPath).find(std::string("answer ") + key + " v1\n"), std::string::npos);
   }
 }
 
 TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
   Load("answer VNET_3_NOTE abcdef\n");
-  struct Case {
-    size_t size;
-    bool ok;
-  };
-  const Case cases[] = {{7, true}, {100, true}, {6, false}, {1, false}};
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.size);
+  for (size_t capacity : {7, 100, 6, 1}) {
+    SCOPED_TRACE(capacity);
+    const bool fits = capacity >= 7;
     ClearLog();
     char buf[100] = "untouched";
-    size_t size = c.size;
-    EXPECT_EQ(NXCGetVnetCfgCpy(3, "NOTE", buf, &size), c.ok);
+    size_t size = capacity;
+    EXPECT_EQ(NXCGetVnetCfgCpy(3, "NOTE", buf, &size), fits);
     EXPECT_EQ(size, 7u);
-    EXPECT_STREQ(buf, c.ok ? "abcdef" : "untouched");
-    EXPECT_EQ(LogHas("Insufficient space provided for host configuration entry: \"NOTE\"."), !c.ok);
+    EXPECT_STREQ(buf, fits ? "abcdef" : "untouched");
+    EXPECT_EQ(LogHas("Insufficient space provided for host configuration entry: \"NOTE\"."), !fits);
   }
-
-  // An absent field leaves the size alone.
+  // An absent field leaves the size alone; it is only a trace line.
   size_t size = 33;
   char buf[33];
+  NXC_SetCurrentLogLevel(NXC_LOG_INFO2);
   EXPECT_FALSE(NXCGetVnetCfgCpy(3, "OTHER", buf, &size));
   EXPECT_EQ(size, 33u);
   EXPECT_TRUE(LogHas("Unable to find host configuration entry : \"OTHER\" for Vnet: 3"));
-
-  // The field getters keep the needed size to themselves and just fail.
-  ASSERT_TRUE(NXCSetVnetMTU(3, "1500"));
-  EXPECT_FALSE(NXCGetVnetMTU(3, buf, 4));
-  EXPECT_TRUE(NXCGetVnetMTU(3, buf, 5));
-}
-
-TEST_F(VnetModelTest, MissingDisplayNameIsOnlyATraceLine) {
-  Load();
-  char buf[32];
   NXC_SetCurrentLogLevel(0x7f & ~NXC_LOG_INFO2);
-  EXPECT_FALSE(NXCGetVnetDisplayName(5, buf, sizeof buf));
-  EXPECT_FALSE(LogHas("Unable to find host configuration entry"));
-  NXC_SetCurrentLogLevel(NXC_LOG_INFO2);
-  EXPECT_FALSE(NXCGetVnetDisplayName(5, buf, sizeof buf));
-  EXPECT_TRUE(LogHas("Unable to find host configuration entry : \"DISPLAY_NAME\" for Vnet: 5"));
+  EXPECT_FALSE(NXCGetVnetDisplayName(3, buf, sizeof buf));
+  EXPECT_EQ(LogCount("Unable to find host configuration entry"), 1);
 }
 
 TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
@@ -232,10 +170,8 @@ TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
     size_t size;
     bool ok;
     const char *name;
-  };
-  const Case cases[] = {
-      {8, 20, true, "zynet8"},     {200, 20, true, "zynet200"},
-      {2, 20, true, "hostnet5"},   {2, 9, true, "hostnet5"},
+  } const cases[] = {
+      {8, 20, true, "zynet8"},    {200, 20, true, "zynet200"}, {2, 9, true, "hostnet5"},
       {2, 8, false, "untouched"},  // a stored name that does not fit fails
       {8, 4, true, "zyn"},         // the default is cut to the buffer
   };
@@ -253,45 +189,53 @@ TEST_F(VnetModelTest, SwitchesDifferInWhatAFailedCleanUpMeans) {
   Load(
       "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP yes\nanswer VNET_3_NAT yes\n"
       "answer VNET_4_VIRTUAL_ADAPTER yes\nanswer VNET_4_VIRTUAL_ADAPTER_ADDR 10.0.4.1\n"
-      "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n"
-      "answer VNET_5_VIRTUAL_ADAPTER_ADDR 10.0.5.1\n");
+      "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n");
   struct Case {
     const char *name;
     std::function<bool()> call;
     bool result;
-    std::vector<std::pair<std::string, std::string>> answers;
-    const char *logLine;  // or nullptr
-  };
-  const Case cases[] = {
-      {"dhcp without clean-up", [] { return NXCSetVnetUseDHCP(1, false, false); }, true,
-       {{"VNET_1_DHCP", "no"}}, "DHCP set to 0 in vnet config for vnet: 1"},
-      {"dhcp clean-up fails the call", [] { return NXCSetVnetUseDHCP(2, false, true); }, false,
-       {{"VNET_2_DHCP", "no"}}, "Error removing DHCP configuration informtion"},
-      {"nat clean-up failure is only logged", [] { return NXCSetVnetUseNAT(3, false, true); }, true,
-       {{"VNET_3_NAT", "no"}}, "Error removing NAT coniguration information"},
+    std::vector<std::string> keys;
+    const char *answers;  // the keys' answers, joined
+    const char *logLine;
+  } const cases[] = {
+      {"dhcp without clean-up",
+       [] { return NXCSetVnetUseDHCP(1, false, false); },
+       true,
+       {"VNET_1_DHCP"},
+       "no",
+       "DHCP set to 0 in vnet config for vnet: 1"},
+      {"dhcp clean-up fails the call",
+       [] { return NXCSetVnetUseDHCP(2, false, true); },
+       false,
+       {"VNET_2_DHCP"},
+       "no",
+       "Error removing DHCP configuration informtion"},
+      {"nat clean-up failure is only logged",
+       [] { return NXCSetVnetUseNAT(3, false, true); },
+       true,
+       {"VNET_3_NAT"},
+       "no",
+       "Error removing NAT coniguration information"},
       {"adapter clean-up removes address and name",
-       [] { return NXCSetVnetUseAdapter(4, false, true); }, true,
-       {{"VNET_4_VIRTUAL_ADAPTER", "no"},
-        {"VNET_4_VIRTUAL_ADAPTER_ADDR", "<absent>"},
-        {"VNET_4_VIRTUAL_ADAPTER_NAME", "<absent>"}},
+       [] { return NXCSetVnetUseAdapter(4, false, true); },
+       true,
+       {"VNET_4_VIRTUAL_ADAPTER", "VNET_4_VIRTUAL_ADAPTER_ADDR", "VNET_4_VIRTUAL_ADAPTER_NAME"},
+       "no<absent><absent>",
        "VIRTUAL_ADAPTER set to 0 in vnet config for vnet: 4"},
-      {"adapter switched on keeps its address", [] { return NXCSetVnetUseAdapter(5, true, false); },
-       true, {{"VNET_5_VIRTUAL_ADAPTER", "yes"}, {"VNET_5_VIRTUAL_ADAPTER_ADDR", "10.0.5.1"}},
-       nullptr},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
     ClearLog();
     EXPECT_EQ(c.call(), c.result);
-    for (const auto &[key, value] : c.answers) EXPECT_EQ(Answer(key), value) << key;
-    if (c.logLine) {
-      EXPECT_TRUE(LogHas(c.logLine));
-    }
+    std::string answers;
+    for (const auto &key : c.keys) answers += Answer(key);
+    EXPECT_EQ(answers, c.answers);
+    EXPECT_TRUE(LogHas(c.logLine));
   }
 }
 
-// A tmpfs over /etc/zymtra that a test can fill up, so that the next record
-// appended to the database file has no room.
+// A tmpfs over /etc/zymtra that a test fills up, so that the next record
+// appended to the database file finds no room.
 class FullDatabaseDiskTest : public VnetModelTest {
  protected:
   void SetUp() override {
@@ -317,7 +261,6 @@ class FullDatabaseDiskTest : public VnetModelTest {
     ASSERT_TRUE(WriteFile(kDbPath, text));
     ASSERT_TRUE(NXC_Load(0));
     loaded_ = true;
-    // dd stops at the first write that finds no room.
     (void)Shell("dd if=/dev/zero of=/etc/zymtra/filler bs=4096 >/dev/null 2>&1");
   }
   bool mounted_ = false;
@@ -328,8 +271,8 @@ TEST_F(FullDatabaseDiskTest, AdapterCleanUpStopsAtTheFailedAddressRemoval) {
       "answer VNET_6_VIRTUAL_ADAPTER yes\nanswer VNET_6_VIRTUAL_ADAPTER_ADDR 10.0.6.1\n"
       "answer VNET_6_VIRTUAL_ADAPTER_NAME host6\n");
   ClearLog();
-  // The switch itself is unchanged and writes nothing; the address removal
-  // cannot be written and is undone, and the name is then left alone.
+  // The unchanged switch writes nothing; the address removal cannot be
+  // written and is undone, and the name is then left alone.
   EXPECT_FALSE(NXCSetVnetUseAdapter(6, true, true));
   EXPECT_TRUE(LogHas("Error removing Adapter address from vnet config"));
   EXPECT_FALSE(LogHas("Error removing Adapter name from vnet config"));
@@ -341,73 +284,53 @@ TEST_F(VnetModelTest, OptionsFollowTheirSettings) {
   Load(
       "answer VNET_1_DHCP yes\nanswer VNET_1_NAT no\nanswer VNET_1_VIRTUAL_ADAPTER YES\n"
       "answer VNET_1_HOSTONLY_SUBNET 10.9.0.0\nanswer VNET_1_HOSTONLY_UUID 52-aa\n"
-      "answer VNET_2_NAT yes\n"
-      "add_bridge_mapping eth7 2\n");
-  struct Case {
-    uint32_t vnet;
-    uint32_t option;
-    bool expected;
-  };
-  const Case cases[] = {
-      {1, 0, false}, {1, 7, false}, {1, 2, true},  {1, 3, false}, {1, 4, true},
-      {1, 5, true},  {1, 6, true},  {2, 2, false}, {2, 3, true},  {2, 4, false},
-      {2, 5, false}, {2, 6, false},
-      {0, 1, true},  // vnet 0 is the default bridge when nothing says otherwise
-      {2, 1, true},  // bridges eth7 explicitly
-      {1, 1, false},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE("vnet " + std::to_string(c.vnet) + " option " + std::to_string(c.option));
-    EXPECT_EQ(NXCVnetIsOptionConfigured(c.vnet, c.option), c.expected);
+      "answer VNET_2_NAT yes\nadd_bridge_mapping eth7 2\n");
+  // Options 0..7 of vnets 1 and 2; vnet 0 is the default bridge.
+  const std::string expected[] = {"00101110", "01010000"};
+  for (uint32_t vnet : {1u, 2u}) {
+    std::string got;
+    for (uint32_t option = 0; option <= 7; ++option)
+      got += NXCVnetIsOptionConfigured(vnet, option) ? '1' : '0';
+    EXPECT_EQ(got, expected[vnet - 1]) << "vnet " << vnet;
   }
+  EXPECT_TRUE(NXCVnetIsOptionConfigured(0, NXC_VNET_OPTION_BRIDGE));
 }
 
 // ---- Automatic subnets ---------------------------------------------------
 
 TEST(SubnetCandidates, FollowTheFixedOrderAndLeaveOutUsedSubnets) {
   static nxc::SubnetCandidate table[nxc::kSubnetCandidateSlots];
-  uint32_t n = nxc::FillSubnetCandidates([](uint32_t) { return false; }, table);
-  ASSERT_EQ(n, 510u);
-  const uint32_t head[] = {0xAC100000, 0xAC100100, 0xC0A80200, 0xAC100200, 0xC0A80300};
-  for (size_t i = 0; i < std::size(head); ++i) EXPECT_EQ(table[i].subnet, head[i]) << i;
+  ASSERT_EQ(nxc::FillSubnetCandidates([](uint32_t) { return false; }, table), 510u);
+  const uint32_t order[] = {0xAC100000, 0xAC100100, 0xC0A80200, 0xAC100200, 0xC0A80300};
+  for (size_t i = 0; i < std::size(order); ++i) EXPECT_EQ(table[i].subnet, order[i]) << i;
   EXPECT_EQ(table[508].subnet, 0xC0A8FF00u);
   EXPECT_EQ(table[509].subnet, 0xAC10FF00u);
 
-  n = nxc::FillSubnetCandidates(
-      [](uint32_t s) { return s == 0xAC100500 || s == 0xC0A80700; }, table);
-  ASSERT_EQ(n, 508u);
-  std::set<uint32_t> seen;
-  for (uint32_t i = 0; i < n; ++i) {
-    uint32_t s = table[i].subnet;
-    EXPECT_EQ(table[i].taken, 0);
-    EXPECT_TRUE(seen.insert(s).second) << "duplicate " << std::hex << s;
-    EXPECT_TRUE((s & 0xFFFF00FF) == 0xAC100000 || (s & 0xFFFF00FF) == 0xC0A80000) << std::hex << s;
-  }
-  for (uint32_t never : {0xAC100500u, 0xC0A80700u, 0xC0A80000u, 0xC0A80100u})
-    EXPECT_EQ(seen.count(never), 0u) << std::hex << never;
+  // 172.16.1.0 used: 192.168.2.0 moves up to its place.
+  ASSERT_EQ(nxc::FillSubnetCandidates([](uint32_t s) { return s == 0xAC100100; }, table), 509u);
+  EXPECT_EQ(table[1].subnet, 0xC0A80200u);
+  EXPECT_EQ(table[2].subnet, 0xAC100200u);
 }
 
 TEST_F(VnetModelTest, PingCommandLineAndExitCodes) {
   Load();
   const std::string ping = std::string(nxc::test::StandinDir()) + "/zymtra-ping";
+  const std::string bcast = ping + " -q -b 10.1.2.0 -t 3 -i 7";
+  const std::string host = ping + " -q -b 10.1.2.1 -t 3 -i 7";
   struct Case {
     const char *name;
     const char *codes;
     bool broadcast;
     bool free;
     std::vector<std::string> calls;
-  };
-  const Case cases[] = {
-      {"no reply on either address", "1 1", true, true,
-       {"-q -b 10.1.2.0 -t 3 -i 7", "-q -b 10.1.2.1 -t 3 -i 7"}},
-      {"exit code 2 on broadcast is free at once", "2", true, true, {"-q -b 10.1.2.0 -t 3 -i 7"}},
-      {"a reply on broadcast is used at once", "0", true, false, {"-q -b 10.1.2.0 -t 3 -i 7"}},
-      {"a reply from the first host is used", "1 0", true, false,
-       {"-q -b 10.1.2.0 -t 3 -i 7", "-q -b 10.1.2.1 -t 3 -i 7"}},
-      {"exit code 2 from the first host is free", "1 2", true, true,
-       {"-q -b 10.1.2.0 -t 3 -i 7", "-q -b 10.1.2.1 -t 3 -i 7"}},
-      {"without broadcast only the first host", "1", false, true, {"-q -b 10.1.2.1 -t 3 -i 7"}},
-      {"other exit codes mean used", "5", false, false, {"-q -b 10.1.2.1 -t 3 -i 7"}},
+  } const cases[] = {
+      {"no reply on either address", "1 1", true, true, {bcast, host}},
+      {"exit code 2 on broadcast is free at once", "2", true, true, {bcast}},
+      {"a reply on broadcast is used at once", "0", true, false, {bcast}},
+      {"a reply from the first host is used", "1 0", true, false, {bcast, host}},
+      {"exit code 2 from the first host is free", "1 2", true, true, {bcast, host}},
+      {"without broadcast only the first host", "1", false, true, {host}},
+      {"other exit codes mean used", "5", false, false, {host}},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
@@ -416,9 +339,7 @@ TEST_F(VnetModelTest, PingCommandLineAndExitCodes) {
     ClearLog();
     // The subnet is normalised before use.
     EXPECT_EQ(NXCPingAndCheckSubnet("010.1.002.0", c.broadcast, 3, 7), c.free);
-    std::vector<std::string> expected;
-    for (const auto &args : c.calls) expected.push_back(ping + " " + args);
-    EXPECT_EQ(PingCalls(), expected);
+    EXPECT_EQ(PingCalls(), c.calls);
     EXPECT_EQ(LogHas("Return value of zymtra-ping:"), !c.free);
   }
 }
@@ -443,62 +364,60 @@ TEST_F(VnetModelTest, ProbeTriesEveryCandidateOnceAndThenFailsWithoutPinging) {
   SetPingExitCodes("0");  // every subnet answers
   std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
+    out->push_back(NXCAssignUnusedSubnetAddressToVNet(5) ? "assigned" : "failed");
+    out->push_back(NXCGetVnetCfg(5, "HOSTONLY_SUBNET") ? "stored" : "nothing stored");
+    out->push_back(std::to_string(PingCalls().size()));
     char subnet[16] = "";
     char mask[16] = "";
     int found = 0;
-    for (int i = 0; i < 51; ++i) found += NXCSubnetProbe(subnet, mask) ? 1 : 0;
-    out->push_back(std::to_string(found));
-    out->push_back(std::to_string(PingCalls().size()));
+    for (int i = 0; i < 50; ++i) found += NXCSubnetProbe(subnet, mask) ? 1 : 0;
+    out->push_back(std::to_string(found) + " found, " + std::to_string(PingCalls().size()));
     // Out of candidates: the next probe fails without pinging.
     found += NXCSubnetProbe(subnet, mask) ? 1 : 0;
-    out->push_back(std::to_string(PingCalls().size()));
+    out->push_back(std::to_string(found) + " found, " + std::to_string(PingCalls().size()));
     NXC_Unload();
   });
-  EXPECT_EQ(report, (std::vector<std::string>{"0", "508", "508"}));
+  EXPECT_EQ(report, (std::vector<std::string>{"failed", "nothing stored", "10", "0 found, 508",
+                                              "0 found, 508"}));
+  EXPECT_TRUE(LogHas("Failed to probe subnet for vnet 5."));
+  // Each round of 10 answered pings is logged; running out is not.
+  EXPECT_EQ(LogCount("Could not automatically determine available subnet."), 50);
 
-  // 508 candidates: index 0 is never offered and the empty slot after the
-  // last one (0.0.0.0) is.
-  std::vector<std::string> calls = PingCalls();
+  // 508 candidates, all tried once: index 0 is never offered and the empty
+  // slot after the last candidate (0.0.0.0) is.
   std::set<std::string> pinged;
-  for (const auto &call : calls) pinged.insert(PingedAddress(call));
+  for (const auto &call : PingCalls()) pinged.insert(PingedAddress(call));
   EXPECT_EQ(pinged.size(), 508u);
   EXPECT_EQ(pinged.count("0.0.0.0"), 1u);
   for (const char *never : {"172.16.5.0", "192.168.7.0", "192.168.0.0", "192.168.1.0"})
     EXPECT_EQ(pinged.count(never), 0u) << never;
-  // Each full round of 10 failed pings is logged; running out is not.
-  EXPECT_EQ(LogCount("Could not automatically determine available subnet."), 50);
 }
 
 TEST_F(VnetModelTest, AssignedSubnetIsStoredWithA24BitMaskAndCanBeRemoved) {
   ASSERT_TRUE(WriteFile(kDbPath, kDbHead));
-  // The first candidate answers; the second is silent on both addresses.
-  SetPingExitCodes("0 1 1");
+  SetPingExitCodes("0 1 1");  // the first candidate answers, the second is silent
   std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
     out->push_back(NXCAssignUnusedSubnetAddressToVNet(3) ? "assigned" : "failed");
-    const char *subnet = NXCGetVnetCfg(3, "HOSTONLY_SUBNET");
-    const char *mask = NXCGetVnetCfg(3, "HOSTONLY_NETMASK");
-    out->push_back(subnet ? subnet : "<absent>");
-    out->push_back(mask ? mask : "<absent>");
-    uint32_t value = 0;
-    out->push_back(NXCGetHostOnlySubnet(3, &value) && value == (value & 0xFFFFFF00) ? "int ok" : "int bad");
+    uint32_t subnet = 0;
+    char mask[16] = "";
+    if (NXCGetHostOnlySubnet(3, &subnet) && NXCGetVnetSubnetMask(3, mask, sizeof mask)) {
+      char text[16];
+      (void)NXCIPInt2Str(subnet, text);
+      out->push_back(std::string(text) + "/" + mask);
+    }
     NXC_Unload();
   });
-  ASSERT_EQ(report.size(), 4u) << (report.empty() ? "" : report[0]);
   std::vector<std::string> calls = PingCalls();
   ASSERT_EQ(calls.size(), 3u);
   const std::string chosen = PingedAddress(calls[1]);
-  EXPECT_EQ(report[0], "assigned");
-  EXPECT_EQ(report[1], chosen);
-  EXPECT_EQ(report[2], "255.255.255.0");
-  EXPECT_EQ(report[3], "int ok");
   EXPECT_NE(PingedAddress(calls[0]), chosen);
+  EXPECT_EQ(report, (std::vector<std::string>{"assigned", chosen + "/255.255.255.0"}));
   EXPECT_TRUE(LogHas("Success: vnet 3 assigned subnet " + chosen + "."));
   const std::string db = ReadFile(kDbPath);
   EXPECT_NE(db.find("answer VNET_3_HOSTONLY_SUBNET " + chosen + "\n"), std::string::npos);
   EXPECT_NE(db.find("answer VNET_3_HOSTONLY_NETMASK 255.255.255.0\n"), std::string::npos);
 
-  // Removing the assignment removes both answers and frees the subnet.
   report = InChild([](std::vector<std::string> *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
     out->push_back(NXCRemoveSubnetAssignment(3) ? "removed" : "failed");
@@ -508,21 +427,6 @@ TEST_F(VnetModelTest, AssignedSubnetIsStoredWithA24BitMaskAndCanBeRemoved) {
   });
   EXPECT_EQ(report, (std::vector<std::string>{"removed", "no subnet", "no mask"}));
   EXPECT_TRUE(LogHas("Marking subnet: " + chosen + " as unused"));
-}
-
-TEST_F(VnetModelTest, AssignmentFailsAfterTenAnsweredPings) {
-  ASSERT_TRUE(WriteFile(kDbPath, kDbHead));
-  SetPingExitCodes("0");
-  std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
-    if (!NXC_Load(0)) return out->push_back("load failed");
-    out->push_back(NXCAssignUnusedSubnetAddressToVNet(5) ? "assigned" : "failed");
-    out->push_back(NXCGetVnetCfg(5, "HOSTONLY_SUBNET") ? "stored" : "nothing stored");
-    NXC_Unload();
-  });
-  EXPECT_EQ(report, (std::vector<std::string>{"failed", "nothing stored"}));
-  EXPECT_EQ(PingCalls().size(), 10u);
-  EXPECT_TRUE(LogHas("Could not automatically determine available subnet."));
-  EXPECT_TRUE(LogHas("Failed to probe subnet for vnet 5."));
 }
 
 // ---- Bridging ------------------------------------------------------------
@@ -637,27 +541,15 @@ TEST_F(BridgeTest, DefaultBridgeTakesEveryUnmappedEthernetAdapter) {
   EXPECT_EQ(Bridged(-1, &ok), (V{"ethA:-1", "ethC:-1"}));
 }
 
-TEST_F(BridgeTest, MappingsSetOneByOneOrAsAList) {
-  Load();
-  int32_t vnet = 42;
-  ASSERT_TRUE(NXCGetBridgeMappingForAdapter("ethA", &vnet));
-  EXPECT_EQ(vnet, 0) << "unmapped adapters belong to the default bridge";
-  ASSERT_TRUE(NXCSetBridgeMappingForAdapter("ethA", 4));
-  ASSERT_TRUE(NXCGetBridgeMappingForAdapter("ethA", &vnet));
-  EXPECT_EQ(vnet, 4);
-  EXPECT_NE(ReadFile(kDbPath).find("add_bridge_mapping ethA 4\n"), std::string::npos);
+TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeOrToNone) {
+  Load("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
+  (void)NXCRemoveBridgeMappingsForVnet(2);
+  EXPECT_EQ(MappingOf("ethB"), 0);
+  EXPECT_EQ(MappingOf("ethC"), 0);
 
-  EXPECT_TRUE(NXCSetBridgeMappingForMultipleAdapters(5, nullptr));
-  NXC_HostAdapter *list = nullptr;
-  ASSERT_TRUE(NXCGetVnetBridge(0, nullptr, &list));
-  EXPECT_TRUE(NXCSetBridgeMappingForMultipleAdapters(5, list));
-  NXCFreeHostAdapList(&list);
-  for (const char *name : {"ethB", "ethC", "ethD"}) EXPECT_EQ(MappingOf(name), 5) << name;
-  EXPECT_EQ(MappingOf("ethA"), 4);
-}
-
-TEST_F(BridgeTest, RemovingTheDefaultBridgesMappingsSwitchesTheDefaultOff) {
-  Load("add_bridge_mapping ethB 2\n");
+  // The default bridge itself: the default is switched off and its adapters
+  // belong to no vnet.
+  ASSERT_TRUE(NXCSetBridgeMappingForAdapter("ethB", 2));
   EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(0));
   int32_t defaultBridge = 42;
   ASSERT_TRUE(NXCGetDefaultBridgeVnet(&defaultBridge));
@@ -666,16 +558,6 @@ TEST_F(BridgeTest, RemovingTheDefaultBridgesMappingsSwitchesTheDefaultOff) {
   for (const char *name : {"ethA", "ethC", "ethD"}) EXPECT_EQ(MappingOf(name), -1) << name;
   EXPECT_EQ(MappingOf("ethB"), 2);
   EXPECT_EQ(MappingOf("zynet1"), 42) << "zynet adapters are never mapped";
-}
-
-TEST_F(BridgeTest, RemovingAVnetsMappingsHandsItsAdaptersToTheDefaultBridge) {
-  Load("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
-  (void)NXCRemoveBridgeMappingsForVnet(2);
-  EXPECT_EQ(MappingOf("ethB"), 0);
-  EXPECT_EQ(MappingOf("ethC"), 0);
-  int32_t defaultBridge = 42;
-  ASSERT_TRUE(NXCGetDefaultBridgeVnet(&defaultBridge));
-  EXPECT_EQ(defaultBridge, 0);
 }
 
 }  // namespace

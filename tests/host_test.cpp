@@ -8,8 +8,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "nexcfg_internal.h"
 #include "support/sandbox.h"
@@ -487,6 +490,207 @@ TEST_F(FileTest, CopyFile) {
                                         ", error: No such file or directory"));
   EXPECT_FALSE(NXCCopyFile(nullptr, dst.c_str()));
   EXPECT_TRUE(Logged("NXCCopyFile", "Invalid arguments"));
+}
+
+
+// ---- Host adapters and the virtual adapter, on the sandbox's own links ------
+
+// The output of a shell command.
+std::string CommandOutput(const std::string &command) {
+  std::string out;
+  FILE *pipe = popen(command.c_str(), "r");
+  if (!pipe) return out;
+  char chunk[512];
+  size_t n;
+  while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) out.append(chunk, n);
+  pclose(pipe);
+  return out;
+}
+
+class LinkTest : public HostTest {
+ protected:
+  void TearDown() override {
+    for (const std::string &link : links_) (void)Shell("ip link del " + link + " 2>/dev/null");
+    HostTest::TearDown();
+  }
+  // Runs an `ip` command that makes the link named first; the link goes
+  // with the test.
+  void MakeLink(const std::string &name, const std::string &command) {
+    links_.push_back(name);
+    ASSERT_EQ(Shell(command), 0) << command;
+  }
+  void MakeVeth(const std::string &a, const std::string &b) {
+    MakeLink(a, "ip link add " + a + " type veth peer name " + b);
+  }
+  void MakeTap(const std::string &name) { MakeLink(name, "ip tuntap add " + name + " mode tap"); }
+
+ private:
+  std::vector<std::string> links_;
+};
+
+using AdapterListTest = LinkTest;
+
+TEST_F(AdapterListTest, ListsNamedEthernetLinksWithTheirDrivers) {
+  MakeVeth("hv-veth0", "hv-veth1");
+  MakeTap("hv-tap0");
+  MakeLink("hv-tun0", "ip tuntap add hv-tun0 mode tun");  // not Ethernet
+  MakeVeth("abcdefghijklmno", "hv-peer15");               // the longest name there is
+  ASSERT_EQ(Shell("ip link set hv-veth0 up && ip link set hv-veth1 up"), 0);
+
+  uint32_t count = 0;
+  NXC_HostAdapter *head = nullptr;
+  ASSERT_TRUE(NXCCreateHostAdapList(&count, &head));
+  std::vector<std::string> names;
+  for (NXC_HostAdapter *a = head; a; a = a->next) {
+    SCOPED_TRACE(a->name);
+    names.push_back(a->name);
+    EXPECT_EQ(a->version, 1u);
+    EXPECT_STREQ(a->mappingName, a->name);
+    EXPECT_EQ(a->netId.version, 0u) << "bridge code fills the network identifier";
+    std::string name = a->name;
+    if (name == "hv-tap0") {
+      EXPECT_STREQ(a->driver, "tun");
+      EXPECT_EQ(a->flags, NXC_HOST_ADAPTER_NOT_RUNNING);
+    } else if (name == "hv-veth0") {
+      EXPECT_STREQ(a->driver, "veth");
+      EXPECT_EQ(a->flags, NXC_HOST_ADAPTER_RUNNING);
+    }
+  }
+  EXPECT_EQ(count, names.size());
+  // The kernel's order, Ethernet links only.
+  std::string expected =
+      CommandOutput("ip -o link show | awk -F': ' '/link\\/ether/ {sub(/@.*/, \"\", $2); print $2}'");
+  std::string listed;
+  for (const std::string &n : names) listed += n + "\n";
+  EXPECT_EQ(listed, expected);
+  for (const char *name : {"hv-veth0", "hv-veth1", "hv-tap0", "abcdefghijklmno", "hv-peer15"})
+    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+  for (const char *name : {"lo", "hv-tun0"})
+    EXPECT_EQ(std::find(names.begin(), names.end(), name), names.end()) << name;
+  EXPECT_TRUE(Logged("NXCCreateHostAdapList", "Skipping non-ethernet interface: ifi_type: 772"));
+  EXPECT_TRUE(Logged("NXCCreateHostAdapList",
+                     "Obtained driver name: veth for adapter: hv-veth0"));
+  EXPECT_TRUE(Logged("NXCCreateHostAdapList", "Processed all adapters"));
+
+  NXCFreeHostAdapList(&head);
+  EXPECT_EQ(head, nullptr);
+  NXCFreeHostAdapList(&head);  // an empty list is fine
+  EXPECT_EQ(head, nullptr);
+}
+
+using VirtAdapterTest = LinkTest;
+
+TEST_F(VirtAdapterTest, StatusOfMissingDownAndUpAdapters) {
+  EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_ABSENT);
+  EXPECT_TRUE(Logged("NXCAdapterStatus", "'zynet8' not in /proc/net/dev"));
+  MakeTap("zynet8");
+  EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_DOWN);
+  EXPECT_TRUE(Logged("NXCAdapterStatus", "SIOCGIFFLAGS: 0x1002 for zynet8"));
+  ASSERT_EQ(Shell("ip link set zynet8 up"), 0);
+  EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_UP);
+  EXPECT_EQ(NXCAdapterStatus("zynet"), NXC_ADAPTER_STATUS_ABSENT) << "names match whole";
+  EXPECT_EQ(NXCAdapterStatus("lo"), NXC_ADAPTER_STATUS_UP);
+}
+
+TEST_F(VirtAdapterTest, AdapterAddressStoredOrComputed) {
+  struct Case {
+    const char *stored, *subnet;
+    size_t size;
+    bool compute;
+    const char *address;  // null: fails
+    const char *log;
+  } cases[] = {
+      {"10.0.0.5", "192.168.10.0", 16, true, "10.0.0.5", nullptr},
+      {"10.0.0.5", nullptr, 16, false, "10.0.0.5", nullptr},
+      {"10.0.0.5", "192.168.10.0", 8, true, nullptr, nullptr},  // stored, too long: no fallback
+      {nullptr, "192.168.10.0", 16, false, nullptr, nullptr},
+      {nullptr, "192.168.10.0", 16, true, "192.168.10.1", nullptr},
+      {nullptr, "192.168.10.0", 13, true, "192.168.10.1", nullptr},
+      {nullptr, "192.168.10.0", 12, true, nullptr,
+       "Insufficient buffer length: 12 for adapter address"},
+      {nullptr, nullptr, 16, true, nullptr, "Getting Subnet Address failed"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(testing::Message() << (c.stored ? c.stored : "-") << " " << c.size);
+    (void)NXCNetCfgRemoveAnswer(nullptr, "VNET_8_VIRTUAL_ADAPTER_ADDR");
+    (void)NXCNetCfgRemoveAnswer(nullptr, "VNET_8_HOSTONLY_SUBNET");
+    if (c.stored) SetAnswer("VNET_8_VIRTUAL_ADAPTER_ADDR", c.stored);
+    if (c.subnet) SetAnswer("VNET_8_HOSTONLY_SUBNET", c.subnet);
+    ClearLog();
+    char buffer[16] = "";
+    EXPECT_EQ(NXCGetVnetVirtAdapterAddr(8, buffer, c.size, c.compute), c.address != nullptr);
+    if (c.address) {
+      EXPECT_STREQ(buffer, c.address);
+    }
+    if (c.log) {
+      EXPECT_TRUE(Logged("NXCGetVnetVirtAdapterAddr", c.log)) << LogText();
+    }
+  }
+  EXPECT_FALSE(NXCIsMacosVirtApiEnabled());
+}
+
+TEST_F(VirtAdapterTest, EnableSetsTheVnetAddressAndDisableKeepsIt) {
+  SetAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.10.0");
+  SetAnswer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+  EXPECT_TRUE(NXCVirtAdapterDisable(8)) << "no adapter: nothing to take down";
+  EXPECT_TRUE(Logged("NXCVirtAdapterDisable", "Virtual adapter is already disabled"));
+  EXPECT_FALSE(NXCVirtAdapterEnable(8));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "ioctl: SIOCAIFADDR failed, error: No such device"));
+
+  MakeTap("zynet8");
+  ClearLog();
+  ASSERT_TRUE(NXCVirtAdapterEnable(8)) << LogText();
+  EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_UP);
+  std::string addr = CommandOutput("ip -4 addr show zynet8");
+  EXPECT_NE(addr.find("inet 192.168.10.1/24 brd 192.168.10.255 "), std::string::npos) << addr;
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable",
+                     "ioctl: SIOCSIFADDR set interface address to: 010aa8c0 for interface: zynet8"));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "ioctl: SIOCSIFNETMASK set interface netmask "
+                                             "address to: 00ffffff for interface: zynet8"));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "ioctl: SIOCSIFBRDADDR set interface broadcast "
+                                             "address to: ff0aa8c0 for interface: zynet8"));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable",
+                     "ioctl: SIOCSIFFLAGS set interface flags to: 0x1003 for interface: zynet8"));
+
+  // An adapter that is up is left as it is, whatever the configuration says.
+  SetAnswer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.10.7");
+  EXPECT_TRUE(NXCVirtAdapterEnable(8));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "Virtual adapter is already enabled"));
+  EXPECT_EQ(CommandOutput("ip -4 addr show zynet8"), addr);
+
+  ClearLog();
+  EXPECT_TRUE(NXCVirtAdapterDisable(8));
+  EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_DOWN);
+  EXPECT_TRUE(Logged("NXCVirtAdapterDisable",
+                     "ioctl: SIOCSIFFLAGS set interface flags to: 0x1002 for interface: zynet8"));
+  EXPECT_NE(CommandOutput("ip -4 addr show zynet8").find("inet 192.168.10.1/24"),
+            std::string::npos);
+  EXPECT_TRUE(NXCVirtAdapterDisable(8));
+  EXPECT_TRUE(Logged("NXCVirtAdapterDisable", "Virtual adapter is already disabled"));
+
+  // Down again, it takes the stored address.
+  EXPECT_TRUE(NXCVirtAdapterEnable(8));
+  EXPECT_NE(CommandOutput("ip -4 addr show zynet8").find("inet 192.168.10.7/24"),
+            std::string::npos);
+}
+
+TEST_F(VirtAdapterTest, EnableUsesTheConfiguredAdapterName) {
+  MakeTap("hv-host9");
+  SetAnswer("VNET_9_VIRTUAL_ADAPTER_NAME", "hv-host9");
+  SetAnswer("VNET_9_HOSTONLY_SUBNET", "10.9.0.0");
+  SetAnswer("VNET_9_HOSTONLY_NETMASK", "255.255.0.0");
+  ASSERT_TRUE(NXCVirtAdapterEnable(9)) << LogText();
+  EXPECT_NE(CommandOutput("ip -4 addr show hv-host9").find("inet 10.9.0.1/16 brd 10.9.255.255 "),
+            std::string::npos);
+
+  SetAnswer("VNET_10_HOSTONLY_SUBNET", "10.10.0.0");  // no mask
+  MakeTap("zynet10");
+  ClearLog();
+  EXPECT_FALSE(NXCVirtAdapterEnable(10));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "Getting virtual adapter mask failed"));
+  EXPECT_FALSE(NXCVirtAdapterEnable(11));
+  EXPECT_TRUE(Logged("NXCGetVnetVirtAdapterAddr", "Getting Subnet Address failed"));
+  EXPECT_TRUE(Logged("NXCVirtAdapterEnable", "Getting virtual adapter address failed"));
 }
 
 }  // namespace

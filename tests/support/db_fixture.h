@@ -1,0 +1,36 @@
+// db_fixture.h - a fixture for tests that load the library on a database
+// written from a string, inside the test sandbox.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "nexcfg_internal.h"
+#include "support/sandbox.h"
+#include "support/test_util.h"
+
+namespace nxc::test {
+
+constexpr char kDbPath[] = "/etc/zymtra/networking";
+// Every level on, so that tests can read every line the library writes.
+constexpr char kDbHeader[] = "VERSION=1,0\nanswer NXC_LOGLEVEL 0x7f\n";
+
+class DbTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Writes the database file: kDbHeader followed by records.
+  void WriteDb(const std::string &records) { WriteRawDb(kDbHeader + records); }
+  void WriteRawDb(const std::string &text);
+  std::string DbText() const { return ReadFile(kDbPath); }
+  // NXC_Load on the database file.
+  bool Load(bool readOnly = false);
+  // Unloads every load, writing the database back (or not).
+  void UnloadAll(bool writeBack = true);
+  // The answer of key in the default cache, or "<absent>".
+  std::string Answer(const char *key) const;
+};
+
+}  // namespace nxc::test

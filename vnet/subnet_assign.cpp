@@ -6,8 +6,6 @@
 // the life of the process. A probe walks that order from a cursor, marks
 // each candidate it tries as taken, and keeps the first one on which the
 // hypervisor's ping program hears no host.
-#include "vnet/subnet_priv.h"
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,6 +14,7 @@
 
 #include "base/random.h"
 #include "nexcfg_internal.h"
+#include "vnet/subnet_priv.h"
 
 namespace {
 
@@ -124,7 +123,8 @@ extern "C" void NXCShuffleAvailSubnets(void) noexcept {
   for (uint32_t round = 0; round < 2 * n; ++round) {
     uint32_t r[2];
     if (!nxc::RandomBytes(r, sizeof r)) {
-      NXCLog(LOG_ERR, __func__, "Failed to get random numbers, subnet candidates only partly shuffled");
+      NXCLog(LOG_ERR, __func__,
+             "Failed to get random numbers, subnet candidates only partly shuffled");
       return;
     }
     std::swap(gCandidates.entries[r[0] % n], gCandidates.entries[r[1] % n]);

@@ -46,14 +46,17 @@ bool CopyField(uint32_t vnet, const char *field, char *buffer, size_t size) {
 // mappings; removing them is its call. This build carries no DHCP layer, so
 // the removal cannot be done and says so.
 bool RemoveDhcpConfiguration(uint32_t vnet, const char *fn) {
-  NXCLog(LOG_ERR, fn, "No DHCP configuration layer in this library: cannot remove DHCP configuration of vnet: %u",
-         vnet);
+  NXCLog(
+      LOG_ERR, fn,
+      "No DHCP configuration layer in this library: cannot remove DHCP configuration of vnet: %u",
+      vnet);
   return false;
 }
 
 // Likewise for the NAT layer's parameters of the vnet.
 bool RemoveNatConfiguration(uint32_t vnet, const char *fn) {
-  NXCLog(LOG_ERR, fn, "No NAT configuration layer in this library: cannot remove NAT configuration of vnet: %u",
+  NXCLog(LOG_ERR, fn,
+         "No NAT configuration layer in this library: cannot remove NAT configuration of vnet: %u",
          vnet);
   return false;
 }

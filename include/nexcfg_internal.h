@@ -94,6 +94,21 @@ NXC_EXPORT bool NXCNetCfgCheckVersion(const char *path) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCNetCfgIsReadOnly(NXCNetworkConfigurationDB *cache) NXC_NOEXCEPT;
 /* Creates (or truncates) path holding only its version line. */
 NXC_EXPORT bool NXCNetCfgCreateDB(const char *path, bool backup) NXC_NOEXCEPT;
+/* Writes the cache (the default one when NULL) in compact form to path, as
+ * a database file or, with backup, a backup file. */
+NXC_EXPORT bool NXCNetCfgExportConfig(NXCNetworkConfigurationDB *cache, const char *path,
+                                      bool backup) NXC_NOEXCEPT;
+/* The same records, without a version line, as a malloc'd text in *text
+ * (freed by the caller; always NUL-terminated) and its length in *length
+ * when length is not NULL. nulTerminated is accepted for callers that ask
+ * for a terminated text explicitly. */
+NXC_EXPORT bool NXCNetCfgExportConfigToBuffer(NXCNetworkConfigurationDB *cache, char **text,
+                                              size_t *length, bool nulTerminated) NXC_NOEXCEPT;
+/* Replaces the database at databasePath with the contents of a backup
+ * file, dropping unknown answers and upgrading a legacy (version-less)
+ * backup. The previous file is kept as "<databasePath>.bak.<n>"; on any
+ * failure it is put back and the default cache reloaded from it. */
+NXC_EXPORT bool NXCNetCfgImportConfig(const char *backupPath, const char *databasePath) NXC_NOEXCEPT;
 
 /* Answers. *value points at the cache's own copy. */
 NXC_EXPORT bool NXCNetCfgGetAnswerString(NXCNetworkConfigurationDB *cache, const char *key,

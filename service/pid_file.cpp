@@ -22,8 +22,7 @@ using nxc::CPtr;
 using nxc::ServiceInfo;
 
 constexpr ServiceInfo kServices[] = {
-    {NXC_SERVICE_BRIDGE, "Bridge", "BRIDGE_PROGRAM", "zynet-bridge", false,
-     NXC_VNET_OPTION_BRIDGE},
+    {NXC_SERVICE_BRIDGE, "Bridge", "BRIDGE_PROGRAM", "zynet-bridge", false, NXC_VNET_OPTION_BRIDGE},
     {NXC_SERVICE_NETIFUP, "Netifup", "NETIFUP_PROGRAM", "zynet-netifup", true,
      NXC_VNET_OPTION_ADAPTER},
     {NXC_SERVICE_DHCP, "DHCP", "DHCP_PROGRAM", "zynet-dhcpd", true, NXC_VNET_OPTION_DHCP},

@@ -142,8 +142,7 @@ bool AddServiceArgs(uint32_t vnet, uint32_t id, const char *vnetName, ArgVector 
   switch (id) {
     case NXC_SERVICE_BRIDGE:
       return AddPidFile(vnet, id, "-d", args) && args->AddCopy("-n") &&
-             args->Add(AllocPrint("%d", static_cast<int>(vnet))) &&
-             AddBridgeAdapters(vnet, args);
+             args->Add(AllocPrint("%d", static_cast<int>(vnet))) && AddBridgeAdapters(vnet, args);
     case NXC_SERVICE_NETIFUP: {
       // The MTU is passed only when the vnet has one.
       const char *mtu = NXCGetVnetCfg(vnet, "MTU");
@@ -228,12 +227,13 @@ bool ForkAndWait(const char *executable, const ArgVector &args, UniqueFd *readEn
   do {
     waited = waitpid(child, &status, 0);
   } while (waited < 0 && errno == EINTR);
-  if (waited < 0)
-    NXCLog(LOG_WRN, kFn, "waitpid() reported pid: %d, reported error: %s",
-           static_cast<int>(waited), strerror(errno));
-  else
+  if (waited < 0) {
+    NXCLog(LOG_WRN, kFn, "waitpid() reported pid: %d, reported error: %s", static_cast<int>(waited),
+           strerror(errno));
+  } else {
     NXCLog(LOG_INFO, kFn, "waitpid() reported pid: %d, reported error: %s",
            static_cast<int>(waited), "none");
+  }
 
   uint16_t value = 0;
   ssize_t n;
@@ -292,8 +292,7 @@ extern "C" bool NXCServiceStart(uint32_t vnet, uint32_t id) noexcept {
   }
   ArgVector args;
   if (!args.AddCopy(executable.get()) || !args.AddCopy("-s") ||
-      !args.Add(AllocPrint("%d", writeEnd.get())) ||
-      !AddServiceArgs(vnet, id, vnetName, &args))
+      !args.Add(AllocPrint("%d", writeEnd.get())) || !AddServiceArgs(vnet, id, vnetName, &args))
     return nxc::InternalExit(kFn, __LINE__, false);
 
   bool started = ForkAndWait(executable.get(), args, &readEnd, &writeEnd);

@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr useconds_t kPollInterval = 50000;   // microseconds
-constexpr uint64_t kStopTimeout = 3000000;    // microseconds
+constexpr useconds_t kPollInterval = 50000;  // microseconds
+constexpr uint64_t kStopTimeout = 3000000;   // microseconds
 constexpr uint64_t kNanosPerMicro = 1000;
 
 uint64_t NowMicros() { return nxc::MonotonicNanos() / kNanosPerMicro; }
@@ -71,9 +71,10 @@ extern "C" bool NXCServiceStop(uint32_t vnet, uint32_t id) noexcept {
     (void)kill(pid, SIGKILL);
   }
   (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_CUSTOM, path.get());
-  // The NAT daemon's stop has always made a second removal without a name;
-  // it fails and its result does not count.
-  if (id == NXC_SERVICE_NAT) (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_CUSTOM, nullptr);
+  // The NAT stop makes a second removal with no name at all, kept as it is:
+  // it fails, and its result does not count.
+  if (id == NXC_SERVICE_NAT)
+    (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_CUSTOM, nullptr);
   return nxc::InternalExit(kFn, __LINE__, true);
 }
 

@@ -160,8 +160,8 @@ class ServiceTest : public nxc::test::DbTest {
     DbTest::SetUp();
     if (HasFatalFailure()) return;
     std::string standin = std::string(nxc::test::StandinDir()) + "/zynet-standin";
-    std::string setup = std::string("rm -rf ") + kBinDir + " " + kStateDir + " /run/*.pid && mkdir " +
-                        kBinDir + " " + kStateDir;
+    std::string setup = std::string("rm -rf ") + kBinDir + " " + kStateDir +
+                        " /run/*.pid && mkdir " + kBinDir + " " + kStateDir;
     for (const char *name : kDaemons) setup += " && ln -s " + standin + " " + kBinDir + "/" + name;
     ASSERT_EQ(Shell(setup), 0);
     ASSERT_TRUE(WriteFile("/etc/zymtra/config", std::string("bindir = \"") + kBinDir + "\"\n"));
@@ -229,9 +229,8 @@ TEST_F(ServiceTest, ExtractPidFromFile) {
     const char *contents;  // null: no file
     int32_t pid;
   } cases[] = {
-      {nullptr, 0},     {"1234\n", 1234},        {"77", 77},     {"1234\nmore\n", 1234},
-      {"abc\n", 0},     {"", 0},                 {"-5\n", 0},    {"0x10\n", 0},
-      {" 12\n", 0},     {"4294967295\n", 0},     {"12 34\n", 0},
+      {nullptr, 0}, {"1234\n", 1234}, {"77", 77},   {"1234\nmore\n", 1234}, {"abc\n", 0},   {"", 0},
+      {"-5\n", 0},  {"0x10\n", 0},    {" 12\n", 0}, {"4294967295\n", 0},    {"12 34\n", 0},
   };
   const std::string file = "/run/test.pid";
   for (const auto &c : cases) {
@@ -244,7 +243,8 @@ TEST_F(ServiceTest, ExtractPidFromFile) {
     EXPECT_EQ(NXCExtractPidFromFile(file.c_str(), &missing), c.pid);
     EXPECT_EQ(missing, c.contents == nullptr);
   }
-  EXPECT_TRUE(LogHas("Could not open the PID file: /run/test.pid, error: No such file or directory"));
+  EXPECT_TRUE(
+      LogHas("Could not open the PID file: /run/test.pid, error: No such file or directory"));
 }
 
 TEST_F(ServiceTest, StartPassesEachDaemonItsCommandLine) {
@@ -266,7 +266,8 @@ TEST_F(ServiceTest, StartPassesEachDaemonItsCommandLine) {
          "-iethB", "-iethC"}},
       {"bridge without adapters", 5, 1, "",
        V{bin + "zynet-bridge", "-s", "<S>", "-d", "/var/run/zynet-bridge-5.pid", "-n", "5"}},
-      {"netifup with an MTU", 8, 2, "answer VNET_8_MTU 1400\nanswer VNET_8_VIRTUAL_ADAPTER_NAME hn8\n",
+      {"netifup with an MTU", 8, 2,
+       "answer VNET_8_MTU 1400\nanswer VNET_8_VIRTUAL_ADAPTER_NAME hn8\n",
        V{bin + "zynet-netifup", "-s", "<S>", "-m", "1400", "-d",
          "/var/run/zynet-netifup-zynet8.pid", "/dev/zynet8", "hn8"}},
       {"netifup without an MTU", 9, 2, "",
@@ -279,7 +280,8 @@ TEST_F(ServiceTest, StartPassesEachDaemonItsCommandLine) {
       {"nat", 8, 4, "",
        V{bin + "zynet-natd", "-s", "<S>", "-d", "/var/run/zynet-natd-8.pid", "-m",
          "/etc/zymtra/zynet8/nat.mac", "-c", "/etc/zymtra/zynet8/nat/nat.conf"}},
-      {"answers name only the pid file", 8, 4, "answer NAT_PROGRAM natpid\nanswer RUNDIR /run/svc\n",
+      {"answers name only the pid file", 8, 4,
+       "answer NAT_PROGRAM natpid\nanswer RUNDIR /run/svc\n",
        V{bin + "zynet-natd", "-s", "<S>", "-d", "/run/svc/natpid-8.pid", "-m",
          "/etc/zymtra/zynet8/nat.mac", "-c", "/etc/zymtra/zynet8/nat/nat.conf"}},
   };
@@ -557,9 +559,8 @@ TEST_F(ServiceTest, RemovingBridgeMappingsRestartsTheDefaultBridge) {
   pid_t after = PidIn("/var/run/zynet-bridge-0.pid");
   EXPECT_NE(after, before);
   EXPECT_TRUE(Alive(after));
-  EXPECT_EQ(Argv("zynet-bridge"),
-            (V{std::string(kBinDir) + "/zynet-bridge", "-s", "<S>", "-d",
-               "/var/run/zynet-bridge-0.pid", "-n", "0"}));
+  EXPECT_EQ(Argv("zynet-bridge"), (V{std::string(kBinDir) + "/zynet-bridge", "-s", "<S>", "-d",
+                                     "/var/run/zynet-bridge-0.pid", "-n", "0"}));
   EXPECT_FALSE(LogHas("Failed to restart bridge service"));
 }
 

@@ -60,9 +60,10 @@ bool ApiLockConfig(const char *fn) {
 // unlock of a database that holds no lock only logs a trace line.
 void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
 
-// The NAT66 prefix table of a vnet, reached the way the NAT layer reaches
-// it: both operations go to the default database cache. The description is
-// handed on for the table to take or leave.
+// The NAT66 prefix table of a vnet on the default database cache, reached
+// here directly until the NAT layer's own prefix calls (which forward to
+// these same table calls) are part of the library; then these two go. The
+// description is handed on for the table to take or leave.
 bool NatSetPrefix(uint32_t vnet, const char *prefix, const char *desc, int32_t descLen) {
   return NXCNetCfgAddNATPrefix(nullptr, vnet, prefix, desc, descLen);
 }

@@ -109,6 +109,20 @@ NXC_EXPORT bool NXCNetCfgExportConfigToBuffer(NXCNetworkConfigurationDB *cache, 
  * backup. The previous file is kept as "<databasePath>.bak.<n>"; on any
  * failure it is put back and the default cache reloaded from it. */
 NXC_EXPORT bool NXCNetCfgImportConfig(const char *backupPath, const char *databasePath) NXC_NOEXCEPT;
+/* Replaces the loaded configuration with the file's. The daemons of every
+ * vnet whose settings or port forwards differ are stopped first, their
+ * DHCP and NAT files rewritten and their configured daemons started again.
+ * On failure the previous configuration is imported back. */
+NXC_EXPORT bool NXCNetCfgMergeConfig(const char *path) NXC_NOEXCEPT;
+/* True when the vnet's port forwards in cache and in the default cache are
+ * the same. */
+NXC_EXPORT bool NXCNetCfgMergeConfigPortFwdCmp(NXCNetworkConfigurationDB *cache,
+                                               uint32_t vnet) NXC_NOEXCEPT;
+/* True when cache holds a forward equal to the given one. */
+NXC_EXPORT bool NXCNetCfgMergeConfigPortFwdCmpHash(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                                   bool tcp, uint16_t hostPort, const char *vmIP,
+                                                   uint16_t vmPort,
+                                                   const char *description) NXC_NOEXCEPT;
 
 /* Answers. *value points at the cache's own copy. */
 NXC_EXPORT bool NXCNetCfgGetAnswerString(NXCNetworkConfigurationDB *cache, const char *key,
@@ -421,10 +435,8 @@ NXC_EXPORT bool NXCIsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
 #define NXC_SERVICE_DHCP 3u
 #define NXC_SERVICE_NAT 4u
 
-/* Results of NXCServiceStatus. */
-#define NXC_SERVICE_RUNNING 0x8408u
-#define NXC_SERVICE_NOT_RUNNING 0x8404u
-#define NXC_SERVICE_STATUS_UNKNOWN 0x8420u
+/* NXCServiceStatus gives the status codes of nexcfg.h (NXC_SERVICE_RUNNING,
+ * NXC_SERVICE_NOT_RUNNING, NXC_SERVICE_STATUS_UNKNOWN). */
 
 /* The vnet option (NXC_VNET_OPTION_*) a service needs before a restart
  * starts it; 0 for an unknown service. */
@@ -452,6 +464,13 @@ NXC_EXPORT uint32_t NXCServiceStatus(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
  * wasRunning and isRunning may be NULL. */
 NXC_EXPORT bool NXCRestartService(uint32_t vnet, uint32_t id, bool *wasRunning, bool *isRunning,
                                   bool startIfStopped) NXC_NOEXCEPT;
+
+/* ======================================================================
+ * Public API helpers
+ * ====================================================================== */
+
+/* Creates (create) or removes the device node of the named vnet. */
+NXC_EXPORT bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) NXC_NOEXCEPT;
 
 NXC_END_DECLS
 

@@ -283,6 +283,13 @@ TEST_F(DhcpTest, GetterPrefersTheStoredValueAndFallsBackToTheDefault) {
                      "vnet: 8"));
   EXPECT_EQ(Get(8, 9543, true), "192.168.40.254");
   EXPECT_TRUE(LogHas("Reverting to getting default value"));
+  // The not-found line is an error line even when the default follows.
+  nxcContext.logMask = LOG_ERR;
+  nxc::test::ClearLog();
+  EXPECT_EQ(Get(8, 9543, true), "192.168.40.254");
+  EXPECT_TRUE(LogHas("Value for DHCP parameter: \"Lease End IP\" not found"));
+  EXPECT_FALSE(LogHas("Reverting to getting default value"));
+  nxcContext.logMask = 0x7f;
 
   // A stored value that does not fit fails without trying the default.
   char small[4] = "xxx";

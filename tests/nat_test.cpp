@@ -296,29 +296,6 @@ TEST_F(NatTest, WrittenFilesMatchTheGoldenFiles) {
   }
 }
 
-TEST_F(NatTest, WrittenFileIsTheExportedTextsInOrder) {
-  LoadWith(kVnet8);
-  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
-  std::string text = ReadFile(kConf);
-  size_t at = 0;
-  for (const char *piece :
-       {NXCNATConfigFileHeader, NXCNATConfigFileHostSectionHeader, NXCNATConfigFileMacOSVirtApiDesc,
-        NXCNATConfigFileIPDesc, NXCNATConfigFileDeviceDesc, NXCNATConfigFileActiveFTPDesc,
-        NXCNATConfigFileAllowAnyOUIDesc, NXCNATConfigHostDefaultOptions, NXCNATConfigFileNat6Desc,
-        NXCNATConfigFileNat6PrefixDesc, NXCNATConfigFileTCPSectionHeader,
-        NXCNATConfigFileTCPDefaultOptions, NXCNATConfigFileUDPSectionHeader,
-        NXCNATConfigFileUDPTimeoutDesc, NXCNATConfigFileNetbiosSectionHeader,
-        NXCNATConfigNetbiosDefaultOptions, NXCNATConfigFileIncomingTCPSectionHeader,
-        NXCNATConfigFileIncomingTCPDesc, NXCNATConfigFileIncomingUDPSectionHeader,
-        NXCNATConfigFileIncomingUDPDesc}) {
-    size_t found = text.find(piece, at);
-    ASSERT_NE(found, std::string::npos) << piece;
-    at = found + strlen(piece);
-  }
-  EXPECT_EQ(text.find(NXCNATConfigHostNat6DefaultOptions), std::string::npos);
-  EXPECT_STREQ(NXCNATConfigFileNat6Desc, NXCNATConfigFileNat6PrefixDesc);
-}
-
 TEST_F(NatTest, EachRegenerationBacksUpThePreviousFile) {
   LoadWith(kVnet8);
   ASSERT_TRUE(NXCNATUpdateFromConfig(8));

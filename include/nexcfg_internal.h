@@ -94,6 +94,21 @@ NXC_EXPORT bool NXCNetCfgCheckVersion(const char *path) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCNetCfgIsReadOnly(NXCNetworkConfigurationDB *cache) NXC_NOEXCEPT;
 /* Creates (or truncates) path holding only its version line. */
 NXC_EXPORT bool NXCNetCfgCreateDB(const char *path, bool backup) NXC_NOEXCEPT;
+/* Writes the cache (the default one when NULL) in compact form to path, as
+ * a database file or, with backup, a backup file. */
+NXC_EXPORT bool NXCNetCfgExportConfig(NXCNetworkConfigurationDB *cache, const char *path,
+                                      bool backup) NXC_NOEXCEPT;
+/* The same records, without a version line, as a malloc'd text in *text
+ * (freed by the caller; always NUL-terminated) and its length in *length
+ * when length is not NULL. nulTerminated is accepted for callers that ask
+ * for a terminated text explicitly. */
+NXC_EXPORT bool NXCNetCfgExportConfigToBuffer(NXCNetworkConfigurationDB *cache, char **text,
+                                              size_t *length, bool nulTerminated) NXC_NOEXCEPT;
+/* Replaces the database at databasePath with the contents of a backup
+ * file, dropping unknown answers and upgrading a legacy (version-less)
+ * backup. The previous file is kept as "<databasePath>.bak.<n>"; on any
+ * failure it is put back and the default cache reloaded from it. */
+NXC_EXPORT bool NXCNetCfgImportConfig(const char *backupPath, const char *databasePath) NXC_NOEXCEPT;
 
 /* Answers. *value points at the cache's own copy. */
 NXC_EXPORT bool NXCNetCfgGetAnswerString(NXCNetworkConfigurationDB *cache, const char *key,
@@ -599,6 +614,48 @@ NXC_EXPORT bool NXCGetVnetVirtAdapterAddr(uint32_t vnet, char *buffer, size_t si
                                           bool computeIfAbsent) NXC_NOEXCEPT;
 /* False on this platform. */
 NXC_EXPORT bool NXCIsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
+
+/* ======================================================================
+ * Service control: the per-vnet daemons
+ * ====================================================================== */
+
+/* Service identifiers (NXCServiceID). */
+#define NXC_SERVICE_BRIDGE 1u
+#define NXC_SERVICE_NETIFUP 2u
+#define NXC_SERVICE_DHCP 3u
+#define NXC_SERVICE_NAT 4u
+
+/* Results of NXCServiceStatus. */
+#define NXC_SERVICE_RUNNING 0x8408u
+#define NXC_SERVICE_NOT_RUNNING 0x8404u
+#define NXC_SERVICE_STATUS_UNKNOWN 0x8420u
+
+/* The vnet option (NXC_VNET_OPTION_*) a service needs before a restart
+ * starts it; 0 for an unknown service. */
+NXC_EXPORT uint32_t NXCLookupConfigOptionForServiceID(uint32_t id) NXC_NOEXCEPT;
+/* "Bridge", "Netifup", "DHCP" or "NAT"; "" for an unknown service. */
+NXC_EXPORT const char *NXCLookupDescStringForServiceID(uint32_t id) NXC_NOEXCEPT;
+/* The daemon's pid file, RUNDIR/<program>-<vnet number or name>.pid, as a
+ * malloc'd path the caller frees; *desc (when desc is not NULL) gets the
+ * service's description. */
+NXC_EXPORT bool NXCGetPidFilename(uint32_t vnet, uint32_t id, char **path,
+                                  const char **desc) NXC_NOEXCEPT;
+/* The pid on the first line of the pid file, or 0 when there is none.
+ * *fileMissing (when not NULL) tells whether the file could not be opened. */
+NXC_EXPORT int32_t NXCExtractPidFromFile(const char *path, bool *fileMissing) NXC_NOEXCEPT;
+/* Starts the daemon detached and succeeds once it has reported a status
+ * over the status pipe. */
+NXC_EXPORT bool NXCServiceStart(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
+/* Terminates the daemon of the pid file (killing it after 3 s) and removes
+ * the pid file. A daemon that is not there counts as stopped. */
+NXC_EXPORT bool NXCServiceStop(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
+/* NXC_SERVICE_RUNNING, NXC_SERVICE_NOT_RUNNING or NXC_SERVICE_STATUS_UNKNOWN. */
+NXC_EXPORT uint32_t NXCServiceStatus(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
+/* Stops a running daemon and starts it again when the vnet is configured
+ * for the service; a stopped daemon is started only with startIfStopped.
+ * wasRunning and isRunning may be NULL. */
+NXC_EXPORT bool NXCRestartService(uint32_t vnet, uint32_t id, bool *wasRunning, bool *isRunning,
+                                  bool startIfStopped) NXC_NOEXCEPT;
 
 NXC_END_DECLS
 

@@ -13,20 +13,6 @@ namespace {
 constexpr size_t kMacSize = 18;
 constexpr size_t kIPSize = 16;
 
-NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
-                                        const char *fn) {
-  NXCNetworkConfigurationDB *db = ResolveCache(cache);
-  if (!db) {
-    NXCLog(LOG_ERR, fn, "Database cache is not loaded");
-    return nullptr;
-  }
-  if (vnet >= kNumVnets) {
-    NXCLog(LOG_ERR, fn, "Invalid arguments");
-    return nullptr;
-  }
-  return db;
-}
-
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
   HashTable *t = db->dhcp[vnet].table;
   return t ? static_cast<DHCPMACToIPEntry *>(t->Lookup(StrKey(mac))) : nullptr;

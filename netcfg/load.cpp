@@ -301,9 +301,9 @@ enum class VersionLine { kOk, kFailed, kLegacy };
 
 // Reads and checks the first line. A backup file without a version line is
 // a legacy backup: version 0.0, and its first line is a record.
-VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, const char *fn) {
+VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const char *fn) {
   int err = 0;
-  CPtr<char> line(ReadNextLine(db->stream, kMaxLineLength, &err));
+  CPtr<char> line(ReadNextLine(reader, kMaxLineLength, &err));
   if (!line && err != 0) {
     NXCLog(LOG_ERR, fn, "Failed to read version number, error: %s", strerror(err));
     return VersionLine::kFailed;
@@ -325,7 +325,7 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, const char *fn) {
   }
   if (db->backup && name != "BACKUP_VERSION") {
     NXCLog(LOG_INFO, fn, "Version line not found in database file, defaulting to legacy version");
-    if (fseek(db->stream, 0, SEEK_SET) != 0) {
+    if (fseek(reader, 0, SEEK_SET) != 0) {
       err = errno;
       NXCLog(LOG_ERR, fn, "fseek: failed, error: %s", strerror(err));
       return VersionLine::kFailed;
@@ -339,11 +339,12 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, const char *fn) {
 }
 
 // Reads every record after the version line; false on a read error.
-bool ReadRecords(NXCNetworkConfigurationDB *db, uint32_t firstLineNumber, const char *fn) {
+bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
+                 const char *fn) {
   uint32_t lineNumber = firstLineNumber;
   for (;;) {
     int err = 0;
-    CPtr<char> line(ReadNextLine(db->stream, kMaxLineLength, &err));
+    CPtr<char> line(ReadNextLine(reader, kMaxLineLength, &err));
     if (!line) {
       if (err == 0) return true;
       NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(err));
@@ -408,13 +409,28 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
     NXCLog(LOG_ERR, fn, "strdup failed, error: %s", strerror(err));
     return false;
   }
-  VersionLine version = ReadVersionLine(db, fn);
+  // The records are read through a buffered stream of their own: the
+  // database stream is unbuffered so that each appended record reaches the
+  // file at once, and reading through it would cost a system call a byte.
+  UniqueFile reader(fopen(path, "re"));
+  if (!reader) {
+    err = errno;
+    NXCLog(LOG_ERR, fn, "Unable to open network configuration database file, error: %s",
+           strerror(err));
+    return false;
+  }
+  VersionLine version = ReadVersionLine(db, reader.get(), fn);
   if (version == VersionLine::kFailed) return false;
   if (version == VersionLine::kLegacy) db->major = db->minor = 0;
   NXCLog(LOG_INFO2, fn, "Database file, Major version: %u, Minor version: %u", db->major,
          db->minor);
   // The version line is line 1; a legacy backup's first line is a record.
-  if (!ReadRecords(db, version == VersionLine::kLegacy ? 1 : 2, fn)) return false;
+  if (!ReadRecords(db, reader.get(), version == VersionLine::kLegacy ? 1 : 2, fn)) return false;
+  if (fseek(db->stream, 0, SEEK_END) != 0) {
+    err = errno;
+    NXCLog(LOG_ERR, fn, "fseek: failed, error: %s", strerror(err));
+    return false;
+  }
   if (db->lock) {
     FileLock *lock = db->lock;
     db->lock = nullptr;

@@ -14,14 +14,11 @@ namespace nxc {
 
 namespace {
 
-NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
-                                        const char *prefix, const char *fn) {
-  NXCNetworkConfigurationDB *db = ResolveCache(cache);
-  if (!db) {
-    NXCLog(LOG_ERR, fn, "Database cache is not loaded");
-    return nullptr;
-  }
-  if (vnet >= kNumVnets || !prefix) {
+// CacheForVnet, and a prefix is required.
+NXCNetworkConfigurationDB *CacheForPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                          const char *prefix, const char *fn) {
+  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, fn);
+  if (db && !prefix) {
     NXCLog(LOG_ERR, fn, "Invalid arguments");
     return nullptr;
   }
@@ -81,7 +78,7 @@ extern "C" bool NXCNetCfgAddNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t
                                       const char *prefix, const char * /*desc*/,
                                       int32_t /*descLen*/) noexcept {
   static constexpr char kFn[] = "NXCNetCfgAddNATPrefix";
-  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, prefix, kFn);
+  NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db) return false;
   if (HasPrefix(db, vnet, prefix)) return true;
   if (!NetCfgHashAddNATPrefix(db, vnet, prefix)) {
@@ -101,7 +98,7 @@ extern "C" bool NXCNetCfgAddNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t
 extern "C" bool NXCNetCfgRemoveNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                          const char *prefix) noexcept {
   static constexpr char kFn[] = "NXCNetCfgRemoveNATPrefix";
-  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, prefix, kFn);
+  NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db || !HasPrefix(db, vnet, prefix)) return false;
   CPtr<char> name(strdup(prefix));  // prefix may be the entry's own text
   if (!name) {
@@ -128,7 +125,7 @@ extern "C" bool NXCNetCfgRemoveNATPrefix(NXCNetworkConfigurationDB *cache, uint3
 extern "C" bool NXCNetCfgLookupNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                          const char *prefix) noexcept {
   static constexpr char kFn[] = "NXCNetCfgLookupNATPrefix";
-  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, prefix, kFn);
+  NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db) return false;
   HashTable *t = db->prefixes[vnet].table;
   if (!t) {
@@ -147,7 +144,7 @@ extern "C" bool NXCNetCfgLookupNATPrefix(NXCNetworkConfigurationDB *cache, uint3
 extern "C" bool NXCNetCfgRemoveAllNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                             bool writeRecords) noexcept {
   static constexpr char kFn[] = "NXCNetCfgRemoveAllNATPrefix";
-  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, "", kFn);
+  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db) return false;
   RecordTable *t = &db->prefixes[vnet];
   if (!t->table) return true;

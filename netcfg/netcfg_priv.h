@@ -113,6 +113,10 @@ inline NXCNetworkConfigurationDB *ResolveCache(NXCNetworkConfigurationDB *cache)
 // Appends one record line to the database stream (at its end). On failure
 // returns false with *error set to errno; the cache is not touched.
 bool AppendToDatabase(NXCNetworkConfigurationDB *db, const char *text, int *error);
+// The cache (the default one for null) for a call on vnet's records; null,
+// after logging why, when no cache is loaded or the vnet is out of range.
+NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                        const char *fn);
 // Appends the record of the given type for entry to the cache's own
 // stream with NetCfgWriteRecordToConfig (which logs a failure).
 // *error (optional) receives the errno of a failed write.

@@ -27,21 +27,6 @@ NATPortFwdEntry *FindForward(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
   return static_cast<NATPortFwdEntry *>(t->table->Lookup(NumKey(hostPort)));
 }
 
-// Resolves the cache and checks the vnet; logs what is wrong.
-NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
-                                        const char *fn) {
-  NXCNetworkConfigurationDB *db = ResolveCache(cache);
-  if (!db) {
-    NXCLog(LOG_ERR, fn, "Database cache is not loaded");
-    return nullptr;
-  }
-  if (vnet >= kNumVnets) {
-    NXCLog(LOG_ERR, fn, "Invalid arguments");
-    return nullptr;
-  }
-  return db;
-}
-
 // A forward's values kept aside for an undo.
 struct SavedForward {
   bool present = false;

@@ -64,6 +64,20 @@ bool AppendToDatabase(NXCNetworkConfigurationDB *db, const char *text, int *erro
   return AppendToStream(db->stream, text, error);
 }
 
+NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                        const char *fn) {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db) {
+    NXCLog(LOG_ERR, fn, "Database cache is not loaded");
+    return nullptr;
+  }
+  if (vnet >= kNumVnets) {
+    NXCLog(LOG_ERR, fn, "Invalid arguments");
+    return nullptr;
+  }
+  return db;
+}
+
 bool AppendRecordOf(NXCNetworkConfigurationDB *db, uint32_t type, const void *entry, int *error) {
   RecordWriterContext ctx = {type, db, db->stream, 0};
   bool ok = NetCfgWriteRecordToConfig(NumKey(0), const_cast<void *>(entry), &ctx) == 0;

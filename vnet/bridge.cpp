@@ -219,10 +219,13 @@ extern "C" bool NXCRemoveBridgeMappingsForVnet(int32_t vnet) noexcept {
   }
   NXCFreeHostAdapList(&list);
   if (defaultBridge < 0 || defaultBridge >= static_cast<int32_t>(NXC_NUM_VNETS)) return ok;
-  // The default bridge's daemon has to be restarted to take the adapters
-  // in. Service control is not part of this library yet, so the restart
-  // cannot happen and the call reports failure.
-  NXCLog(LOG_ERR, __func__, "Failed to restart bridge service on default bridge: %d",
-         defaultBridge);
-  return false;
+  // The default bridge's daemon is restarted to take the adapters in; one
+  // that is not running stays stopped.
+  if (!NXCRestartService(static_cast<uint32_t>(defaultBridge), NXC_SERVICE_BRIDGE, nullptr, nullptr,
+                         /*startIfStopped=*/false)) {
+    NXCLog(LOG_ERR, __func__, "Failed to restart bridge service on default bridge: %d",
+           defaultBridge);
+    return false;
+  }
+  return ok;
 }

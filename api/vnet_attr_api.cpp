@@ -60,17 +60,6 @@ bool ApiLockConfig(const char *fn) {
 // unlock of a database that holds no lock only logs a trace line.
 void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
 
-// The NAT66 prefix table of a vnet on the default database cache, reached
-// here directly until the NAT layer's own prefix calls (which forward to
-// these same table calls) are part of the library; then these two go. The
-// description is handed on for the table to take or leave.
-bool NatSetPrefix(uint32_t vnet, const char *prefix, const char *desc, int32_t descLen) {
-  return NXCNetCfgAddNATPrefix(nullptr, vnet, prefix, desc, descLen);
-}
-bool NatGetPrefix(uint32_t vnet, const char *prefix) {
-  return NXCNetCfgLookupNATPrefix(nullptr, vnet, prefix);
-}
-
 }  // namespace
 
 // ---- Getters -------------------------------------------------------------
@@ -486,7 +475,7 @@ extern "C" bool NXC_SetNATPrefix(const char *vnet, const char *prefix, const cha
     }
   }
   if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
-  if (!NatSetPrefix(vnetNum, prefix, descCopy.get(), descLen)) {
+  if (!NXCNATSetPrefix(vnetNum, prefix, descCopy.get(), descLen)) {
     NXCLog(LOG_ERR, kFn, "Setting NAT prefix failed for vnet: %s, prefix: %s", vnet, prefix);
     ApiUnlockConfig();
     return ApiExit(kFn, __LINE__, false);
@@ -510,7 +499,7 @@ extern "C" bool NXC_GetNATPrefix(const char *vnet, const char *prefix, void *des
   if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   // Prefix entries keep no description: desc and *descLen stay as they
   // came in, on success too.
-  if (!NatGetPrefix(vnetNum, prefix)) {
+  if (!NXCNATGetPrefix(vnetNum, prefix)) {
     NXCLog(LOG_ERR, kFn, "Getting NAT prefix failed on vnet: %s", vnet);
     return ApiExit(kFn, __LINE__, false);
   }

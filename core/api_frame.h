@@ -21,6 +21,11 @@
 
 namespace nxc {
 
+// The log file used until the database names another.
+inline constexpr char kDefaultLogPath[] = "/var/log/nexcfg";
+// The mask while only the default log is open.
+inline constexpr uint32_t kDefaultLogMask = 0x19;
+
 // "\n----------------------------------\nEntering API Function, %s:%d\n"
 // at LOG_INFO2, without a function-name prefix.
 void ApiEnterBanner(const char *fn, int line) noexcept;

@@ -13,9 +13,7 @@
 
 namespace {
 
-constexpr char kDefaultLogPath[] = "/var/log/nexcfg";
 constexpr uint32_t kVersion = 0x10000;
-constexpr uint32_t kInitialLogMask = 0x19;
 // While no log stream could be opened: no level bit is set in it.
 constexpr uint32_t kNoLogMask = 0xFFFFFF80;
 constexpr size_t kPathSize = 256;
@@ -24,7 +22,7 @@ constexpr size_t kPathSize = 256;
 // when it cannot be opened.
 void OpenConfiguredLog(const char *fn) {
   char path[kPathSize];
-  if (!NXCGetLogPath(path, sizeof path) || strcmp(path, kDefaultLogPath) == 0) return;
+  if (!NXCGetLogPath(path, sizeof path) || strcmp(path, nxc::kDefaultLogPath) == 0) return;
   FILE *stream = fopen(path, "ab+e");
   if (!stream) {
     int err = errno;
@@ -62,8 +60,8 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
     return false;
   }
   // A stream left open by an earlier failed load is replaced, as it stands.
-  nxcContext.logStream = fopen(kDefaultLogPath, "ab+e");
-  nxcContext.logMask = nxcContext.logStream ? kInitialLogMask : kNoLogMask;
+  nxcContext.logStream = fopen(nxc::kDefaultLogPath, "ab+e");
+  nxcContext.logMask = nxcContext.logStream ? nxc::kDefaultLogMask : kNoLogMask;
   nxc::ApiEnterBanner(kFn, __LINE__);
 
   bool flag = (readOnly & 0xFF) != 0;

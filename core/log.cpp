@@ -4,13 +4,14 @@
 #include <time.h>
 
 #include "base/str_util.h"
+#include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
 NXCContext nxcContext = {0, 0, nullptr};
 
 namespace {
 
-constexpr uint32_t kDefaultLogLevel = 0x19;
+
 constexpr uint32_t kMaxLogLevel = 0x7F;
 
 // "Mar 04 17:05:09", or "" when the time cannot be formatted in 15 chars.
@@ -61,8 +62,8 @@ extern "C" bool NXCSetVnetCfgLogLevel(int32_t level) noexcept {
 
 extern "C" uint32_t NXCGetVnetCfgLogLevel(void) noexcept {
   int32_t level = 0;
-  if (!NXCNetCfgGetAnswerInt32(nullptr, "NXC_LOGLEVEL", &level)) return kDefaultLogLevel;
-  if (level < 0) return kDefaultLogLevel;
+  if (!NXCNetCfgGetAnswerInt32(nullptr, "NXC_LOGLEVEL", &level)) return nxc::kDefaultLogMask;
+  if (level < 0) return nxc::kDefaultLogMask;
   // Values above the highest level are kept: the mask is only a bit set.
   return static_cast<uint32_t>(level);
 }

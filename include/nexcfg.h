@@ -181,6 +181,56 @@ NXC_EXPORT uint32_t NXC_GetNumberOfVnets(void) NXC_NOEXCEPT;
 /* Always false on Linux; works without NXC_Load. */
 NXC_EXPORT bool NXC_IsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
 
+/* ---- Services, devices and the database file ---------------------------- */
+
+/* Public service types. */
+#define NXC_SERVICE_TYPE_BRIDGE 0x8801u
+#define NXC_SERVICE_TYPE_DHCP 0x8802u
+#define NXC_SERVICE_TYPE_NAT 0x8803u
+#define NXC_SERVICE_TYPE_NETIFUP 0x8804u
+
+/* Service status codes. */
+#define NXC_SERVICE_RUNNING 0x8408u
+#define NXC_SERVICE_NOT_RUNNING 0x8404u
+#define NXC_SERVICE_STATUS_UNKNOWN 0x8420u
+
+/* Starts a vnet's daemon when the vnet is configured for it (and, for
+ * netifup, DHCP and NAT, has a subnet and the daemon's configuration file).
+ * A running daemon counts as started. */
+NXC_EXPORT bool NXC_StartService(const char *vnet, uint32_t serviceType) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_StopService(const char *vnet, uint32_t serviceType) NXC_NOEXCEPT;
+/* NXC_SERVICE_RUNNING, _NOT_RUNNING or _STATUS_UNKNOWN (also for bad
+ * arguments); 0 while the library is not loaded. */
+NXC_EXPORT uint32_t NXC_GetServiceStatus(const char *vnet, uint32_t serviceType) NXC_NOEXCEPT;
+
+/* The vnet's character device /dev/zynet<n>. */
+NXC_EXPORT bool NXC_CreateZynetDevice(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_DeleteZynetDevice(const char *vnet) NXC_NOEXCEPT;
+
+/* Removes every setting of a vnet (bridge mappings, DHCP, NAT, host-only
+ * adapter, subnet, device node). Refused while any of its daemons runs or
+ * its host-only adapter is up; otherwise every removal is attempted and
+ * the result says whether all succeeded. */
+NXC_EXPORT bool NXC_DeleteVnetFromDatabase(const char *vnet) NXC_NOEXCEPT;
+
+/* The database file. Creating, deleting, testing and importing work while
+ * the library is not loaded (creating and deleting only then). */
+NXC_EXPORT bool NXC_CreateNetworkingDB(bool overwrite) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_DeleteNetworkingDB(void) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_NetworkingDBExists(void) NXC_NOEXCEPT;
+/* True when this library understands the database file's version. */
+NXC_EXPORT bool NXC_CanReadNetworkingDB(void) NXC_NOEXCEPT;
+/* The database's records as a NUL-terminated text; the caller frees it
+ * with free(). NULL on failure. */
+NXC_EXPORT char *NXC_ExportDatabaseToBuffer(void) NXC_NOEXCEPT;
+/* A NULL file means "/tmp/networking_export". */
+NXC_EXPORT bool NXC_ExportDatabaseToFile(const char *file) NXC_NOEXCEPT;
+/* Replaces the database with a backup file's contents. */
+NXC_EXPORT bool NXC_ImportDatabaseFromFile(const char *file) NXC_NOEXCEPT;
+/* Replaces the configuration with a file's and restarts the daemons of
+ * every vnet whose settings changed. */
+NXC_EXPORT bool NXC_MergeDatabaseFromFile(const char *file) NXC_NOEXCEPT;
+
 NXC_END_DECLS
 
 #endif /* NEXCFG_H */

@@ -109,6 +109,20 @@ NXC_EXPORT bool NXCNetCfgExportConfigToBuffer(NXCNetworkConfigurationDB *cache, 
  * backup. The previous file is kept as "<databasePath>.bak.<n>"; on any
  * failure it is put back and the default cache reloaded from it. */
 NXC_EXPORT bool NXCNetCfgImportConfig(const char *backupPath, const char *databasePath) NXC_NOEXCEPT;
+/* Replaces the loaded configuration with the file's. The daemons of every
+ * vnet whose settings or port forwards differ are stopped first, their
+ * DHCP and NAT files rewritten and their configured daemons started again.
+ * On failure the previous configuration is imported back. */
+NXC_EXPORT bool NXCNetCfgMergeConfig(const char *path) NXC_NOEXCEPT;
+/* True when the vnet's port forwards in cache and in the default cache are
+ * the same. */
+NXC_EXPORT bool NXCNetCfgMergeConfigPortFwdCmp(NXCNetworkConfigurationDB *cache,
+                                               uint32_t vnet) NXC_NOEXCEPT;
+/* True when cache holds a forward equal to the given one. */
+NXC_EXPORT bool NXCNetCfgMergeConfigPortFwdCmpHash(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                                   bool tcp, uint16_t hostPort, const char *vmIP,
+                                                   uint16_t vmPort,
+                                                   const char *description) NXC_NOEXCEPT;
 
 /* Answers. *value points at the cache's own copy. */
 NXC_EXPORT bool NXCNetCfgGetAnswerString(NXCNetworkConfigurationDB *cache, const char *key,
@@ -316,6 +330,210 @@ NXC_EXPORT bool NXCGetVnetBridge(int32_t vnet, uint32_t *count, NXC_HostAdapter 
 NXC_EXPORT bool NXCRemoveBridgeMappingsForVnet(int32_t vnet) NXC_NOEXCEPT;
 
 /* ======================================================================
+ * DHCP server configuration
+ * ====================================================================== */
+
+/* Internal DHCP parameter identifiers: one block, 9538..9555. The unused
+ * numbers in between name nothing and are refused like unknown ones. */
+typedef enum NXCDHCPParamID {
+  NXC_DHCP_PARAM_BASE = 9538,
+  NXC_DHCP_PARAM_LEASE_BEGIN_IP = 9542,
+  NXC_DHCP_PARAM_LEASE_END_IP = 9543,
+  NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC = 9546,
+  NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC = 9547,
+  NXC_DHCP_PARAM_BROADCAST_ADDR = 9548,
+  NXC_DHCP_PARAM_DNS_ADDR = 9549,
+  NXC_DHCP_PARAM_ROUTERS = 9550,
+  NXC_DHCP_PARAM_DOMAIN_NAME = 9551,
+  NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC = 9552,
+  NXC_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC = 9553,
+  NXC_DHCP_PARAM_NETBIOS = 9554,
+  NXC_DHCP_PARAM_INVALID = 9555
+} NXCDHCPParamID;
+#define NXC_DHCP_PARAM_COUNT 18u
+
+/* Indexed by id - NXC_DHCP_PARAM_BASE: the word a parameter is stored under
+ * (answer "VNET_<n>_<word>"), and its display name, which carries a double
+ * quote at each end. Unused entries are "". */
+NXC_EXPORT extern const char *const NXCDHCPParamIDToConfigOption[NXC_DHCP_PARAM_COUNT];
+NXC_EXPORT extern const char *const NXCDHCPParamIDToName[NXC_DHCP_PARAM_COUNT];
+
+/* Maps the public API's parameter numbers (13350...) to internal ones; an
+ * unmapped number gives NXC_DHCP_PARAM_INVALID. External 13356 maps to 9556,
+ * which every DHCP call refuses. */
+NXC_EXPORT uint32_t NXCDHCPMapIntParamID(uint32_t externalId) NXC_NOEXCEPT;
+/* Checks the value by the parameter's kind and stores it for the vnet. */
+NXC_EXPORT bool NXCDHCPSetParameter(uint32_t vnet, uint32_t id, const char *value) NXC_NOEXCEPT;
+/* Removes the stored value; removing an absent one succeeds. */
+NXC_EXPORT bool NXCDHCPRemoveParameter(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
+/* The stored value or, when absent and useDefault, the computed default.
+ * buf is written only on success. */
+NXC_EXPORT bool NXCDHCPGetParameter(uint32_t vnet, uint32_t id, bool useDefault, char *buf,
+                                    size_t bufSize) NXC_NOEXCEPT;
+/* The default computed from the vnet's subnet and mask (addresses) or a
+ * fixed text. A lease time with a buffer under 5 bytes is not copied, yet
+ * the call succeeds. */
+NXC_EXPORT bool NXCDHCPGetParameterDefault(uint32_t vnet, uint32_t id, char *buf,
+                                           size_t bufSize) NXC_NOEXCEPT;
+/* Removes every stored DHCP parameter (routers and NetBIOS only while the
+ * vnet uses NAT), the block hash and the static mappings of the vnet. Every
+ * step runs; false when a parameter removal failed. */
+NXC_EXPORT bool NXCDHCPRemoveDHCPConfig(uint32_t vnet) NXC_NOEXCEPT;
+/* Static MAC-to-IP mappings of the default cache. A null ip removes the
+ * mapping of mac. The enumeration starts with *cookie 0 and ends false. */
+NXC_EXPORT bool NXCDHCPGetIPToMAC(uint32_t vnet, char *ipBuf, size_t ipBufSize,
+                                  const char *mac) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCDHCPSetIPToMAC(uint32_t vnet, const char *ip, const char *mac) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCDHCPEnumIPToMAC(uint32_t vnet, uint32_t *cookie, char *ipBuf, size_t ipBufSize,
+                                   char *macBuf, size_t macBufSize) NXC_NOEXCEPT;
+
+/* Writes dhcpd.conf while the vnet uses DHCP; otherwise removes the vnet's
+ * DHCP files and directories (true when dhcpd.conf and the leases file are
+ * gone). */
+NXC_EXPORT bool NXCDHCPUpdateFromConfig(uint32_t vnet) NXC_NOEXCEPT;
+/* Regenerates the protected block of dhcpd.conf, keeping the user's text
+ * around it when the block's hash matches the stored DHCP_CFG_HASH; else the
+ * old file goes to dhcpd.conf.bak and a fresh file is written. The existing
+ * file is backed up on every call. */
+NXC_EXPORT bool NXCDHCPWriteDHCPCfg(uint32_t vnet) NXC_NOEXCEPT;
+/* SHA-1 of the bytes [posStart, posEnd) of file as 40 upper-case hex digits
+ * in a zero-filled 256-byte buffer the caller frees; NULL on failure. The
+ * file position is kept. */
+NXC_EXPORT char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,
+                                            int64_t posEnd) NXC_NOEXCEPT;
+/* Appends the bytes [startPos, endPos) of the file at srcPath to dst;
+ * endPos 0 means up to the end of the file. */
+NXC_EXPORT bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *srcPath,
+                                FILE *dst) NXC_NOEXCEPT;
+
+/* ======================================================================
+ * NAT service configuration
+ * ====================================================================== */
+
+/* Internal NAT parameter identifiers, 13858..13869. */
+typedef enum NXCNATParamID {
+  NXC_NAT_PARAM_BASE = 13858,
+  NXC_NAT_PARAM_GATEWAY_IP = 13859,
+  NXC_NAT_PARAM_GATEWAY_NETMASK = 13860,
+  NXC_NAT_PARAM_CONFIG_PORT = 13862,
+  NXC_NAT_PARAM_ACTIVE_FTP = 13863,
+  NXC_NAT_PARAM_ALLOW_ANY_OUI = 13864,
+  NXC_NAT_PARAM_DEVICE = 13865,
+  NXC_NAT_PARAM_UDP_TIMEOUT = 13866,
+  NXC_NAT_PARAM_NOT_SUPPORTED = 13867,
+  NXC_NAT_PARAM_NAT6 = 13868,
+  NXC_NAT_PARAM_NAT6_PREFIX = 13869
+} NXCNATParamID;
+#define NXC_NAT_PARAM_COUNT 12u
+
+/* Indexed by id - NXC_NAT_PARAM_BASE: storage word and quoted display name. */
+NXC_EXPORT extern const char *const NXCNATParamIDToConfigOption[NXC_NAT_PARAM_COUNT];
+NXC_EXPORT extern const char *const NXCNATParamIDToName[NXC_NAT_PARAM_COUNT];
+
+/* Maps the public API's parameter numbers (9027...) to internal ones; an
+ * unmapped number gives NXC_NAT_PARAM_NOT_SUPPORTED. */
+NXC_EXPORT uint32_t NXCNATMapIntParamID(uint32_t externalId) NXC_NOEXCEPT;
+/* Checks and stores a settable parameter (not the netmask nor the device). */
+NXC_EXPORT bool NXCNATSetParameter(uint32_t vnet, uint32_t id, const char *value) NXC_NOEXCEPT;
+/* The stored value or, when absent and useDefault, the default. */
+NXC_EXPORT bool NXCNATGetParameter(uint32_t vnet, uint32_t id, bool useDefault, char *buf,
+                                   size_t bufSize) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCNATGetParamDefault(uint32_t vnet, uint32_t id, char *buf,
+                                      size_t bufSize) NXC_NOEXCEPT;
+/* Removing an absent parameter succeeds. */
+NXC_EXPORT bool NXCNATRemoveParam(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
+/* Removes every NAT parameter and all port forwards of the vnet. */
+NXC_EXPORT bool NXCNATRemoveConfig(uint32_t vnet) NXC_NOEXCEPT;
+
+/* Port forwards of the default cache; protocol is non-zero for TCP. A null
+ * ip removes the forward. descBufSize carries the description buffer's
+ * capacity in; the enumeration gives 0 (no description) or its length + 2
+ * back, the lookup leaves it. The enumeration starts with *cookie 0. */
+NXC_EXPORT bool NXCNATSetPortForward(uint32_t vnet, int8_t protocol, uint16_t externalPort,
+                                     const char *ip, uint16_t internalPort,
+                                     const char *description) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCNATGetPortForward(uint32_t vnet, int8_t protocol, uint16_t externalPort,
+                                     char *ipBuf, size_t ipBufSize, uint16_t *internalPort,
+                                     char *descBuf, size_t *descBufSize) NXC_NOEXCEPT;
+NXC_EXPORT bool NXCNATEnumPortForward(uint32_t vnet, int8_t protocol, uint32_t *cookie,
+                                      uint16_t *externalPort, char *ipBuf, size_t ipBufSize,
+                                      uint16_t *internalPort, char *descBuf,
+                                      size_t *descBufSize) NXC_NOEXCEPT;
+/* NAT66 prefixes of the default cache. */
+NXC_EXPORT bool NXCNATSetPrefix(uint32_t vnet, const char *prefix, const char *desc,
+                                int32_t descLen) NXC_NOEXCEPT;
+/* True when the vnet has the prefix. */
+NXC_EXPORT bool NXCNATGetPrefix(uint32_t vnet, const char *prefix) NXC_NOEXCEPT;
+
+/* Rewrites nat.conf of a vnet that uses NAT from its parameters and port
+ * forwards, after copying the old file to nat.conf.bak; for a vnet without
+ * NAT removes the NAT files and directory. */
+NXC_EXPORT bool NXCNATUpdateFromConfig(uint32_t vnet) NXC_NOEXCEPT;
+
+/* The fixed texts of nat.conf, so that other components can recognise them.
+ * The ...Param texts are printf formats. */
+NXC_EXPORT extern const char NXCNATConfigFileHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileHostSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileMacOSVirtApiDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileMacOSVirtApiParam[];
+NXC_EXPORT extern const char NXCNATConfigFileIPDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileIPParam[];
+NXC_EXPORT extern const char NXCNATConfigFileNetmaskParam[];
+NXC_EXPORT extern const char NXCNATConfigFileDeviceDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileDeviceParam[];
+NXC_EXPORT extern const char NXCNATConfigFileActiveFTPDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileActiveFTPParam[];
+NXC_EXPORT extern const char NXCNATConfigFileAllowAnyOUIDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileAllowAnyOUIParam[];
+NXC_EXPORT extern const char NXCNATConfigFileHostIPDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileHostIPParam[];
+NXC_EXPORT extern const char NXCNATConfigHostDefaultOptions[];
+NXC_EXPORT extern const char NXCNATConfigFileNat6Desc[];
+NXC_EXPORT extern const char NXCNATConfigFileNat6Param[];
+NXC_EXPORT extern const char NXCNATConfigFileNat6PrefixDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileNat6PrefixParam[];
+NXC_EXPORT extern const char NXCNATConfigHostNat6DefaultOptions[];
+NXC_EXPORT extern const char NXCNATConfigFileTCPSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileTCPDefaultOptions[];
+NXC_EXPORT extern const char NXCNATConfigFileUDPSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileUDPTimeoutDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileUDPTimeoutParam[];
+NXC_EXPORT extern const char NXCNATConfigFileNetbiosSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigNetbiosDefaultOptions[];
+NXC_EXPORT extern const char NXCNATConfigFileIncomingTCPSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileIncomingTCPDesc[];
+NXC_EXPORT extern const char NXCNATConfigFileIncomingUDPSectionHeader[];
+NXC_EXPORT extern const char NXCNATConfigFileIncomingUDPDesc[];
+NXC_EXPORT extern const char NXCNATConfigFilePortForwardParam[];
+
+/* Reader of nat.conf-style files ([section], key = value, # comments) for
+ * the NAT daemon. It reads the file whose path the process puts in
+ * globalConfig (the library never sets it) and opens the file anew on every
+ * call. Names are compared without regard to case. Returned strings are
+ * malloc'd and freed by the caller. */
+NXC_EXPORT extern const char *globalConfig;
+
+typedef struct NatCfgIterator NatCfgIterator;
+
+/* Iterates over the section names of the whole file. */
+NXC_EXPORT NatCfgIterator *NatCfgListSectionsInit(void) NXC_NOEXCEPT;
+NXC_EXPORT char *NatCfgListSections(NatCfgIterator *iterator) NXC_NOEXCEPT;
+NXC_EXPORT void NatCfgListSectionsDestroy(NatCfgIterator *iterator) NXC_NOEXCEPT;
+/* Iterates over the items of the first section named section; NULL when the
+ * file cannot be read or has no such section. */
+NXC_EXPORT NatCfgIterator *NatCfgListItemsInit(const char *section) NXC_NOEXCEPT;
+/* The next item's key; *value and *comment (when not NULL) get its value and
+ * comment ("" when absent). NULL at the end of the section. */
+NXC_EXPORT char *NatCfgListItems(NatCfgIterator *iterator, char **value,
+                                 char **comment) NXC_NOEXCEPT;
+NXC_EXPORT void NatCfgListItemsDestroy(NatCfgIterator *iterator) NXC_NOEXCEPT;
+/* The value of the first item key in any section named section. */
+NXC_EXPORT char *NatCfgGetItem(const char *section, const char *key) NXC_NOEXCEPT;
+/* The item as a decimal number; defaultValue when absent or not a number. */
+NXC_EXPORT unsigned long NatCfgGetItemLong(const char *section, const char *key,
+                                           unsigned long defaultValue) NXC_NOEXCEPT;
+
+/* ======================================================================
  * Host platform layer: file layout and file operations
  * ====================================================================== */
 
@@ -421,10 +639,8 @@ NXC_EXPORT bool NXCIsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
 #define NXC_SERVICE_DHCP 3u
 #define NXC_SERVICE_NAT 4u
 
-/* Results of NXCServiceStatus. */
-#define NXC_SERVICE_RUNNING 0x8408u
-#define NXC_SERVICE_NOT_RUNNING 0x8404u
-#define NXC_SERVICE_STATUS_UNKNOWN 0x8420u
+/* NXCServiceStatus gives the status codes of nexcfg.h (NXC_SERVICE_RUNNING,
+ * NXC_SERVICE_NOT_RUNNING, NXC_SERVICE_STATUS_UNKNOWN). */
 
 /* The vnet option (NXC_VNET_OPTION_*) a service needs before a restart
  * starts it; 0 for an unknown service. */
@@ -452,6 +668,13 @@ NXC_EXPORT uint32_t NXCServiceStatus(uint32_t vnet, uint32_t id) NXC_NOEXCEPT;
  * wasRunning and isRunning may be NULL. */
 NXC_EXPORT bool NXCRestartService(uint32_t vnet, uint32_t id, bool *wasRunning, bool *isRunning,
                                   bool startIfStopped) NXC_NOEXCEPT;
+
+/* ======================================================================
+ * Public API helpers
+ * ====================================================================== */
+
+/* Creates (create) or removes the device node of the named vnet. */
+NXC_EXPORT bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) NXC_NOEXCEPT;
 
 NXC_END_DECLS
 

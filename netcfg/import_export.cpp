@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <array>
 #include <string_view>
 
 #include "base/byte_buffer.h"
@@ -21,45 +20,6 @@ namespace {
 constexpr size_t kPathSize = 256;
 constexpr size_t kMaxNameLength = 127;  // display and adapter names
 constexpr uint32_t kMaxBackupNumber = 1000000;
-
-// The answers an imported backup may carry; every other one is dropped.
-constexpr std::array<std::string_view, 5> kGlobalKeys = {
-    "NXC_DEFAULT_HOSTONLY_VNET", "NXC_DEFAULT_NAT_VNET", "NXC_LOG_FILE", "NXC_LOGLEVEL",
-    "NXC_DEFAULT_BRIDGE_VNET"};
-constexpr std::array<std::string_view, 32> kVnetFields = {
-    "HOSTONLY_UUID",
-    "HOSTONLY_SUBNET",
-    "HOSTONLY_NETMASK",
-    "VIRTUAL_ADAPTER_ADDR",
-    "VIRTUAL_ADAPTER",
-    "MTU",
-    "VIRTUAL_ADAPTER_NAME",
-    "DHCP",
-    "DHCP_PARAM_LEASE_START_IP",
-    "DHCP_PARAM_LEASE_END_IP",
-    "DHCP_PARAM_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_MAX_LEASE_TIME",
-    "DHCP_PARAM_BROADCAST_ADDR",
-    "DHCP_PARAM_DNS_ADDR",
-    "DHCP_PARAM_ROUTERS",
-    "DHCP_PARAM_DOMAIN_NAME",
-    "DHCP_PARAM_SUB_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_SUB_MAX_LEASE_TIME",
-    "DHCP_CFG_HASH",
-    "NAT",
-    "NAT_PARAM_GATEWAY_IP",
-    "NAT_PARAM_INT_GATEWAY_IPSUBNETMASK",
-    "NAT_PARAM_CONFIG_PORT",
-    "NAT_PARAM_ACTIVE_FTP",
-    "NAT_PARAM_ALLOW_ANY_OUI",
-    "NAT_PARAM_DEVICE",
-    "NAT_PARAM_UDP_TIMEOUT",
-    "NAT_PARAM_NAT6",
-    "NAT_PARAM_NAT6_PREFIX",
-    "DISPLAY_NAME",
-    "INTERFACE",
-    "HOSTONLY_HOSTADDR",
-};
 
 template <size_t N>
 bool IsOneOf(std::string_view word, const std::array<std::string_view, N> &words) {
@@ -128,7 +88,7 @@ bool NetCfgCleanupDatabaseFields(NXCNetworkConfigurationDB *db) {
       DeleteAnswer(db, key);
       return true;
     }
-    bool known = kind == VnetKey::kOk ? IsOneOf(field, kVnetFields) : IsOneOf(key, kGlobalKeys);
+    bool known = kind == VnetKey::kOk ? IsOneOf(field, kKnownVnetFields) : IsOneOf(key, kKnownGlobalKeys);
     if (known) return true;
     NXCLog(LOG_INFO2, kFn, "Deleting record - %s:%s from backup cache", key, value);
     DeleteAnswer(db, key);

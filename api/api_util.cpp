@@ -1,0 +1,24 @@
+#include "api/api_util.h"
+
+namespace nxc {
+
+bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
+  uint32_t num = NXCConvVnetNameToNum(name);
+  if (num >= NXC_NUM_VNETS) {
+    NXCLog(LOG_ERR, fn, "Invalid vnet name: %s", OrNull(name));
+    return false;
+  }
+  *vnet = num;
+  return true;
+}
+
+bool ApiLockConfig(const char *fn, bool evenReadOnly) {
+  if (!evenReadOnly && NXCNetCfgIsReadOnly(nullptr)) return true;
+  if (NXCNetCfgLockConfig(nullptr)) return true;
+  NXCLog(LOG_ERR, fn, "Failed to obtain lock on vnet config");
+  return false;
+}
+
+void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
+
+}  // namespace nxc

@@ -1,0 +1,648 @@
+// dhcp_conf_writer.cpp - the vnet's dhcpd.conf and its protected block.
+//
+// The library owns one block of dhcpd.conf, between a start and an end
+// marker line; users may keep their own text before and after it. The SHA-1
+// of the block as last written is stored as the vnet answer DHCP_CFG_HASH.
+// On regeneration an untouched block is replaced in place with the user's
+// text around it kept byte for byte; an edited, missing or unhashable block
+// makes a fresh file, and the old one survives only in dhcpd.conf.bak, which
+// is refreshed on every regeneration.
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include "base/scope_guard.h"
+#include "base/sha1.h"
+#include "base/unique_fd.h"
+#include "core/api_frame.h"
+#include "nexcfg_internal.h"
+
+using nxc::CPtr;
+using nxc::InternalEnter;
+using nxc::InternalExit;
+using nxc::UniqueFile;
+
+namespace {
+
+constexpr size_t kPathSize = 256;
+constexpr size_t kLineSize = 256;
+constexpr size_t kIPTextSize = 16;
+constexpr size_t kMacTextSize = 18;
+constexpr size_t kLeaseTimeSize = 10;
+constexpr size_t kDomainNameSize = 64;
+constexpr size_t kHashStrSize = 256;
+constexpr size_t kCopyChunk = 256;
+// Stored and fresh hashes are compared on their first 20 hex digits only.
+constexpr size_t kHashCompareLength = 20;
+constexpr char kHashField[] = "DHCP_CFG_HASH";
+
+constexpr char kStartMarker[] =
+    "###### ZYNET DHCP Configuration. Start of \"DO NOT MODIFY SECTION\" #####\n";
+constexpr char kEndMarker[] =
+    "####### ZYNET DHCP Configuration. End of \"DO NOT MODIFY SECTION\" #######\n";
+constexpr int kStartMarkerLength = 72;
+constexpr int kEndMarkerLength = 73;
+static_assert(sizeof kStartMarker - 1 == kStartMarkerLength);
+static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
+
+// The zynet adapters' fixed organisational prefix.
+constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
+
+// Offsets of the protected block: blockStart at the first byte of the start
+// marker, blockEnd just after the end marker's newline. {0, 0} means no
+// usable block, so no user text is carried over.
+struct BlockPos {
+  int64_t start = 0;
+  int64_t end = 0;
+};
+
+const char *ErrText(int err) { return strerror(err); }
+
+// Finds the block's markers. A later start marker replaces an earlier one;
+// the first end marker ends the search.
+bool LocateBlock(FILE *file, BlockPos *pos) {
+  static constexpr char kFn[] = "NXCLocateZynetDHCPBlock";
+  InternalEnter(kFn, __LINE__);
+  // Logged at the error level on purpose: it marks every regeneration.
+  NXCLog(LOG_ERR, kFn, "Trying to locate the zynet dhcp config block");
+  int64_t start = -1, end = -1;
+  char line[kLineSize];
+  while (fgets(line, sizeof line, file)) {
+    if (strcmp(line, kStartMarker) == 0) {
+      start = static_cast<int64_t>(ftello(file)) - kStartMarkerLength;
+      NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
+      continue;
+    }
+    if (strcmp(line, kEndMarker) == 0) {
+      end = ftello(file);
+      NXCLog(LOG_INFO2, kFn, "Block End identified: %li", static_cast<long>(end));
+      break;
+    }
+  }
+  if (start < 0 || end < 0) {
+    NXCLog(LOG_ERR, kFn,
+           "Could not locate zynet DHCP config block, creating a new config file and backing up "
+           "existing file");
+    return InternalExit(kFn, __LINE__, false);
+  }
+  pos->start = start;
+  pos->end = end;
+  return InternalExit(kFn, __LINE__, true);
+}
+
+// The block of the existing file whose hash matches the stored one, or {0, 0}
+// when the block is missing, cannot be hashed or was edited.
+BlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
+  BlockPos pos;
+  if (!LocateBlock(file, &pos)) return {};
+  NXCLog(LOG_INFO2, fn, "Located positions: Start: %li, End: %li, Size: %li",
+         static_cast<long>(pos.start), static_cast<long>(pos.end),
+         static_cast<long>(pos.end - pos.start));
+  CPtr<char> fresh(NXCCalculateHashStrForBlock(file, pos.start, pos.end));
+  if (!fresh) {
+    NXCLog(LOG_ERR, fn,
+           "Hash for DHCP config could not be calculated, creating a new config file and backing "
+           "up existing file");
+    return {};
+  }
+  const char *stored = NXCGetVnetCfg(vnet, kHashField);
+  if (!stored) {
+    NXCLog(LOG_ERR, fn,
+           "DHCP config hash not found in vnet config, creating a new config file and backing up "
+           "existing file");
+    return {};
+  }
+  if (strncasecmp(stored, fresh.get(), kHashCompareLength) != 0) {
+    NXCLog(LOG_WRN, fn,
+           "DHCP config modified by user, creating a new config file and backing up existing "
+           "file");
+    return {};
+  }
+  NXCLog(LOG_INFO, fn, "DHCP config block is not modified");
+  return pos;
+}
+
+// A first configuration: makes the directories and the file and opens it.
+bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
+  NXCLog(LOG_INFO, fn, "DHCP Config %s does not exist yet, Creating new", path);
+  const int32_t n = static_cast<int32_t>(vnet);
+  if (!NXCCreateFile(n, NXC_FILE_VNET_DIR, nullptr)) {
+    NXCLog(LOG_ERR, fn, "Cannot create zynet Directory");
+    return false;
+  }
+  if (!NXCCreateFile(n, NXC_FILE_DHCPD_DIR, nullptr)) {
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP Directory");
+    return false;
+  }
+  if (!NXCCreateFile(n, NXC_FILE_DHCPD_CONF, nullptr)) {
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP config file");
+    return false;
+  }
+  file->reset(fopen(path, "w+e"));
+  if (!*file) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
+           ErrText(err));
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
+  return true;
+}
+
+// Copies the whole existing file over the backup and reopens it truncated.
+bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize],
+                     UniqueFile *file, const char *fn) {
+  if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF_BAK, bakPath,
+                      sizeof bakPath)) {
+    NXCLog(LOG_ERR, fn, "Cannot get the DHCP config backup file name");
+    return false;
+  }
+  NXCLog(LOG_WRN, fn, "Backing up DHCP config into \"%s\" before modification", bakPath);
+  if (!NXCCopyFile(path, bakPath)) {
+    NXCLog(LOG_ERR, fn, "Failed to backup DHCP file. Aborting");
+    return false;
+  }
+  file->reset(fopen(path, "w+e"));
+  if (!*file) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
+           ErrText(err));
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
+  return true;
+}
+
+bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
+  int rc = fprintf(file,
+                   "# Configuration file for ISC 2.0 zynet-dhcpd operating on zynet%d.\n"
+                   "#\n"
+                   "# This file was automatically generated by the Zymtra configuration program.\n"
+                   "# See Instructions below if you want to modify it.\n"
+                   "#\n"
+                   "# We set domain-name-servers to make some DHCP clients happy\n"
+                   "# (dhclient as configured in SuSE, TurboLinux, etc.).\n"
+                   "# We also supply a domain name to make pump (Red Hat 6.x) happy.\n"
+                   "#\n"
+                   "\n"
+                   "\n",
+                   static_cast<int>(vnet));
+  if (rc < 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", ErrText(err));
+    return false;
+  }
+  return true;
+}
+
+// The start marker and the instructions; *blockStart gets the marker's offset.
+bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
+  char stamp[64] = "";
+  time_t now = time(nullptr);
+  struct tm local;
+  if (localtime_r(&now, &local)) (void)strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S", &local);
+  off_t start = ftello(file);
+  if (start < 0 || fputs(kStartMarker, file) == EOF ||
+      fprintf(file,
+              "# Modification Instructions: This section of the configuration file contains\n"
+              "# information generated by the configuration program. Do not modify this\n"
+              "# section.\n"
+              "# You are free to modify everything else. Also, this section must start \n"
+              "# on a new line \n"
+              "# This file will get backed up with a different name in the same directory \n"
+              "# if this section is edited and you try to configure DHCP again.\n"
+              "\n"
+              "# Written at: %s\n",
+              stamp) < 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", ErrText(err));
+    return false;
+  }
+  *blockStart = start;
+  return true;
+}
+
+// Parameter values as the block prints them.
+struct DhcpValues {
+  bool nat = false;
+  char dns[kIPTextSize] = "";
+  char domainName[kDomainNameSize] = "";
+  char netbios[kIPTextSize] = "";
+  char routers[kIPTextSize] = "";
+};
+
+bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+  return NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size);
+}
+
+bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
+  char defaultLease[kLeaseTimeSize] = "";
+  char maxLease[kLeaseTimeSize] = "";
+  if (!Fetch(vnet, NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC, defaultLease, sizeof defaultLease)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC, maxLease, sizeof maxLease)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC failed");
+    return false;
+  }
+  if (fprintf(file,
+              "allow unknown-clients;\n"
+              "default-lease-time %s;                # default is 30 minutes\n"
+              "max-lease-time %s;                    # default is 2 hours\n"
+              "\n",
+              defaultLease, maxLease) < 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Global Parameters, error: %s",
+           ErrText(err));
+    return false;
+  }
+  NXCLog(LOG_INFO2, fn, "Finished writing global values, writing subnet values now");
+  return true;
+}
+
+// The subnet declaration; fills values for the host entries that follow.
+bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
+  char subnet[kIPTextSize] = "", mask[kIPTextSize] = "", begin[kIPTextSize] = "",
+       end[kIPTextSize] = "", broadcast[kIPTextSize] = "";
+  char subDefaultLease[kLeaseTimeSize] = "", subMaxLease[kLeaseTimeSize] = "";
+  if (!NXCGetVnetSubnetAddr(vnet, subnet, sizeof subnet)) {
+    NXCLog(LOG_ERR, fn, "Getting Subnet address failed");
+    return false;
+  }
+  if (!NXCGetVnetSubnetMask(vnet, mask, sizeof mask)) {
+    NXCLog(LOG_ERR, fn, "Getting Subnet mask failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_LEASE_BEGIN_IP, begin, sizeof begin)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_LEASE_BEGIN_IP failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_LEASE_END_IP, end, sizeof end)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_LEASE_END_IP failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_BROADCAST_ADDR, broadcast, sizeof broadcast)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_BROADCAST_ADDR failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_DNS_ADDR, values->dns, sizeof values->dns)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_DNS_ADDR failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_DOMAIN_NAME, values->domainName, sizeof values->domainName)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_DOMAIN_NAME failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC, subDefaultLease,
+             sizeof subDefaultLease)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC failed");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC, subMaxLease, sizeof subMaxLease)) {
+    NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC failed");
+    return false;
+  }
+  // The domain name goes out as stored: the writer adds no quotes.
+  if (fprintf(file,
+              "subnet %s netmask %s {\n"
+              "\trange %s %s;\n"
+              "\toption broadcast-address %s;\n"
+              "\toption domain-name-servers %s;\n"
+              "\toption domain-name %s;\n"
+              "\tdefault-lease-time %s;                # default is 30 minutes\n"
+              "\tmax-lease-time %s;                    # default is 2 hours\n",
+              subnet, mask, begin, end, broadcast, values->dns, values->domainName,
+              subDefaultLease, subMaxLease) < 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (values->nat) {
+    if (!Fetch(vnet, NXC_DHCP_PARAM_NETBIOS, values->netbios, sizeof values->netbios)) {
+      NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_NETBIOS failed");
+      return false;
+    }
+    if (fprintf(file, "\toption netbios-name-servers %s;\n", values->netbios) < 0) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
+             ErrText(err));
+      return false;
+    }
+    if (!Fetch(vnet, NXC_DHCP_PARAM_ROUTERS, values->routers, sizeof values->routers)) {
+      NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_ROUTERS failed");
+      return false;
+    }
+    if (fprintf(file, "\toption routers %s;\n", values->routers) < 0) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
+             ErrText(err));
+      return false;
+    }
+  }
+  if (fprintf(file, "}\n") < 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", ErrText(err));
+    return false;
+  }
+  NXCLog(LOG_INFO2, fn, "Finished writing DHCP subnet values");
+  return true;
+}
+
+// The host's own entry: its adapter gets a fixed address and no DNS.
+bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
+  char adapter[kIPTextSize] = "";
+  char address[kIPTextSize] = "";
+  char mac[kMacTextSize] = "";
+  if (!NXCGetVnetVirtAdapter(vnet, adapter, sizeof adapter)) {
+    NXCLog(LOG_ERR, fn, "Failed to get name for vnet %u\n", vnet);
+    return false;
+  }
+  if (!NXCGetVnetVirtAdapterAddr(vnet, address, sizeof address, /*computeIfAbsent=*/true)) {
+    NXCLog(LOG_ERR, fn, "Couldn't get hostonly IP addr for vnet %u\n", vnet);
+    return false;
+  }
+  (void)snprintf(mac, sizeof mac, "%02X:%02X:%02X:%02X:%02X:%02X", kMacPrefix[0], kMacPrefix[1],
+                 kMacPrefix[2], 0xC0 | ((vnet >> 16) & 0x3F), (vnet >> 8) & 0xFF, vnet & 0xFF);
+  bool ok = fprintf(file,
+                    "host %s {\n"
+                    "\thardware ethernet %s;\n"
+                    "\tfixed-address %s;\n"
+                    "\toption domain-name-servers %s;\n"
+                    "\toption domain-name %s;\n",
+                    adapter, mac, address, "0.0.0.0", "\"\"") >= 0;
+  if (ok && nat) ok = fprintf(file, "\toption routers %s;\n", "0.0.0.0") >= 0;
+  if (ok) ok = fprintf(file, "}\n") >= 0;
+  if (!ok) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: couldn't write static DHCP entry for %s: %s\n", adapter,
+           ErrText(err));
+    return false;
+  }
+  return true;
+}
+
+// One entry per static mapping, in the table's enumeration order.
+bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, const char *fn) {
+  uint32_t cookie = 0;
+  char ip[kIPTextSize] = "";
+  char mac[kMacTextSize] = "";
+  while (NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
+    if (fprintf(file,
+                "host %s {\n"
+                "\thardware ethernet %s;\n"
+                "\tfixed-address %s;\n"
+                "\toption domain-name-servers %s;\n"
+                "\toption domain-name %s;\n",
+                ip, mac, ip, values.dns, values.domainName) < 0) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
+             ErrText(err));
+      return false;
+    }
+    if (values.nat && (fprintf(file, "\toption netbios-name-servers %s;\n", values.netbios) < 0 ||
+                       fprintf(file, "\toption routers %s;\n", values.routers) < 0)) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping option, error: %s",
+             ErrText(err));
+      return false;
+    }
+    if (fprintf(file, "}\n") < 0) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
+             ErrText(err));
+      return false;
+    }
+  }
+  return true;
+}
+
+// Hashes the block just written and stores the hash for the next run.
+bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
+  off_t blockEnd = ftello(file);
+  CPtr<char> hash(blockEnd < 0 ? nullptr : NXCCalculateHashStrForBlock(file, blockStart, blockEnd));
+  if (!hash) {
+    NXCLog(LOG_ERR, fn, "Hash for DHCP config block could not be calculated");
+    return false;
+  }
+  if (!NXCSetVnetCfg(vnet, kHashField, hash.get())) {
+    NXCLog(LOG_ERR, fn, "Could not set DHCP config hash in vnet config");
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "Hash of DHCP config block set in vnet config");
+  return true;
+}
+
+// Everything after the file was opened for writing: the kept prefix (or the
+// header), the block, its hash, the kept suffix and the leases file.
+bool WriteConfig(uint32_t vnet, FILE *file, const BlockPos &old, const char *bakPath,
+                 const char *fn) {
+  if (old.start != 0) {
+    NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
+    if (!NXCCopyFileData(0, old.start, bakPath, file)) {
+      NXCLog(LOG_ERR, fn, "Copying data failed");
+      return false;
+    }
+    NXCLog(LOG_INFO2, fn, "Copying is done");
+  } else if (!WriteHeader(vnet, file, fn)) {
+    return false;
+  }
+  int64_t blockStart = 0;
+  if (!WriteBlockStart(file, &blockStart, fn)) return false;
+  if (!WriteGlobalValues(vnet, file, fn)) return false;
+  DhcpValues values;
+  values.nat = NXCGetVnetUseNAT(vnet);
+  if (!WriteSubnet(vnet, file, &values, fn)) return false;
+  if (!WriteHostEntry(vnet, file, values.nat, fn)) return false;
+  if (!WriteStaticEntries(vnet, file, values, fn)) return false;
+  if (fprintf(file, "%s", kEndMarker) != kEndMarkerLength) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (!StoreBlockHash(vnet, file, blockStart, fn)) return false;
+  if (old.end != 0) {
+    NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%li-%d", static_cast<long>(old.end), 0);
+    if (!NXCCopyFileData(old.end, 0, bakPath, file)) {
+      NXCLog(LOG_ERR, fn,
+             "Failure in writing DHCP configuration  information into the config file");
+      return false;
+    }
+    NXCLog(LOG_INFO2, fn, "Copying is done");
+  }
+  if (!NXCCreateFile(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_LEASES, nullptr)) {
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP leases file");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" bool NXCDHCPUpdateFromConfig(uint32_t vnet) noexcept {
+  static constexpr char kFn[] = "NXCDHCPUpdateFromConfig";
+  if (NXCGetVnetUseDHCP(vnet)) return NXCDHCPWriteDHCPCfg(vnet);
+  const int32_t n = static_cast<int32_t>(vnet);
+  (void)NXCRemoveFile(n, NXC_FILE_DHCPD_CONF_BAK, nullptr);
+  (void)NXCRemoveFile(n, NXC_FILE_DHCPD_LEASES_OLD, nullptr);
+  bool confRemoved = NXCRemoveFile(n, NXC_FILE_DHCPD_CONF, nullptr);
+  bool leasesRemoved = NXCRemoveFile(n, NXC_FILE_DHCPD_LEASES, nullptr);
+  // A directory that still holds files of the user's stays.
+  (void)NXCRemoveFile(n, NXC_FILE_DHCPD_DIR, nullptr);
+  (void)NXCRemoveFile(n, NXC_FILE_VNET_DIR, nullptr);
+  if (!confRemoved || !leasesRemoved) {
+    NXCLog(LOG_ERR, kFn, "Removing DHCP configuration files failed");
+    return false;
+  }
+  NXCLog(LOG_INFO, kFn, "Removed all traces of DHCP configuration for vnet: %d",
+         static_cast<int>(vnet));
+  return true;
+}
+
+extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
+  static constexpr char kFn[] = "NXCDHCPWriteDHCPCfg";
+  InternalEnter(kFn, __LINE__);
+  char path[kPathSize] = "";
+  if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF, path, sizeof path)) {
+    NXCLog(LOG_ERR, kFn, "Cannot get the DHCP config file name");
+    return InternalExit(kFn, __LINE__, false);
+  }
+  char bakPath[kPathSize] = "";
+  BlockPos old;
+  UniqueFile file;
+  bool created = false;
+  UniqueFile existing(fopen(path, "re"));
+  if (!existing) {
+    if (!CreateConfig(vnet, path, &file, kFn)) return InternalExit(kFn, __LINE__, false);
+    created = true;
+  } else {
+    old = FindUnmodifiedBlock(vnet, existing.get(), kFn);
+    existing.reset();
+    if (!BackUpAndReopen(vnet, path, bakPath, &file, kFn)) return InternalExit(kFn, __LINE__, false);
+  }
+  if (!WriteConfig(vnet, file.get(), old, bakPath, kFn)) {
+    // An existing file stays as far as it got; its old content is in the
+    // backup. Only a file this call created is taken away again.
+    file.reset();
+    if (created) (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF, nullptr);
+    return InternalExit(kFn, __LINE__, false);
+  }
+  file.reset();
+  return InternalExit(kFn, __LINE__, true);
+}
+
+extern "C" char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,
+                                            int64_t posEnd) noexcept {
+  static constexpr char kFn[] = "NXCCalculateHashStrForBlock";
+  if (!file || posStart < 0 || posEnd < 0) {
+    NXCLog(LOG_ERR, kFn, "Invalid argument");
+    return nullptr;
+  }
+  off_t saved = ftello(file);
+  if (saved < 0) {
+    NXCLog(LOG_ERR, kFn, "ftell failed");
+    return nullptr;
+  }
+  // The caller's position comes back on every path from here on.
+  nxc::ScopeGuard restore([&] { (void)fseeko(file, saved, SEEK_SET); });
+  if (fseeko(file, posStart, SEEK_SET) != 0) {
+    NXCLog(LOG_ERR, kFn, "ftell failed");
+    return nullptr;
+  }
+  if (posEnd <= posStart) {
+    NXCLog(LOG_ERR, kFn, "posEnd:%li must be greater than posStart:%li", static_cast<long>(posEnd),
+           static_cast<long>(posStart));
+    return nullptr;
+  }
+  size_t size = static_cast<size_t>(posEnd - posStart);
+  CPtr<uint8_t> data(static_cast<uint8_t *>(malloc(size + 1)));
+  if (!data) {
+    NXCLog(LOG_ERR, kFn, "Error in allocation memory for Readonly DHCP data");  // sic
+    return nullptr;
+  }
+  if (fread(data.get(), 1, size, file) != size) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", ErrText(err));
+    return nullptr;
+  }
+  uint8_t digest[nxc::kSha1DigestSize];
+  nxc::Sha1Digest(data.get(), size, digest);
+  CPtr<char> text(static_cast<char *>(calloc(kHashStrSize, 1)));
+  if (!text) {
+    NXCLog(LOG_ERR, kFn, "Error in memory allocation for buffer for hash");
+    return nullptr;
+  }
+  for (size_t i = 0; i < nxc::kSha1DigestSize; ++i) {
+    if (snprintf(text.get() + 2 * i, kHashStrSize - 2 * i, "%02X", digest[i]) != 2) {
+      NXCLog(LOG_ERR, kFn, "Converting hash to string failed");
+      return nullptr;
+    }
+  }
+  NXCLog(LOG_INFO2, kFn, "Hash String value: %s", text.get());
+  return text.release();
+}
+
+extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *srcPath,
+                                FILE *dst) noexcept {
+  static constexpr char kFn[] = "NXCCopyFileData";
+  if (!srcPath || !dst) {
+    NXCLog(LOG_ERR, kFn, "Invalid arguments");
+    return false;
+  }
+  UniqueFile src(fopen(srcPath, "re"));
+  if (!src) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "Cannot open file: %s for reading, error: %s", srcPath, ErrText(err));
+    return false;
+  }
+  if (endPos == 0) {
+    struct stat st;
+    if (fstat(fileno(src.get()), &st) == 0) endPos = st.st_size;
+  }
+  if (endPos < startPos) {
+    NXCLog(LOG_ERR, kFn, "endPos: %li cannot be less than startPos: %li", static_cast<long>(endPos),
+           static_cast<long>(startPos));
+    return false;
+  }
+  size_t remaining = static_cast<size_t>(endPos - startPos);
+  NXCLog(LOG_INFO2, kFn, "Positions for data copying, maxRead: %zu, startPos: %li, endPos: %li ",
+         remaining, static_cast<long>(startPos), static_cast<long>(endPos));
+  if (fseeko(src.get(), startPos, SEEK_SET) != 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, kFn, "fseek: failed, error: %s", ErrText(err));
+    return false;
+  }
+  char chunk[kCopyChunk];
+  while (remaining > 0) {
+    size_t toRead = remaining < sizeof chunk ? remaining : sizeof chunk;
+    NXCLog(LOG_INFO2, kFn, "To read: %zu", toRead);
+    size_t got = fread(chunk, 1, toRead, src.get());
+    int readErr = errno;
+    size_t written = got > 0 ? fwrite(chunk, 1, got, dst) : 0;
+    NXCLog(LOG_INFO2, kFn, "Written: %zu", written);
+    if (written != got) {
+      int err = errno;
+      NXCLog(LOG_ERR, kFn, "fwrite: failure while copying file, error: %s", ErrText(err));
+      return false;
+    }
+    if (got < toRead) {
+      // A source that ends early counts as copied unless the destination
+      // shows an error.
+      if (!ferror(dst)) {
+        NXCLog(LOG_ERR, kFn, "Finished copying");
+        return true;
+      }
+      NXCLog(LOG_ERR, kFn, "fread: failure while copying file, error: %s", ErrText(readErr));
+      return false;
+    }
+    remaining -= got;
+  }
+  NXCLog(LOG_INFO2, kFn, "Finished copying data");
+  return true;
+}

@@ -1,0 +1,423 @@
+// nat_conf_writer.cpp - the vnet's nat.conf, written whole from the NAT
+// parameters and the port forwards.
+//
+// Unlike dhcpd.conf, the library owns all of nat.conf: every regeneration
+// copies the old file to nat.conf.bak and writes a new one. The fixed texts
+// are exported so that other components can recognise them.
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <iterator>
+
+#include "base/unique_fd.h"
+#include "core/api_frame.h"
+#include "nexcfg_internal.h"
+
+using nxc::InternalEnter;
+using nxc::InternalExit;
+using nxc::UniqueFile;
+
+extern "C" {
+
+const char NXCNATConfigFileHeader[] =
+    "# Zymtra NAT configuration file\n"
+    "# Manual editing of this file is not recommended. Using UI is preferred.\n";
+const char NXCNATConfigFileHostSectionHeader[] = "\n[host]\n";
+const char NXCNATConfigFileMacOSVirtApiDesc[] = "\n# Use MacOS network virtualization API\n";
+const char NXCNATConfigFileMacOSVirtApiParam[] = "useMacosZynetVirtApi = %d\n";
+const char NXCNATConfigFileIPDesc[] = "\n# NAT gateway address\n";
+const char NXCNATConfigFileIPParam[] = "ip = %s\n";
+const char NXCNATConfigFileNetmaskParam[] = "netmask = %s\n";
+const char NXCNATConfigFileDeviceDesc[] = "\n# ZYnet device if not specified on command line\n";
+const char NXCNATConfigFileDeviceParam[] = "device = %s\n";
+const char NXCNATConfigFileActiveFTPDesc[] =
+    "\n# Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)\n";
+const char NXCNATConfigFileActiveFTPParam[] = "activeFTP = %s\n";
+const char NXCNATConfigFileAllowAnyOUIDesc[] =
+    "\n# Allows the source to have any OUI.  Turn this on if you change the OUI\n"
+    "# in the MAC address of your virtual machines.\n";
+const char NXCNATConfigFileAllowAnyOUIParam[] = "allowAnyOUI = %s\n";
+const char NXCNATConfigFileHostIPDesc[] = "\n# ZYnet host IP address\n";
+const char NXCNATConfigFileHostIPParam[] = "hostIp = %s\n";
+const char NXCNATConfigHostDefaultOptions[] =
+    "\n# Controls if (TCP) connections should be reset when the adapter they are\n"
+    "# bound to goes down\n"
+    "resetConnectionOnLinkDown = 1\n"
+    "\n"
+    "# Controls if (TCP) connection should be reset when guest packet's destination\n"
+    "# is NAT's IP address\n"
+    "resetConnectionOnDestLocalHost = 1\n";
+const char NXCNATConfigFileNat6Desc[] = "\n# Controls if enable nat ipv6\n";
+const char NXCNATConfigFileNat6Param[] = "natIp6Enable = %s\n";
+// The same words as the switch's description: the file has always read so.
+const char NXCNATConfigFileNat6PrefixDesc[] = "\n# Controls if enable nat ipv6\n";
+const char NXCNATConfigFileNat6PrefixParam[] = "natIp6Prefix = %s\n";
+// Exported for recognition only; the writer does not use it.
+const char NXCNATConfigHostNat6DefaultOptions[] =
+    "\n# Controls if enable nat ipv6\n"
+    "#natIp6Enable = 0\n"
+    "\n"
+    "# Controls if set nat ipv6 prefix\n"
+    "#natIp6Prefix = 2001:db8:130f:ffa0::/64\n";
+const char NXCNATConfigFileTCPSectionHeader[] = "\n[tcp]\n";
+const char NXCNATConfigFileTCPDefaultOptions[] =
+    "\n# Value of timeout in TCP TIME_WAIT state, in seconds\n"
+    "timeWaitTimeout = 30\n";
+const char NXCNATConfigFileUDPSectionHeader[] = "\n[udp]\n";
+const char NXCNATConfigFileUDPTimeoutDesc[] =
+    "\n# Timeout in seconds. Dynamically-created UDP mappings will purged if\n"
+    "# idle for this duration of time 0 = no timeout, default = 60; real\n"
+    "# value might be up to 100% longer\n";
+const char NXCNATConfigFileUDPTimeoutParam[] = "timeout = %s\n";
+const char NXCNATConfigFileNetbiosSectionHeader[] = "\n[netbios]\n";
+const char NXCNATConfigNetbiosDefaultOptions[] =
+    "# Timeout for NBNS queries.\n"
+    "nbnsTimeout = 2\n"
+    "\n"
+    "# Number of retries for each NBNS query.\n"
+    "nbnsRetries = 3\n"
+    "\n"
+    "# Timeout for NBDS queries.\n"
+    "nbdsTimeout = 3\n";
+const char NXCNATConfigFileIncomingTCPSectionHeader[] = "\n[incomingtcp]\n";
+const char NXCNATConfigFileIncomingTCPDesc[] =
+    "\n# Use these with care - anyone can enter into your VM through these...\n"
+    "# The format and example are as follows:\n"
+    "#<external port number> = <VM's IP address>:<VM's port number>\n"
+    "#8080 = 172.16.3.128:80\n";
+const char NXCNATConfigFileIncomingUDPSectionHeader[] = "\n[incomingudp]\n";
+const char NXCNATConfigFileIncomingUDPDesc[] =
+    "\n# UDP port forwarding example\n"
+    "#6000 = 172.16.3.0:6001\n";
+const char NXCNATConfigFilePortForwardParam[] = "%u = %s:%u%s%s\n";
+
+}  // extern "C"
+
+namespace {
+
+constexpr size_t kPathSize = 256;
+constexpr size_t kIPTextSize = 16;
+constexpr size_t kDeviceSize = 256;
+constexpr size_t kSwitchSize = 10;
+constexpr size_t kPrefixSize = 46;
+constexpr size_t kDescriptionSize = 128;
+
+// The two port-forward sections, TCP first.
+struct PortFwdSection {
+  const char *protocol;
+  int8_t tcp;
+  const char *header;
+  const char *description;
+};
+
+const PortFwdSection kPortFwdSections[] = {
+    {.protocol = "TCP",
+     .tcp = 1,
+     .header = NXCNATConfigFileIncomingTCPSectionHeader,
+     .description = NXCNATConfigFileIncomingTCPDesc},
+    {.protocol = "UDP",
+     .tcp = 0,
+     .header = NXCNATConfigFileIncomingUDPSectionHeader,
+     .description = NXCNATConfigFileIncomingUDPDesc},
+};
+static_assert(std::size(kPortFwdSections) == 2);
+
+// Every value the file prints, all known before anything is written.
+struct NatValues {
+  char gateway[kIPTextSize] = "";
+  char nat6[kSwitchSize] = "";
+  char nat6Prefix[kPrefixSize] = "";
+  char netmask[kIPTextSize] = "";
+  char device[kDeviceSize] = "";
+  char hostIp[kIPTextSize] = "";  // "" leaves the hostIp line out
+  char activeFtp[kSwitchSize] = "";
+  char allowAnyOui[kSwitchSize] = "";
+  char udpTimeout[kSwitchSize] = "";
+};
+
+bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+  return NXCNATGetParameter(vnet, id, /*useDefault=*/true, buf, size);
+}
+
+const char *ErrText(int err) { return strerror(err); }
+
+// A vnet without NAT keeps no NAT files.
+bool RemoveNatFiles(uint32_t vnet, const char *fn) {
+  const int32_t n = static_cast<int32_t>(vnet);
+  (void)NXCRemoveFile(n, NXC_FILE_NAT_CONF, nullptr);
+  bool macRemoved = NXCRemoveFile(n, NXC_FILE_NAT_MAC, nullptr);
+  bool backupRemoved = NXCRemoveFile(n, NXC_FILE_NAT_CONF_BAK, nullptr);
+  (void)NXCRemoveFile(n, NXC_FILE_NAT_DIR, nullptr);
+  (void)NXCRemoveFile(n, NXC_FILE_VNET_DIR, nullptr);
+  if (macRemoved && backupRemoved) return true;
+  NXCLog(LOG_ERR, fn, "Removing NAT configuration files failed");
+  return false;
+}
+
+bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
+  // The same line for all three, as it has always read.
+  if (!Fetch(vnet, NXC_NAT_PARAM_GATEWAY_IP, v->gateway, sizeof v->gateway) ||
+      !Fetch(vnet, NXC_NAT_PARAM_NAT6, v->nat6, sizeof v->nat6) ||
+      !Fetch(vnet, NXC_NAT_PARAM_NAT6_PREFIX, v->nat6Prefix, sizeof v->nat6Prefix)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up NAT gateway address");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_NAT_PARAM_GATEWAY_NETMASK, v->netmask, sizeof v->netmask)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up NAT netmask");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_NAT_PARAM_DEVICE, v->device, sizeof v->device)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up NAT device");
+    return false;
+  }
+  if (NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_ADAPTER)) {
+    if (!NXCGetVnetVirtAdapterAddr(vnet, v->hostIp, sizeof v->hostIp, /*computeIfAbsent=*/true)) {
+      NXCLog(LOG_ERR, fn, "Failure in getting the adapter address");
+      return false;
+    }
+    NXCLog(LOG_INFO2, fn, "Retrieved adapter address: %s, len: %lu", v->hostIp,
+           static_cast<unsigned long>(strlen(v->hostIp)));
+  }
+  if (!Fetch(vnet, NXC_NAT_PARAM_ACTIVE_FTP, v->activeFtp, sizeof v->activeFtp)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up value of Active FTP");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_NAT_PARAM_ALLOW_ANY_OUI, v->allowAnyOui, sizeof v->allowAnyOui)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up value of allow any oui");
+    return false;
+  }
+  if (!Fetch(vnet, NXC_NAT_PARAM_UDP_TIMEOUT, v->udpTimeout, sizeof v->udpTimeout)) {
+    NXCLog(LOG_ERR, fn, "Failure in looking up value of timeout");
+    return false;
+  }
+  return true;
+}
+
+// Makes the directories and the file of a first configuration, or copies an
+// existing file over its backup. *created tells which.
+bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
+  const int32_t n = static_cast<int32_t>(vnet);
+  if (!NXCFileExists(n, NXC_FILE_NAT_CONF, nullptr)) {
+    // A failure here does not stop the writer; opening the file decides.
+    if (!NXCCreateFile(n, NXC_FILE_VNET_DIR, nullptr) ||
+        !NXCCreateFile(n, NXC_FILE_NAT_DIR, nullptr) ||
+        !NXCCreateFile(n, NXC_FILE_NAT_CONF, nullptr))
+      NXCLog(LOG_ERR, fn, "Failed to create zynet directory, or NAT directory or NAT config file");
+    *created = true;
+    return true;
+  }
+  char path[kPathSize] = "";
+  char bakPath[kPathSize] = "";
+  if (!NXCGetFileName(n, NXC_FILE_NAT_CONF, path, sizeof path)) {
+    NXCLog(LOG_ERR, fn, "Cannot get the NAT config file name");
+    return false;
+  }
+  if (!NXCGetFileName(n, NXC_FILE_NAT_CONF_BAK, bakPath, sizeof bakPath)) {
+    NXCLog(LOG_ERR, fn, "Cannot get the NAT config backup file name");
+    return false;
+  }
+  if (!NXCCopyFile(path, bakPath)) {
+    NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
+    return false;
+  }
+  return true;
+}
+
+// The [host] section.
+bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
+  if (fputs(NXCNATConfigFileHostSectionHeader, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileMacOSVirtApiDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileMacOSVirtApiParam, NXCIsMacosVirtApiEnabled() ? 1 : 0) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config MacOS virtualization API, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileIPDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileIPParam, v.gateway) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config IP gateway, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fprintf(f, NXCNATConfigFileNetmaskParam, v.netmask) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing NAT config netmask, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileDeviceDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileDeviceParam, v.device) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config device, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileActiveFTPDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileActiveFTPParam, v.activeFtp) <= 0 ||
+      fputs(NXCNATConfigFileAllowAnyOUIDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (v.hostIp[0] != '\0' && (fputs(NXCNATConfigFileHostIPDesc, f) == EOF ||
+                              fprintf(f, NXCNATConfigFileHostIPParam, v.hostIp) <= 0)) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host IP config, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigHostDefaultOptions, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host options, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileNat6Desc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileNat6Param, v.nat6) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config host nat ipv6 options, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileNat6PrefixDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileNat6PrefixParam, v.nat6Prefix) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config host nat ipv6 prefix options, error: %s",
+           ErrText(err));
+    return false;
+  }
+  return true;
+}
+
+// The [tcp], [udp] and [netbios] sections.
+bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
+  if (fputs(NXCNATConfigFileTCPSectionHeader, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config TCP sectionheader, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileTCPDefaultOptions, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileUDPSectionHeader, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config UDP sectionheader, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileUDPTimeoutDesc, f) == EOF ||
+      fprintf(f, NXCNATConfigFileUDPTimeoutParam, v.udpTimeout) <= 0) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (fputs(NXCNATConfigFileNetbiosSectionHeader, f) == EOF ||
+      fputs(NXCNATConfigNetbiosDefaultOptions, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", ErrText(err));
+    return false;
+  }
+  return true;
+}
+
+// [incomingtcp] and [incomingudp] with one line per forward. Descriptions
+// stay in the database: the buffer is cleared before each line.
+bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
+  for (const auto &section : kPortFwdSections) {
+    if (fputs(section.header, f) == EOF || fputs(section.description, f) == EOF) {
+      int err = errno;
+      NXCLog(LOG_ERR, fn, "fputs: failed to write NAT config %s portfwd header: %s",
+             section.protocol, ErrText(err));
+      return false;
+    }
+    uint32_t cookie = 0;
+    uint16_t externalPort = 0, internalPort = 0;
+    char ip[kIPTextSize] = "";
+    char description[kDescriptionSize] = "";
+    for (;;) {
+      size_t descriptionSize = sizeof description;
+      if (!NXCNATEnumPortForward(vnet, section.tcp, &cookie, &externalPort, ip, sizeof ip,
+                                 &internalPort, description, &descriptionSize))
+        break;
+      description[0] = '\0';
+      if (fprintf(f, NXCNATConfigFilePortForwardParam, static_cast<unsigned>(externalPort), ip,
+                  static_cast<unsigned>(internalPort), "", description) <= 0) {
+        int err = errno;
+        NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",
+               section.protocol, ErrText(err));
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// Opens nat.conf afresh and writes it whole.
+bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
+  char path[kPathSize] = "";
+  if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_NAT_CONF, path, sizeof path)) {
+    NXCLog(LOG_ERR, fn, "Cannot get the NAT config file name");
+    return false;
+  }
+  UniqueFile file(fopen(path, "we"));
+  if (!file) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", ErrText(err));
+    return false;
+  }
+  FILE *f = file.get();
+  if (fputs(NXCNATConfigFileHeader, f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
+           ErrText(err));
+    return false;
+  }
+  if (!WriteHostSection(f, v, fn)) return false;
+  if (!WriteProtocolSections(f, v, fn)) return false;
+  if (!WritePortForwards(vnet, f, fn)) return false;
+  // The file is complete without its last newline: a failure is only logged.
+  if (fputs("\n", f) == EOF) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", ErrText(err));
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" bool NXCNATUpdateFromConfig(uint32_t vnet) noexcept {
+  static constexpr char kFn[] = "NXCNATUpdateFromConfig";
+  InternalEnter(kFn, __LINE__);
+  if (!NXCGetVnetUseNAT(vnet)) return InternalExit(kFn, __LINE__, RemoveNatFiles(vnet, kFn));
+  NatValues values;
+  if (!FetchValues(vnet, &values, kFn)) return InternalExit(kFn, __LINE__, false);
+  bool created = false;
+  if (!PrepareFile(vnet, &created, kFn)) return InternalExit(kFn, __LINE__, false);
+  if (!WriteNatConf(vnet, values, kFn)) {
+    // An existing file stays as far as it got; the backup has its old content.
+    if (created) {
+      NXCLog(LOG_ERR, kFn, "Removing newly created NAT directory and config file");
+      (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_NAT_CONF, nullptr);
+      (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_NAT_DIR, nullptr);
+    }
+    return InternalExit(kFn, __LINE__, false);
+  }
+  return InternalExit(kFn, __LINE__, true);
+}

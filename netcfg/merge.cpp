@@ -1,0 +1,271 @@
+// merge.cpp - replacing the loaded configuration with another file's while
+// the daemons run: the vnets whose settings changed have their daemons
+// stopped, their daemon files rewritten and their daemons started again.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "base/str_util.h"
+#include "base/unique_fd.h"
+#include "netcfg/netcfg_priv.h"
+
+namespace nxc {
+
+namespace {
+
+constexpr size_t kPathSize = 256;
+
+bool SameText(const char *a, const char *b) {
+  if (!a || !b) return a == b;
+  return strcmp(a, b) == 0;
+}
+
+const char *VnetAnswer(NXCNetworkConfigurationDB *db, const char *key) {
+  HashTable *t = db->answers;
+  auto *e = t ? static_cast<NetworkConfigDictionaryEntry *>(t->Lookup(StrKey(key))) : nullptr;
+  return e ? e->value : nullptr;
+}
+
+// Whether any known setting of the vnet differs between the two caches.
+bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurationDB *incoming,
+                       uint32_t vnet, const char *fn) {
+  bool differ = false;
+  for (std::string_view field : kKnownVnetFields) {
+    char key[kPathSize];
+    if (BoundedPrint(key, sizeof key, "VNET_%u_%.*s", vnet, static_cast<int>(field.size()),
+                     field.data()) < 0) {
+      NXCLog(LOG_ERR, fn, "Failed to allocate and copy key");
+      return true;
+    }
+    const char *oldValue = VnetAnswer(current, key);
+    const char *newValue = VnetAnswer(incoming, key);
+    if (SameText(oldValue, newValue)) continue;
+    NXCLog(LOG_INFO2, fn, "Key: %s OldValue: %s ", key, oldValue ? oldValue : "");
+    NXCLog(LOG_INFO2, fn, "Key: %s NewValue: %s", key, newValue ? newValue : "");
+    differ = true;
+  }
+  return differ;
+}
+
+size_t ForwardCount(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
+  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
+  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
+  return t && t->table ? t->table->Count() : 0;
+}
+
+// Every forward of one protocol of db's vnet is also in other.
+bool ForwardsContained(NXCNetworkConfigurationDB *db, NXCNetworkConfigurationDB *other,
+                       uint32_t vnet, bool tcp) {
+  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
+  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
+  if (!t || !t->table) return true;
+  struct Ctx {
+    NXCNetworkConfigurationDB *other;
+  } ctx{other};
+  return t->table->ForEach(
+             [](HashKey, void *entry, void *c) {
+               auto *f = static_cast<NATPortFwdEntry *>(entry);
+               return NXCNetCfgMergeConfigPortFwdCmpHash(static_cast<Ctx *>(c)->other, f->vnet,
+                                                         f->tcp, f->hostPort, f->vmIP, f->vmPort,
+                                                         f->description)
+                          ? 0
+                          : 1;
+             },
+             &ctx) == 0;
+}
+
+// Stops the running daemons of a vnet: bridge, NAT, DHCP, netifup.
+bool StopVnetServices(uint32_t vnet, const char *fn) {
+  bool ok = true;
+  auto stop = [&](uint32_t id) {
+    return NXCServiceStatus(vnet, id) != NXC_SERVICE_RUNNING || NXCServiceStop(vnet, id);
+  };
+  if (!stop(NXC_SERVICE_BRIDGE)) {
+    NXCLog(LOG_ERR, fn, "Failed to stop BRIDGE service for vnet: %d", static_cast<int>(vnet));
+    ok = false;
+  }
+  if (!stop(NXC_SERVICE_NAT)) {
+    NXCLog(LOG_ERR, fn, "Failed to stop NAT service for vnet: %d", static_cast<int>(vnet));
+    ok = false;
+  }
+  if (!stop(NXC_SERVICE_DHCP)) {
+    NXCLog(LOG_ERR, fn, "Failed to stop DHCP service for vnet: %d", static_cast<int>(vnet));
+    ok = false;
+  }
+  if (!stop(NXC_SERVICE_NETIFUP)) {
+    NXCLog(LOG_ERR, fn, "Failed to stop NETIFUP service for vnet: %d", static_cast<int>(vnet));
+    ok = false;
+  }
+  return ok;
+}
+
+// Rewrites a changed vnet's daemon files and starts what it is configured
+// for: bridge, netifup with the host-only adapter, DHCP, NAT.
+bool StartVnetServices(uint32_t vnet, const char *fn) {
+  int v = static_cast<int>(vnet);
+  bool ok = true;
+  if (!NXCDHCPUpdateFromConfig(vnet)) {
+    NXCLog(LOG_ERR, fn, "Failed to update DHCP config for vnet: %d", v);
+    ok = false;
+  }
+  if (!NXCNATUpdateFromConfig(vnet)) {
+    NXCLog(LOG_ERR, fn, "Failed to update NAT config for vnet: %d", v);
+    ok = false;
+  }
+  if (NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_BRIDGE) &&
+      !NXCServiceStart(vnet, NXC_SERVICE_BRIDGE)) {
+    NXCLog(LOG_ERR, fn, "Failed to start BRIDGE service for vnet: %d", v);
+    ok = false;
+  }
+  if (NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_ADAPTER)) {
+    if (!NXCServiceStart(vnet, NXC_SERVICE_NETIFUP)) {
+      NXCLog(LOG_ERR, fn, "Failed to start NETIFUP service for vnet: %d", v);
+      ok = false;
+    }
+    if (!NXCVirtAdapterEnable(vnet)) {
+      NXCLog(LOG_ERR, fn, "Failed to enable hostonly adapter on vnet: %d", v);
+      ok = false;
+    }
+  }
+  if (NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_DHCP) &&
+      !NXCServiceStart(vnet, NXC_SERVICE_DHCP)) {
+    NXCLog(LOG_ERR, fn, "Failed to start DHCP service for vnet: %d", v);
+    ok = false;
+  }
+  if (NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_NAT) &&
+      !NXCServiceStart(vnet, NXC_SERVICE_NAT)) {
+    NXCLog(LOG_ERR, fn, "Failed to start NAT service for vnet: %d", v);
+    ok = false;
+  }
+  return ok;
+}
+
+// Makes the merged cache the database: it takes the database's name and
+// stream, becomes the default cache and is unloaded with a compact rewrite;
+// the default cache is then loaded from the rewritten file.
+bool InstallMergedCache(NXCNetworkConfigurationDB **incoming, const char *dbPath, const char *fn) {
+  NXCNetworkConfigurationDB *db = *incoming;
+  (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
+  char *path = strdup(dbPath);
+  if (!path) {
+    NXCLog(LOG_ERR, fn, "Failed to copy DB file name");
+    return false;
+  }
+  free(db->path);
+  db->path = path;
+  if (db->stream) (void)fclose(db->stream);
+  db->stream = fopen(dbPath, "ab+e");
+  if (!db->stream) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Failed to open database file after import,error: %s", strerror(err));
+    return false;
+  }
+  NXCLog(LOG_ERR, fn, "Reopened database file: %s", dbPath);
+  db->backup = false;
+  db->readOnly = false;
+  db->changed = true;  // so that the unload writes the merged contents
+  gDefaultCache = db;
+  *incoming = nullptr;
+  (void)NXCNetCfgUnload(nullptr, /*writeBack=*/true);
+  if (!NXCNetCfgLoad(dbPath, nullptr, false, false)) {
+    NXCLog(LOG_ERR, fn, "Failed to reload the default database cache");
+    return false;
+  }
+  return true;
+}
+
+// After a failed merge: the configuration saved before it is imported
+// back and loaded again.
+void RestoreBeforeMerge(NXCNetworkConfigurationDB **incoming, const char *saved, const char *fn) {
+  bool ok = true;
+  if (*incoming && !NXCNetCfgUnload(incoming, false)) {
+    NXCLog(LOG_ERR, fn, "Failed to unload the new database cache");
+    ok = false;
+  }
+  (void)NXCNetCfgUnload(nullptr, false);
+  char dbPath[kPathSize];
+  if (!NXCGetFileName(-1, NXC_FILE_NETWORKING_DB, dbPath, sizeof dbPath)) {
+    NXCLog(LOG_ERR, fn, "Failed to get the path of networking DB file");
+    NXCLog(LOG_ERR, fn, "Failed to restore database");
+    return;
+  }
+  if (NXCNetCfgImportConfig(saved, dbPath)) {
+    NXCLog(LOG_OK, fn, "Restored config from backup file: %s", saved);
+  } else {
+    NXCLog(LOG_ERR, fn, "Failed to restore configuration data from backup file: %s", saved);
+    ok = false;
+  }
+  if (!gDefaultCache && !NXCNetCfgLoad(dbPath, nullptr, false, false)) {
+    NXCLog(LOG_ERR, fn, "Failed to restore the default database cache, during error handling");
+    ok = false;
+  }
+  if (!ok) NXCLog(LOG_ERR, fn, "Failed to restore database");
+}
+
+}  // namespace
+
+}  // namespace nxc
+
+using namespace nxc;
+
+extern "C" bool NXCNetCfgMergeConfigPortFwdCmpHash(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                                   bool tcp, uint16_t hostPort, const char *vmIP,
+                                                   uint16_t vmPort,
+                                                   const char *description) noexcept {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db || vnet >= kNumVnets) return false;
+  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
+  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
+  auto *e = t && t->table ? static_cast<NATPortFwdEntry *>(t->table->Lookup(NumKey(hostPort)))
+                          : nullptr;
+  return e && e->vmPort == vmPort && SameText(e->vmIP, vmIP) &&
+         SameText(e->description, description);
+}
+
+extern "C" bool NXCNetCfgMergeConfigPortFwdCmp(NXCNetworkConfigurationDB *cache,
+                                               uint32_t vnet) noexcept {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db || !gDefaultCache || vnet >= kNumVnets) return false;
+  for (bool tcp : {true, false}) {
+    if (ForwardCount(db, vnet, tcp) != ForwardCount(gDefaultCache, vnet, tcp) ||
+        !ForwardsContained(db, gDefaultCache, vnet, tcp))
+      return false;
+  }
+  return true;
+}
+
+extern "C" bool NXCNetCfgMergeConfig(const char *path) noexcept {
+  static constexpr char kFn[] = "NXCNetCfgMergeConfig";
+  if (!gDefaultCache) {
+    NXCLog(LOG_ERR, kFn, "Database needs to be loaded using NXC_Load beforecalling NXCNetCfgMergeConfig()");  // sic
+    return false;
+  }
+  NXCNetworkConfigurationDB *incoming = nullptr;
+  if (!path || !NXCNetCfgLoad(path, &incoming, /*backup=*/true, /*readOnly=*/false)) {
+    NXCLog(LOG_ERR, kFn, "Failed to parse and load configuration data frombackup file: %s",  // sic
+           path ? path : "");
+    return false;
+  }
+  // The configuration before the merge, for the way back.
+  char dbPath[kPathSize];
+  char saved[kPathSize];
+  if (BoundedPrint(dbPath, sizeof dbPath, "%s", gDefaultCache->path) < 0 ||
+      BoundedPrint(saved, sizeof saved, "%s.premerge", dbPath) < 0 ||
+      !NXCNetCfgExportConfig(nullptr, saved, /*backup=*/true)) {
+    NXCLog(LOG_ERR, kFn, "Failed to create backup file: %s", saved);
+    (void)NXCNetCfgUnload(&incoming, false);
+    return false;
+  }
+  bool changed[kNumVnets] = {};
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
+    changed[vnet] = VnetAnswersDiffer(gDefaultCache, incoming, vnet, kFn) ||
+                    !NXCNetCfgMergeConfigPortFwdCmp(incoming, vnet);
+  bool ok = true;
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
+    if (changed[vnet] && !StopVnetServices(vnet, kFn)) ok = false;
+  ok = ok && InstallMergedCache(&incoming, dbPath, kFn);
+  for (uint32_t vnet = 0; ok && vnet < kNumVnets; ++vnet)
+    if (changed[vnet] && !StartVnetServices(vnet, kFn)) ok = false;
+  if (!ok) RestoreBeforeMerge(&incoming, saved, kFn);
+  return ok;
+}

@@ -1,0 +1,496 @@
+// nat_test.cpp - NAT parameters with their defaults, the generated nat.conf
+// (golden files, backup, removal) and the reader the NAT daemon uses, over
+// the writer's own files and over hand-written ones.
+//
+// Runs in the private sandbox (/etc/zymtra, /var/log and /tmp are private).
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "nexcfg_internal.h"
+#include "support/db_fixture.h"
+#include "support/sandbox.h"
+#include "support/test_util.h"
+
+namespace {
+
+using nxc::test::DbTest;
+using nxc::test::FileExists;
+using nxc::test::LogHas;
+using nxc::test::ReadFile;
+using nxc::test::Shell;
+using nxc::test::WriteFile;
+
+constexpr char kConf[] = "/etc/zymtra/zynet8/nat/nat.conf";
+constexpr char kBak[] = "/etc/zymtra/zynet8/nat/nat.conf.bak";
+constexpr char kVnet8[] =
+    "answer VNET_8_HOSTONLY_SUBNET 192.168.40.0\n"
+    "answer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n"
+    "answer VNET_8_NAT yes\n";
+
+std::string Golden(const std::string &name) {
+  return ReadFile(std::string(nxc::test::SourceDir()) + "/tests/golden/" + name);
+}
+
+std::string Get(uint32_t vnet, uint32_t id, bool useDefault, size_t size = 300) {
+  char buf[300] = "";
+  if (!NXCNATGetParameter(vnet, id, useDefault, buf, size)) return "<fail>";
+  return buf;
+}
+
+// Takes a malloc'd string from the reader; "<null>" for none.
+std::string Take(char *text) {
+  if (!text) return "<null>";
+  std::string s = text;
+  free(text);
+  return s;
+}
+
+class NatTest : public DbTest {
+ protected:
+  void TearDown() override {
+    globalConfig = nullptr;
+    DbTest::TearDown();
+  }
+  void LoadWith(const std::string &records) {
+    WriteDb(records);
+    ASSERT_TRUE(Load());
+  }
+};
+
+// ---- Parameters ------------------------------------------------------------
+
+TEST_F(NatTest, ExternalIdsMapToTheSettableParameters) {
+  LoadWith("");
+  const struct {
+    uint32_t external, internal;
+  } kCases[] = {
+      {9027, 13859}, {9030, 13862}, {9031, 13863}, {9032, 13864}, {9033, 13866},
+      {9050, 13868}, {9051, 13869}, {9028, 13867}, {9029, 13867}, {13859, 13867},
+  };
+  for (const auto &c : kCases) {
+    SCOPED_TRACE(c.external);
+    EXPECT_EQ(NXCNATMapIntParamID(c.external), c.internal);
+  }
+  EXPECT_TRUE(LogHas("NXCNATMapIntParamID - Could not map external paramID: 9028"));
+  EXPECT_FALSE(LogHas("Could not map external paramID: 9027"));
+}
+
+TEST_F(NatTest, SetParameterChecksEachRule) {
+  LoadWith(kVnet8);
+  const struct {
+    const char *name;
+    uint32_t id;
+    const char *value;
+    bool ok;
+    const char *logLine;
+  } kCases[] = {
+      {"gateway", 13859, "192.168.40.3", true, ""},
+      // The rejection lines print the parameter id after "on vnet:".
+      {"bad gateway", 13859, "192.168.40", false,
+       "Invalid IP address value: 192.168.40 for NAT parameter: \"gateway ip\" on vnet: 13859"},
+      {"port 65535", 13862, "65535", true, ""},
+      {"port 0", 13862, "0", false,
+       "Invalid config port value: 0 for NAT parameter: \"configport\" on vnet: 13862 "},
+      {"port 65536", 13862, "65536", false, "Invalid config port value: 65536"},
+      {"port 80x", 13862, "80x", false, "Invalid config port value: 80x"},
+      {"active FTP 0", 13863, "0", true, ""},
+      {"active FTP 01", 13863, "01", false,
+       "Invalid value: 01 for NAT parameter: \"activeFTP\" on vnet: 13863"},
+      {"active FTP 2", 13863, "2", false, "Invalid value: 2 for NAT parameter: \"activeFTP\""},
+      {"any OUI empty", 13864, "", false, "Invalid value:  for NAT parameter: \"allowAnyOUI\""},
+      {"NAT66 on", 13868, "1", true, ""},
+      {"timeout 0", 13866, "0", true, ""},
+      {"timeout -1", 13866, "-1", false, "Invalid value: -1 for NAT parameter: \"timeout\""},
+      {"prefix unchecked", 13869, "not a prefix", true, ""},
+      {"netmask", 13860, "255.255.0.0", false, "Unrecognized NAT parameter ID: 13860"},
+      {"device", 13865, "/dev/null", false, "Unrecognized NAT parameter ID: 13865"},
+      {"unused", 13861, "1", false, "Unrecognized NAT parameter ID: 13861"},
+      {"not supported", 13867, "1", false, "Unrecognized NAT parameter ID: 13867"},
+      {"base", 13858, "1", false, "Unrecognized NAT parameter ID: 13858"},
+      {"past the end", 13870, "1", false, "Unrecognized NAT parameter ID: 13870"},
+  };
+  for (const auto &c : kCases) {
+    SCOPED_TRACE(c.name);
+    nxc::test::ClearLog();
+    EXPECT_EQ(NXCNATSetParameter(8, c.id, c.value), c.ok);
+    if (c.ok) {
+      std::string key = std::string("VNET_8_") + NXCNATParamIDToConfigOption[c.id - 13858];
+      EXPECT_EQ(Answer(key.c_str()), c.value);
+    } else {
+      EXPECT_TRUE(LogHas(std::string("NXCNATSetParameter - ") + c.logLine)) << nxc::test::LogText();
+    }
+  }
+}
+
+TEST_F(NatTest, DefaultsComeFromTheVnetOrAreFixed) {
+  const struct {
+    const char *name;
+    const char *subnet;
+    uint32_t vnet, id;
+    size_t size;
+    const char *expected;
+  } kCases[] = {
+      {"gateway", "192.168.40.0", 8, 13859, 16, "192.168.40.2"},
+      {"gateway from an unmasked subnet", "192.168.40.5", 8, 13859, 16, "192.168.40.7"},
+      {"gateway one byte short", "192.168.40.0", 8, 13859, 12, "<fail>"},
+      {"netmask", "192.168.40.0", 8, 13860, 16, "255.255.255.0"},
+      {"config port", "192.168.40.0", 8, 13862, 6, "33445"},
+      {"config port with 5 bytes", "192.168.40.0", 8, 13862, 5, "<fail>"},
+      {"active FTP", "192.168.40.0", 8, 13863, 2, "1"},
+      {"allow any OUI", "192.168.40.0", 8, 13864, 2, "1"},
+      {"timeout", "192.168.40.0", 8, 13866, 3, "60"},
+      {"NAT66", "192.168.40.0", 8, 13868, 2, "0"},
+      {"device", "192.168.40.0", 8, 13865, 256, "/dev/zynet8"},
+      {"prefix of vnet 8", "192.168.40.0", 8, 13869, 46, "fd15:4ba5:5a2b:1008::/64"},
+      {"prefix of vnet 255", "192.168.40.0", 255, 13869, 46, "fd15:4ba5:5a2b:10ff::/64"},
+      {"base", "192.168.40.0", 8, 13858, 46, "<fail>"},
+      {"unused", "192.168.40.0", 8, 13861, 46, "<fail>"},
+      {"not supported", "192.168.40.0", 8, 13867, 46, "<fail>"},
+  };
+  for (const auto &c : kCases) {
+    SCOPED_TRACE(c.name);
+    UnloadAll(false);
+    LoadWith(std::string("answer VNET_8_HOSTONLY_SUBNET ") + c.subnet +
+             "\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
+    char buf[300] = "";
+    bool ok = NXCNATGetParamDefault(c.vnet, c.id, buf, c.size);
+    EXPECT_EQ(ok ? std::string(buf) : "<fail>", c.expected);
+  }
+  EXPECT_TRUE(LogHas("NXCNATGetParamDefault - Insufficient space to store NAT param 13862."));
+  EXPECT_TRUE(LogHas("NXCNATGetParamDefault - Unrecognized NAT parameter ID: 13867"));
+
+  UnloadAll(false);
+  LoadWith("");
+  EXPECT_EQ(Get(8, 13859, true), "<fail>");
+  EXPECT_TRUE(LogHas("Could not get subnet address for vnet: 8"));
+  EXPECT_EQ(Get(8, 13860, true), "<fail>");
+  EXPECT_TRUE(LogHas("Could not get subnet netmask for vnet: 8"));
+}
+
+TEST_F(NatTest, GetterUsesTheStoredValueOrTheDefaultAndTracesOnlyItsExit) {
+  LoadWith(std::string(kVnet8) + "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 120\n");
+  EXPECT_EQ(Get(8, 13866, false), "120");
+  EXPECT_EQ(Get(8, 13866, true, 3), "<fail>");  // stored, but no room
+  EXPECT_TRUE(LogHas("Insufficient space to store NAT param 13866."));
+  EXPECT_EQ(Get(8, 13863, false), "<fail>");
+  EXPECT_TRUE(LogHas("Value of NAT parameter: \"activeFTP\" not found in configuration for vnet: 8"));
+  EXPECT_EQ(Get(8, 13863, true), "1");
+  EXPECT_TRUE(LogHas("Reverting to default value"));
+  EXPECT_EQ(Get(8, 13870, true), "<fail>");
+  EXPECT_TRUE(LogHas("NXCNATGetParameter - Unrecognized NAT parameter ID: 13870"));
+  EXPECT_EQ(Get(8, 13867, true), "<fail>");
+  EXPECT_TRUE(LogHas("NXCNATGetParameter - Failure in getting default value of parameter"));
+  EXPECT_TRUE(LogHas("NXCNATGetParameter -  Exiting Function, NXCNATGetParameter:"));
+  EXPECT_FALSE(LogHas("Entering Function, NXCNATGetParameter:"));
+  // A missing NAT parameter is no error: with only errors logged, no line.
+  nxcContext.logMask = LOG_ERR;
+  nxc::test::ClearLog();
+  EXPECT_EQ(Get(8, 13864, true), "1");
+  EXPECT_EQ(nxc::test::LogText(), "");
+}
+
+TEST_F(NatTest, RemovingTheConfigurationTakesParametersAndForwards) {
+  LoadWith(std::string(kVnet8) +
+           "answer VNET_8_NAT_PARAM_GATEWAY_IP 192.168.40.3\n"
+           "answer VNET_8_NAT_PARAM_INT_GATEWAY_IPSUBNETMASK 255.255.0.0\n"
+           "answer VNET_8_NAT_PARAM_DEVICE /dev/other\n"
+           "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 5\n"
+           "answer VNET_8_NAT_PARAM_NAT6_PREFIX fd00::/64\n"
+           "answer VNET_9_NAT_PARAM_UDP_TIMEOUT 7\n");
+  ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "192.168.40.128", 80, nullptr));
+  ASSERT_TRUE(NXCNATSetPortForward(8, 0, 6000, "192.168.40.129", 6001, nullptr));
+  EXPECT_TRUE(NXCNATRemoveConfig(8));
+  for (const char *key : {"VNET_8_NAT_PARAM_GATEWAY_IP", "VNET_8_NAT_PARAM_INT_GATEWAY_IPSUBNETMASK",
+                          "VNET_8_NAT_PARAM_DEVICE", "VNET_8_NAT_PARAM_UDP_TIMEOUT",
+                          "VNET_8_NAT_PARAM_NAT6_PREFIX"}) {
+    EXPECT_EQ(Answer(key), "<absent>") << key;
+  }
+  EXPECT_EQ(Answer("VNET_9_NAT_PARAM_UDP_TIMEOUT"), "7");
+  char ip[16] = "";
+  uint16_t port = 0;
+  EXPECT_FALSE(NXCNATGetPortForward(8, 1, 8080, ip, sizeof ip, &port, nullptr, nullptr));
+  EXPECT_FALSE(NXCNATGetPortForward(8, 0, 6000, ip, sizeof ip, &port, nullptr, nullptr));
+  EXPECT_NE(DbText().find("remove_nat_portfwd 8"), std::string::npos);
+  // Nothing stored is nothing to fail on.
+  EXPECT_TRUE(NXCNATRemoveConfig(8));
+  EXPECT_TRUE(NXCNATRemoveParam(8, 13866));
+  EXPECT_FALSE(NXCNATRemoveParam(8, 13858));
+  EXPECT_TRUE(LogHas("NXCNATRemoveParam - Unrecognized NAT parameter ID: 13858"));
+}
+
+TEST_F(NatTest, PortForwardsAndPrefixesGoThroughTheDatabase) {
+  LoadWith(kVnet8);
+  ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "192.168.40.128", 80, "web"));
+  ASSERT_TRUE(NXCNATSetPortForward(8, 0, 8080, "192.168.40.129", 81, nullptr));
+  char ip[16] = "", desc[32] = "";
+  uint16_t port = 0, external = 0;
+  size_t descSize = sizeof desc;
+  ASSERT_TRUE(NXCNATGetPortForward(8, 1, 8080, ip, sizeof ip, &port, desc, &descSize));
+  EXPECT_STREQ(ip, "192.168.40.128");
+  EXPECT_EQ(port, 80);
+  EXPECT_STREQ(desc, "web");
+  EXPECT_EQ(descSize, sizeof desc);  // the lookup leaves the size alone
+
+  uint32_t cookie = 0;
+  descSize = sizeof desc;
+  ASSERT_TRUE(NXCNATEnumPortForward(8, 1, &cookie, &external, ip, sizeof ip, &port, desc, &descSize));
+  EXPECT_EQ(external, 8080);
+  EXPECT_EQ(descSize, strlen("web") + 2);
+  EXPECT_FALSE(NXCNATEnumPortForward(8, 1, &cookie, &external, ip, sizeof ip, &port, desc, &descSize));
+  cookie = 0;
+  descSize = sizeof desc;
+  ASSERT_TRUE(NXCNATEnumPortForward(8, 0, &cookie, &external, ip, sizeof ip, &port, desc, &descSize));
+  EXPECT_STREQ(ip, "192.168.40.129");
+  EXPECT_EQ(descSize, 0u);
+
+  ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, nullptr, 0, nullptr));
+  EXPECT_FALSE(NXCNATGetPortForward(8, 1, 8080, ip, sizeof ip, &port, nullptr, nullptr));
+  EXPECT_TRUE(NXCNATGetPortForward(8, 0, 8080, ip, sizeof ip, &port, nullptr, nullptr));
+
+  EXPECT_FALSE(NXCNATSetPrefix(8, nullptr, nullptr, 0));
+  EXPECT_TRUE(LogHas("NXCNATSetPrefix - Invalid prefix"));
+  EXPECT_FALSE(NXCNATGetPrefix(8, "fd00:1::/64"));
+  ASSERT_TRUE(NXCNATSetPrefix(8, "fd00:1::/64", nullptr, 0));
+  EXPECT_TRUE(NXCNATGetPrefix(8, "fd00:1::/64"));
+  EXPECT_FALSE(NXCNATGetPrefix(9, "fd00:1::/64"));
+}
+
+// ---- nat.conf ----------------------------------------------------------------
+
+TEST_F(NatTest, WrittenFilesMatchTheGoldenFiles) {
+  const struct {
+    const char *name;
+    const char *records;
+    bool forwards;
+    const char *golden;
+  } kCases[] = {
+      {"defaults, no adapter, no forwards", "", false, "nat_basic.conf"},
+      {"host adapter, stored values and forwards",
+       "answer VNET_8_VIRTUAL_ADAPTER yes\n"
+       "answer VNET_8_NAT_PARAM_ACTIVE_FTP 0\n"
+       "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 120\n"
+       "answer VNET_8_NAT_PARAM_NAT6 1\n"
+       "answer VNET_8_NAT_PARAM_NAT6_PREFIX fd00:1:2:3::/64\n",
+       true, "nat_adapter_forwards.conf"},
+  };
+  for (const auto &c : kCases) {
+    SCOPED_TRACE(c.name);
+    UnloadAll(false);
+    (void)Shell("rm -rf /etc/zymtra/zynet8");
+    LoadWith(std::string(kVnet8) + c.records);
+    if (c.forwards) {
+      // The description stays in the database.
+      ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "192.168.40.128", 80, "web server"));
+      ASSERT_TRUE(NXCNATSetPortForward(8, 0, 6000, "192.168.40.129", 6001, nullptr));
+    }
+    ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+    std::string golden = Golden(c.golden);
+    ASSERT_FALSE(golden.empty());
+    EXPECT_EQ(ReadFile(kConf), golden);
+    EXPECT_FALSE(FileExists(kBak));
+  }
+}
+
+TEST_F(NatTest, EachRegenerationBacksUpThePreviousFile) {
+  LoadWith(kVnet8);
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  std::string first = ReadFile(kConf);
+  ASSERT_TRUE(NXCNATSetParameter(8, 13866, "90"));
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(ReadFile(kBak), first);
+  EXPECT_NE(ReadFile(kConf).find("\ntimeout = 90\n"), std::string::npos);
+}
+
+TEST_F(NatTest, AdapterWithAnEmptyAddressLeavesTheHostIpOut) {
+  LoadWith(std::string(kVnet8) + "answer VNET_8_VIRTUAL_ADAPTER yes\n");
+  ASSERT_TRUE(NXCSetVnetVirtAdapterAddr(8, ""));
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(ReadFile(kConf), Golden("nat_basic.conf"));
+  EXPECT_TRUE(LogHas("Retrieved adapter address: , len: 0"));
+}
+
+TEST_F(NatTest, WithoutNatTheFilesAndDirectoryGo) {
+  LoadWith(kVnet8);
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  ASSERT_TRUE(WriteFile("/etc/zymtra/zynet8/nat.mac", "00:50:56:00:00:01\n"));
+  ASSERT_TRUE(NXCSetVnetUseNAT(8, false, false));
+  EXPECT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
+  EXPECT_TRUE(NXCNATUpdateFromConfig(8));  // nothing left is no failure
+}
+
+TEST_F(NatTest, NothingIsWrittenWhenAValueCannotBeHad) {
+  LoadWith("answer VNET_8_NAT yes\n");  // no subnet: no gateway
+  EXPECT_FALSE(NXCNATUpdateFromConfig(8));
+  EXPECT_TRUE(LogHas("NXCNATUpdateFromConfig - Failure in looking up NAT gateway address"));
+  EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
+}
+
+// ---- Reader --------------------------------------------------------------------
+
+TEST_F(NatTest, ReaderWalksTheWritersOwnFile) {
+  LoadWith(kVnet8);
+  ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "172.16.3.128", 80, "web"));
+  ASSERT_TRUE(NXCNATSetPortForward(8, 0, 6000, "172.16.3.129", 6001, nullptr));
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  globalConfig = kConf;
+
+  NatCfgIterator *sections = NatCfgListSectionsInit();
+  ASSERT_NE(sections, nullptr);
+  std::vector<std::string> names;
+  for (char *name; (name = NatCfgListSections(sections));) names.push_back(Take(name));
+  EXPECT_EQ(names, (std::vector<std::string>{"host", "tcp", "udp", "netbios", "incomingtcp",
+                                             "incomingudp"}));
+  EXPECT_EQ(NatCfgListSections(sections), nullptr);
+  EXPECT_EQ(NatCfgListSections(sections), nullptr);
+  NatCfgListSectionsDestroy(sections);
+
+  NatCfgIterator *items = NatCfgListItemsInit("IncomingTCP");
+  ASSERT_NE(items, nullptr);
+  char *value = nullptr, *comment = nullptr;
+  EXPECT_EQ(Take(NatCfgListItems(items, &value, &comment)), "8080");
+  EXPECT_EQ(Take(value), "172.16.3.128:80");
+  EXPECT_EQ(Take(comment), "");
+  EXPECT_EQ(NatCfgListItems(items, nullptr, nullptr), nullptr);  // [incomingudp] ends it
+  NatCfgListItemsDestroy(items);
+
+  items = NatCfgListItemsInit("host");
+  ASSERT_NE(items, nullptr);
+  std::vector<std::pair<std::string, std::string>> host;
+  for (char *key; (key = NatCfgListItems(items, &value, nullptr));)
+    host.emplace_back(Take(key), Take(value));
+  NatCfgListItemsDestroy(items);
+  ASSERT_GE(host.size(), 3u);
+  EXPECT_EQ(host[0], std::make_pair(std::string("useMacosZynetVirtApi"), std::string("0")));
+  EXPECT_EQ(host[1], std::make_pair(std::string("ip"), std::string("192.168.40.2")));
+  EXPECT_EQ(host.back(), std::make_pair(std::string("natIp6Prefix"),
+                                        std::string("fd15:4ba5:5a2b:1008::/64")));
+
+  EXPECT_EQ(NatCfgGetItemLong("udp", "timeout", 5), 60ul);
+  EXPECT_EQ(Take(NatCfgGetItem("incomingudp", "6000")), "172.16.3.129:6001");
+  EXPECT_EQ(NatCfgGetItem("tcp", "timeout"), nullptr);  // only timeWaitTimeout there
+  EXPECT_EQ(NatCfgListItemsInit("nosuch"), nullptr);
+
+  // Every call reads the file anew.
+  std::string text = ReadFile(kConf);
+  text.replace(text.find("timeout = 60"), 12, "timeout = 60s");
+  ASSERT_TRUE(WriteFile(kConf, text));
+  EXPECT_EQ(NatCfgGetItemLong("udp", "timeout", 5), 5ul);
+}
+
+TEST_F(NatTest, ReaderParsesHandWrittenFiles) {
+  const std::string file =
+      "# leading comment\n"
+      "top = before any section\n"
+      "[Host]\n"
+      "  nbnsTimeout: 2\n"
+      "quoted = \"a b\"  # the comment \r\n"
+      "single='it''s'\n"
+      "bare = a b\n"
+      "escapes = \"x\\ty\\nz\\\\w\\q\"\n"
+      "cr = \"one\rtwo\"\n"
+      "crEscape = \"one\\\rtwo\"\n"
+      "empty =\n"
+      "blank =    \n"
+      "unclosed = \"runs to the end\n"
+      "time = 7\n"
+      "\t\n"
+      "noSeparator here\n"
+      "=value without key\n"
+      "[hostx]\n"
+      "hidden = 1\n"
+      "[host ]\n"
+      "hidden = 2\n"
+      "[]\n"
+      "[host]\n"
+      "late = 9\n"
+      "timeout = 11\n"
+      "big = 4294967296x\n";
+  ASSERT_TRUE(WriteFile("/tmp/hand.conf", file));
+  globalConfig = "/tmp/hand.conf";
+
+  const struct {
+    const char *section, *key, *expected;
+  } kGets[] = {
+      {"host", "nbnsTimeout", "2"},
+      {"HOST", "NBNSTIMEOUT", "2"},
+      {"host", "quoted", "a b"},
+      {"host", "single", "it"},
+      {"host", "bare", "a"},
+      {"host", "escapes", "x\ty\nz\\wq"},
+      {"host", "cr", "one\rtwo"},  // a quoted value runs over a carriage return here
+      {"host", "crEscape", "one\rtwo"},
+      {"host", "empty", ""},
+      {"host", "blank", ""},
+      {"host", "unclosed", "runs to the end"},
+      {"host", "late", "9"},  // a second section of the same name is searched too
+      {"host", "time", "7"},
+      {"host", "timeout", "11"},  // "time = 7" does not answer for "timeout"
+      {"host", "top", "<null>"},
+      {"host", "hidden", "<null>"},
+      {"hostx", "hidden", "1"},
+      {"host", "noSeparator", "<null>"},
+      {"udp", "timeout", "<null>"},
+  };
+  for (const auto &c : kGets) {
+    SCOPED_TRACE(std::string(c.section) + "/" + c.key);
+    EXPECT_EQ(Take(NatCfgGetItem(c.section, c.key)), c.expected);
+  }
+
+  // The lister ends a value at a carriage return and gives comments.
+  NatCfgIterator *items = NatCfgListItemsInit("host");
+  ASSERT_NE(items, nullptr);
+  std::vector<std::string> listed;
+  char *value = nullptr, *comment = nullptr;
+  for (char *key; (key = NatCfgListItems(items, &value, &comment));)
+    listed.push_back(Take(key) + "|" + Take(value) + "|" + Take(comment));
+  NatCfgListItemsDestroy(items);
+  EXPECT_EQ(listed, (std::vector<std::string>{
+                        "nbnsTimeout|2|",
+                        "quoted|a b|the comment ",
+                        "single|it|",
+                        "bare|a|",
+                        "escapes|x\ty\nz\\wq|",
+                        "cr|one|",
+                        "crEscape|one|",
+                        "empty||",
+                        "blank||",
+                        "unclosed|runs to the end|",
+                        "time|7|",
+                    }));
+
+  NatCfgIterator *sections = NatCfgListSectionsInit();
+  ASSERT_NE(sections, nullptr);
+  std::vector<std::string> names;
+  for (char *name; (name = NatCfgListSections(sections));) names.push_back(Take(name));
+  NatCfgListSectionsDestroy(sections);
+  EXPECT_EQ(names, (std::vector<std::string>{"Host", "hostx", "host ", "", "host"}));
+
+  EXPECT_EQ(NatCfgGetItemLong("host", "empty", 5), 0ul);
+  EXPECT_EQ(NatCfgGetItemLong("host", "missing", 5), 5ul);
+  EXPECT_EQ(NatCfgGetItemLong("host", "big", 5), 5ul);
+  EXPECT_EQ(NatCfgGetItemLong("host", "late", 5), 9ul);
+}
+
+TEST_F(NatTest, ReaderWithoutAFileGivesNothing) {
+  for (const char *path : {static_cast<const char *>(nullptr), "/tmp/no-such.conf"}) {
+    SCOPED_TRACE(path ? path : "null");
+    globalConfig = path;
+    EXPECT_EQ(NatCfgListSectionsInit(), nullptr);
+    EXPECT_EQ(NatCfgListItemsInit("host"), nullptr);
+    EXPECT_EQ(NatCfgGetItem("host", "ip"), nullptr);
+    EXPECT_EQ(NatCfgGetItemLong("host", "ip", 42), 42ul);
+  }
+  EXPECT_EQ(NatCfgListSections(nullptr), nullptr);
+  EXPECT_EQ(NatCfgListItems(nullptr, nullptr, nullptr), nullptr);
+  NatCfgListSectionsDestroy(nullptr);
+  NatCfgListItemsDestroy(nullptr);
+}
+
+}  // namespace

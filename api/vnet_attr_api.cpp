@@ -13,6 +13,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "api/api_util.h"
 #include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
@@ -31,34 +32,6 @@ constexpr size_t kIPTextSize = 16;
 constexpr size_t kMtuTextSize = 128;
 // A NAT prefix description holds at most this many bytes, its NUL included.
 constexpr int32_t kNatPrefixDescSize = 128;
-
-// For "%p,%s" argument traces: the text, or "null".
-const char *OrNull(const char *s) { return s ? s : "null"; }
-
-// The number of the vnet named name ("zynet<n>"); false, after logging the
-// caller's text, when the name is not one of a vnet 0..255.
-bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
-  uint32_t num = NXCConvVnetNameToNum(name);
-  if (num >= NXC_NUM_VNETS) {
-    NXCLog(LOG_ERR, fn, "Invalid vnet name: %s", name);
-    return false;
-  }
-  *vnet = num;
-  return true;
-}
-
-// Takes the database lock for a change. A read-only database is changed
-// in the cache only, and so without the lock.
-bool ApiLockConfig(const char *fn) {
-  if (NXCNetCfgIsReadOnly(nullptr)) return true;
-  if (NXCNetCfgLockConfig(nullptr)) return true;
-  NXCLog(LOG_ERR, fn, "Failed to obtain lock on vnet config");
-  return false;
-}
-
-// Called on every path that passed ApiLockConfig, read-only or not: the
-// unlock of a database that holds no lock only logs a trace line.
-void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
 
 }  // namespace
 

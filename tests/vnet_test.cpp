@@ -184,10 +184,12 @@ TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
 }
 
 TEST_F(VnetModelTest, SwitchesDifferInWhatAFailedCleanUpMeans) {
-  // No DHCP or NAT configuration layer is linked in, so their clean-up
-  // always fails: that fails the DHCP switch and not the NAT switch.
+  // Clean-up removes the service's parameters; what a failed clean-up
+  // means is covered with a full disk below.
   Load(
       "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP yes\nanswer VNET_3_NAT yes\n"
+      "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
+      "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n"
       "answer VNET_4_VIRTUAL_ADAPTER yes\nanswer VNET_4_VIRTUAL_ADAPTER_ADDR 10.0.4.1\n"
       "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n");
   struct Case {
@@ -204,18 +206,18 @@ TEST_F(VnetModelTest, SwitchesDifferInWhatAFailedCleanUpMeans) {
        {"VNET_1_DHCP"},
        "no",
        "DHCP set to 0 in vnet config for vnet: 1"},
-      {"dhcp clean-up fails the call",
+      {"dhcp clean-up removes the parameters",
        [] { return NXCSetVnetUseDHCP(2, false, true); },
-       false,
-       {"VNET_2_DHCP"},
-       "no",
-       "Error removing DHCP configuration informtion"},
-      {"nat clean-up failure is only logged",
+       true,
+       {"VNET_2_DHCP", "VNET_2_DHCP_PARAM_LEASE_START_IP"},
+       "no<absent>",
+       "DHCP set to 0 in vnet config for vnet: 2"},
+      {"nat clean-up removes the parameters",
        [] { return NXCSetVnetUseNAT(3, false, true); },
        true,
-       {"VNET_3_NAT"},
-       "no",
-       "Error removing NAT coniguration information"},
+       {"VNET_3_NAT", "VNET_3_NAT_PARAM_UDP_TIMEOUT"},
+       "no<absent>",
+       "NAT set to 0 in vnet config for vnet: 3"},
       {"adapter clean-up removes address and name",
        [] { return NXCSetVnetUseAdapter(4, false, true); },
        true,
@@ -278,6 +280,20 @@ TEST_F(FullDatabaseDiskTest, AdapterCleanUpStopsAtTheFailedAddressRemoval) {
   EXPECT_FALSE(LogHas("Error removing Adapter name from vnet config"));
   EXPECT_EQ(Answer("VNET_6_VIRTUAL_ADAPTER_ADDR"), "10.0.6.1");
   EXPECT_EQ(Answer("VNET_6_VIRTUAL_ADAPTER_NAME"), "host6");
+}
+
+TEST_F(FullDatabaseDiskTest, FailedDhcpCleanUpFailsTheSwitchButNatOnlyLogs) {
+  LoadAndFillDisk(
+      "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
+      "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n");
+  ClearLog();
+  // The switches are already off, so only the clean-up writes (and fails).
+  EXPECT_FALSE(NXCSetVnetUseDHCP(2, false, true));
+  EXPECT_TRUE(LogHas("Error removing DHCP configuration informtion"));
+  EXPECT_TRUE(NXCSetVnetUseNAT(3, false, true));
+  EXPECT_TRUE(LogHas("Error removing NAT coniguration information"));
+  EXPECT_EQ(Answer("VNET_2_DHCP_PARAM_LEASE_START_IP"), "10.0.2.10");
+  EXPECT_EQ(Answer("VNET_3_NAT_PARAM_UDP_TIMEOUT"), "60");
 }
 
 TEST_F(VnetModelTest, OptionsFollowTheirSettings) {

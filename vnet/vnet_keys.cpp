@@ -42,25 +42,6 @@ bool CopyField(uint32_t vnet, const char *field, char *buffer, size_t size) {
   return NXCGetVnetCfgCpy(vnet, field, buffer, &local);
 }
 
-// The DHCP layer keeps the vnet's DHCP parameters, block hash and static
-// mappings; removing them is its call. This build carries no DHCP layer, so
-// the removal cannot be done and says so.
-bool RemoveDhcpConfiguration(uint32_t vnet, const char *fn) {
-  NXCLog(
-      LOG_ERR, fn,
-      "No DHCP configuration layer in this library: cannot remove DHCP configuration of vnet: %u",
-      vnet);
-  return false;
-}
-
-// Likewise for the NAT layer's parameters of the vnet.
-bool RemoveNatConfiguration(uint32_t vnet, const char *fn) {
-  NXCLog(LOG_ERR, fn,
-         "No NAT configuration layer in this library: cannot remove NAT configuration of vnet: %u",
-         vnet);
-  return false;
-}
-
 }  // namespace
 
 // ---- Generic accessors ---------------------------------------------------
@@ -223,7 +204,7 @@ extern "C" bool NXCSetVnetUseDHCP(uint32_t vnet, bool use, bool removeConfig) no
   }
   NXCLog(LOG_INFO2, __func__, "DHCP set to %u in vnet config for vnet: %u", use ? 1u : 0u, vnet);
   if (!removeConfig) return true;
-  if (!RemoveDhcpConfiguration(vnet, __func__)) {
+  if (!NXCDHCPRemoveDHCPConfig(vnet)) {
     NXCLog(LOG_ERR, __func__, "Error removing DHCP configuration informtion");  // sic
     return false;
   }
@@ -238,7 +219,7 @@ extern "C" bool NXCSetVnetUseNAT(uint32_t vnet, bool use, bool removeConfig) noe
   NXCLog(LOG_INFO2, __func__, "NAT set to %u in vnet config for vnet: %u", use ? 1u : 0u, vnet);
   // Unlike DHCP, a failed NAT clean-up is only noted: the switch itself
   // has been stored and the call succeeds.
-  if (removeConfig && !RemoveNatConfiguration(vnet, __func__))
+  if (removeConfig && !NXCNATRemoveConfig(vnet))
     NXCLog(LOG_INFO, __func__, "Error removing NAT coniguration information");  // sic
   return true;
 }

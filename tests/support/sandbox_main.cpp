@@ -7,8 +7,10 @@
 // path the library writes: /etc (rebuilt from bind mounts, with an empty
 // /etc/zymtra), /var/log, /run (= /var/run), /tmp and /dev (rebuilt from the
 // few device nodes tests need). Nothing a test does can reach the machine's
-// own files or interfaces, and no process outlives the test program. When
-// the namespaces cannot be had, the program exits with 77 (skipped); it never
+// own files or interfaces. The namespace's first process stays its init:
+// it runs the tests in a child and reaps orphaned daemons as a host's init
+// would; when it ends, nothing started by a test outlives it. When the
+// namespaces cannot be had, the program exits with 77 (skipped); it never
 // falls back to the real paths.
 #include <errno.h>
 #include <fcntl.h>
@@ -211,9 +213,28 @@ int main(int argc, char **argv) {
     fprintf(stderr, "SKIPPED: cannot build the private sandbox: %s\n", why.c_str());
     _exit(kSkipped);
   }
-  nxc::test::gInSandbox = true;
-  int rc = RUN_ALL_TESTS();
+  // This process is the namespace's init: it runs the tests in a child and
+  // reaps every orphan, as a host's init does for the daemons a test
+  // starts, until the tests are done. Its exit then ends whatever is left.
   fflush(nullptr);
-  if (__lsan_do_leak_check) __lsan_do_leak_check();  // exits non-zero on a leak
-  _exit(rc);
+  pid_t tests = fork();
+  if (tests < 0) {
+    fprintf(stderr, "fork of the test process failed: %s\n", strerror(errno));
+    _exit(1);
+  }
+  if (tests == 0) {
+    nxc::test::gInSandbox = true;
+    int rc = RUN_ALL_TESTS();
+    fflush(nullptr);
+    if (__lsan_do_leak_check) __lsan_do_leak_check();  // exits non-zero on a leak
+    _exit(rc);
+  }
+  for (;;) {
+    int status = 0;
+    pid_t done = wait(&status);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) _exit(1);
+    if (done != tests) continue;
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+  }
 }

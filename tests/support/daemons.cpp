@@ -1,0 +1,51 @@
+#include "support/daemons.h"
+
+#include <dirent.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/sandbox.h"
+#include "support/test_util.h"
+
+namespace nxc::test {
+
+bool InstallStandinDaemons() {
+  static const char *const kDaemons[] = {"zynet-bridge", "zynet-netifup", "zynet-dhcpd",
+                                         "zynet-natd"};
+  std::string standin = std::string(StandinDir()) + "/zynet-standin";
+  std::string setup = std::string("rm -rf ") + kStandinBinDir + " " + kStandinStateDir +
+                      " /run/*.pid && mkdir " + kStandinBinDir + " " + kStandinStateDir;
+  for (const char *name : kDaemons)
+    setup += " && ln -s " + standin + " " + kStandinBinDir + "/" + name;
+  return Shell(setup) == 0 &&
+         WriteFile("/etc/zymtra/config", std::string("bindir = \"") + kStandinBinDir + "\"\n");
+}
+
+pid_t PidInFile(const char *path) { return atoi(ReadFile(path).c_str()); }
+
+bool WaitGone(pid_t pid, int timeoutMs) {
+  for (int waited = 0; waited <= timeoutMs; waited += 5) {
+    if (kill(pid, 0) != 0) return true;
+    usleep(5000);
+  }
+  return false;
+}
+
+void KillAllDaemons() {
+  std::vector<pid_t> others;
+  if (DIR *dir = opendir("/proc")) {
+    while (dirent *entry = readdir(dir)) {
+      pid_t pid = atoi(entry->d_name);
+      if (pid > 1 && pid != getpid()) others.push_back(pid);
+    }
+    closedir(dir);
+  }
+  for (pid_t pid : others) (void)kill(pid, SIGKILL);
+  for (pid_t pid : others) (void)WaitGone(pid, 2000);
+}
+
+}  // namespace nxc::test

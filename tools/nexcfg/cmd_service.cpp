@@ -1,0 +1,165 @@
+// cmd_service.cpp - a vnet's daemons (start, stop, status) and its device
+// node.
+#include <algorithm>
+#include <cstdio>
+
+#include "cli.h"
+#include "features.h"
+
+namespace nexcfg {
+namespace {
+
+struct Service {
+  const char *name;
+  uint32_t type;
+};
+// In start order: the host-only adapter's daemon first, NAT last.
+constexpr Service kServices[] = {
+    {"netifup", NXC_SERVICE_TYPE_NETIFUP},
+    {"bridge", NXC_SERVICE_TYPE_BRIDGE},
+    {"dhcp", NXC_SERVICE_TYPE_DHCP},
+    {"nat", NXC_SERVICE_TYPE_NAT},
+};
+
+const Service &ServiceNamed(const std::string &word) {
+  for (const Service &s : kServices)
+    if (word == s.name) return s;
+  throw UsageError("unknown service \"" + word + "\": give netifup, bridge, dhcp or nat");
+}
+
+const char *StatusName(uint32_t status) {
+  switch (status) {
+    case NXC_SERVICE_RUNNING:
+      return "running";
+    case NXC_SERVICE_NOT_RUNNING:
+      return "stopped";
+    default:
+      return "unknown";
+  }
+}
+
+// The services named after the vnet, or, without names, the ones the
+// vnet is configured for; in start order.
+std::vector<const Service *> ServicesOf(const Invocation &in, const std::string &vnet) {
+  std::vector<const Service *> chosen;
+  if (in.count() > 1) {
+    for (size_t i = 1; i < in.count(); ++i) {
+      const Service &s = ServiceNamed(in.Arg(i));
+      bool dup = false;
+      for (const Service *c : chosen) dup = dup || c == &s;
+      if (!dup) chosen.push_back(&s);
+    }
+    std::sort(chosen.begin(), chosen.end());
+    return chosen;
+  }
+  VnetFeatures f = QueryFeatures(vnet);
+  for (const Service &s : kServices) {
+    bool configured = (s.type == NXC_SERVICE_TYPE_NETIFUP && f.config.adapter) ||
+                      (s.type == NXC_SERVICE_TYPE_BRIDGE && f.config.bridge) ||
+                      (s.type == NXC_SERVICE_TYPE_DHCP && f.config.dhcp) ||
+                      (s.type == NXC_SERVICE_TYPE_NAT && f.config.nat);
+    if (configured) chosen.push_back(&s);
+  }
+  return chosen;
+}
+
+int StartOrStop(const Invocation &in, bool start) {
+  std::string vnet = VnetName(in.Arg(0));
+  auto services = ServicesOf(in, vnet);
+  if (!start) std::reverse(services.begin(), services.end());
+  Json done = Json::Array();
+  for (const Service *s : services) {
+    std::string what = std::string(start ? "start" : "stop") + " the " + s->name + " service of " + vnet;
+    Call(what, [&] {
+      return start ? NXC_StartService(vnet.c_str(), s->type) : NXC_StopService(vnet.c_str(), s->type);
+    });
+    done.Push(s->name);
+    Say(std::string(start ? "started " : "stopped ") + s->name + " on " + vnet);
+  }
+  if (services.empty()) Say(vnet + " is configured for no service");
+  if (Opts().json) {
+    Json out = Json::Object();
+    out.Set("vnet", vnet);
+    out.Set(start ? "started" : "stopped", std::move(done));
+    PrintJson(out);
+  }
+  return kExitOk;
+}
+
+int ServiceStart(const Invocation &in) { return StartOrStop(in, true); }
+int ServiceStop(const Invocation &in) { return StartOrStop(in, false); }
+
+int ServiceStatus(const Invocation &in) {
+  std::vector<std::string> vnets;
+  std::vector<const Service *> services;
+  if (in.Has(0)) {
+    vnets.push_back(VnetName(in.Arg(0)));
+    for (size_t i = 1; i < in.count(); ++i) services.push_back(&ServiceNamed(in.Arg(i)));
+  } else {
+    vnets = ConfiguredVnets();
+  }
+  if (services.empty())
+    for (const Service &s : kServices) services.push_back(&s);
+  Table table({"VNET", "SERVICE", "STATUS"});
+  Json rows = Json::Array();
+  bool allKnown = true;
+  for (const auto &vnet : vnets) {
+    for (const Service *s : services) {
+      uint32_t status = Ask([&] { return NXC_GetServiceStatus(vnet.c_str(), s->type); });
+      allKnown = allKnown && (status == NXC_SERVICE_RUNNING || status == NXC_SERVICE_NOT_RUNNING);
+      table.Add({vnet, s->name, StatusName(status)});
+      Json row = Json::Object();
+      row.Set("vnet", vnet);
+      row.Set("service", s->name);
+      row.Set("status", StatusName(status));
+      rows.Push(std::move(row));
+    }
+  }
+  if (Opts().json)
+    PrintJson(rows);
+  else
+    table.Print();
+  return allKnown ? kExitOk : kExitFailed;
+}
+
+int Device(const Invocation &in, bool create) {
+  std::string vnet = VnetName(in.Arg(0));
+  Call(std::string(create ? "create" : "delete") + " the device node of " + vnet, [&] {
+    return create ? NXC_CreateZynetDevice(vnet.c_str()) : NXC_DeleteZynetDevice(vnet.c_str());
+  });
+  Json out = Json::Object();
+  out.Set("vnet", vnet);
+  out.Set("device", "/dev/" + vnet);
+  out.Set(create ? "created" : "deleted", true);
+  if (Opts().json) PrintJson(out);
+  Say(std::string(create ? "created /dev/" : "deleted /dev/") + vnet);
+  return kExitOk;
+}
+
+int DeviceCreate(const Invocation &in) { return Device(in, true); }
+int DeviceDelete(const Invocation &in) { return Device(in, false); }
+
+const Command kCommands[] = {
+    {"service start", "VNET [SERVICE...]", "", "start a vnet's daemons",
+     "SERVICE is netifup (the host-only adapter), bridge, dhcp or nat; without one,\n"
+     "every service the vnet is configured for starts, in that order. DHCP and NAT\n"
+     "need their configuration files (`nexcfg dhcp update`, `nexcfg nat update`).\n"
+     "A daemon that runs already counts as started.\n",
+     Needs::kReadWrite, ServiceStart},
+    {"service stop", "VNET [SERVICE...]", "", "stop a vnet's daemons",
+     "Without SERVICE, every service the vnet is configured for stops, NAT first.\n",
+     Needs::kReadWrite, ServiceStop},
+    {"service status", "[VNET [SERVICE...]]", "", "show whether daemons run",
+     "Without VNET, the four services of every configured vnet. Exit status 1 when\n"
+     "some status could not be determined.\n",
+     Needs::kReadOnly, ServiceStatus},
+    {"device create", "VNET", "", "create the vnet's device node /dev/zynet<n>", "", Needs::kReadWrite,
+     DeviceCreate},
+    {"device delete", "VNET", "", "delete the vnet's device node", "", Needs::kReadWrite, DeviceDelete},
+};
+
+}  // namespace
+
+std::span<const Command> ServiceCommands() { return kCommands; }
+
+}  // namespace nexcfg

@@ -114,6 +114,73 @@ NXC_EXPORT uint32_t NXC_GetDefaultLogLevel(void) NXC_NOEXCEPT;
 NXC_EXPORT bool NXC_SetCurrentLogLevel(uint32_t level) NXC_NOEXCEPT;
 NXC_EXPORT uint32_t NXC_GetCurrentLogLevel(void) NXC_NOEXCEPT;
 
+/* ---- Vnet attributes ---------------------------------------------------- */
+
+/* A vnet is named by its text "zynet<n>", n = 0..255.
+ *
+ * Getters take the buffer's capacity in *len (display name at least 128
+ * bytes, addresses and masks at least 16) and on success give back the
+ * length of the text: with its NUL, except for the display name. A smaller
+ * capacity is refused before anything is read; on any failure *len keeps
+ * its value. Getters take no lock.
+ *
+ * Setters check the value first and then change the database under its
+ * lock (none is taken for a read-only database). A NULL value removes the
+ * setting, except for the display name. */
+
+NXC_EXPORT bool NXC_GetVnetDisplayName(const char *vnet, char *name,
+                                       uint32_t *nameLen) NXC_NOEXCEPT;
+/* NULL is refused (the display name cannot be removed). */
+NXC_EXPORT bool NXC_SetVnetDisplayName(const char *vnet, const char *name) NXC_NOEXCEPT;
+
+/* The host-only subnet, e.g. "192.168.5.0", and its mask. */
+NXC_EXPORT bool NXC_GetVnetSubnetAddr(const char *vnet, char *addr, uint32_t *addrLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetSubnetAddr(const char *vnet, const char *addr) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetSubnetMask(const char *vnet, char *mask, uint32_t *maskLen) NXC_NOEXCEPT;
+/* The mask must be contiguous and leave at least 8 addresses. */
+NXC_EXPORT bool NXC_SetVnetSubnetMask(const char *vnet, const char *mask) NXC_NOEXCEPT;
+
+/* The address of the host's adapter on the vnet. When none is stored and
+ * computeIfAbsent is true, the subnet's first host address is given (and
+ * not stored). */
+NXC_EXPORT bool NXC_GetVnetAdapterAddr(const char *vnet, char *addr, uint32_t *addrLen,
+                                       bool computeIfAbsent) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetAdapterAddr(const char *vnet, const char *addr) NXC_NOEXCEPT;
+
+/* The vnet's MTU; any value is stored as given. A stored text that is not
+ * a number reads as 0. */
+NXC_EXPORT bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetMTU(const char *vnet, uint32_t *mtu) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_RemoveMTU(const char *vnet) NXC_NOEXCEPT;
+
+/* Gives the vnet a free /24 subnet (mask 255.255.255.0) found by pinging
+ * candidates. A vnet that has a subnet keeps it unless overwriteExisting;
+ * that call then succeeds without a change. */
+NXC_EXPORT bool NXC_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) NXC_NOEXCEPT;
+/* Finds a free /24 subnet without storing it. Both buffers need at least 16
+ * bytes. */
+NXC_EXPORT bool NXC_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask,
+                                    uint32_t maskLen) NXC_NOEXCEPT;
+/* Pings the vnet's subnet (its broadcast address first when useBroadcast;
+ * timeout and interval in seconds) and tells in *available whether nobody
+ * answered. True whenever the question could be asked. */
+NXC_EXPORT bool NXC_CheckSubnetAvailability(const char *vnet, bool useBroadcast, uint32_t timeout,
+                                            uint32_t interval, bool *available) NXC_NOEXCEPT;
+
+/* Adds a NAT66 prefix ("<address>/<bits>") to the vnet. desc (descLen bytes,
+ * at most 127; 0 means none) may be NULL. */
+NXC_EXPORT bool NXC_SetNATPrefix(const char *vnet, const char *prefix, const char *desc,
+                                 int32_t descLen) NXC_NOEXCEPT;
+/* True when the vnet has the prefix. Nothing is written to desc; *descLen
+ * is left as it was. */
+NXC_EXPORT bool NXC_GetNATPrefix(const char *vnet, const char *prefix, void *desc,
+                                 uint32_t *descLen) NXC_NOEXCEPT;
+
+/* 256; works without NXC_Load. */
+NXC_EXPORT uint32_t NXC_GetNumberOfVnets(void) NXC_NOEXCEPT;
+/* Always false on Linux; works without NXC_Load. */
+NXC_EXPORT bool NXC_IsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
+
 /* ---- Services, devices and the database file ---------------------------- */
 
 /* Public service types. */

@@ -6,8 +6,6 @@
 // Switching a feature on gives a vnet without a subnet a free one first; a
 // subnet assigned that way is taken away again in the same call when the
 // switch fails, before the lock is released.
-#include <string.h>
-
 #include "api/api_util.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"

@@ -231,6 +231,92 @@ NXC_EXPORT bool NXC_ImportDatabaseFromFile(const char *file) NXC_NOEXCEPT;
  * every vnet whose settings changed. */
 NXC_EXPORT bool NXC_MergeDatabaseFromFile(const char *file) NXC_NOEXCEPT;
 
+/* ---- Feature switches and service parameters ----------------------------- */
+
+/* Switch a vnet's host-only adapter, DHCP server or NAT on or off. Switching
+ * on a vnet without a subnet first assigns it a free private /24, which is
+ * taken away again when the switch fails. With cleanup, the feature's stored
+ * configuration is removed as well, also when the switch is already in the
+ * requested state (otherwise that request changes nothing). */
+NXC_EXPORT bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+/* True when the feature is switched on; false also when the call fails. */
+NXC_EXPORT bool NXC_GetVnetUseDHCP(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetUseNAT(const char *vnet) NXC_NOEXCEPT;
+
+/* Public DHCP parameter numbers. */
+#define NXC_PARAM_DHCP_LEASE_BEGIN_IP 13350u
+#define NXC_PARAM_DHCP_LEASE_END_IP 13351u
+#define NXC_PARAM_DHCP_DEFAULT_LEASE_TIME 13354u /* seconds */
+#define NXC_PARAM_DHCP_MAX_LEASE_TIME 13355u     /* seconds */
+#define NXC_PARAM_DHCP_DNS_ADDR 13357u
+#define NXC_PARAM_DHCP_ROUTERS 13358u
+#define NXC_PARAM_DHCP_NETBIOS 13362u
+
+/* Public NAT parameter numbers. */
+#define NXC_PARAM_NAT_GATEWAY_IP 9027u
+#define NXC_PARAM_NAT_CONFIG_PORT 9030u
+#define NXC_PARAM_NAT_ACTIVE_FTP 9031u    /* "0" or "1" */
+#define NXC_PARAM_NAT_ALLOW_ANY_OUI 9032u /* "0" or "1" */
+#define NXC_PARAM_NAT_UDP_TIMEOUT 9033u   /* seconds */
+#define NXC_PARAM_NAT6 9050u              /* "0" or "1" */
+#define NXC_PARAM_NAT6_PREFIX 9051u
+
+/* Parameter getters: *valueLen carries the buffer's capacity in and, on
+ * success, the value's length + 1 out. With useDefault, a parameter that is
+ * not stored gives its default. */
+NXC_EXPORT bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
+                                 uint32_t *valueLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetNATParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
+                                uint32_t *valueLen) NXC_NOEXCEPT;
+/* Parameter setters; a NULL value removes the stored value. The DHCP setter
+ * takes exactly valueLen bytes of value; the NAT setter needs value to be
+ * NUL-terminated as well. */
+NXC_EXPORT bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char *value,
+                                 uint32_t valueLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *value,
+                                uint32_t valueLen) NXC_NOEXCEPT;
+
+/* Whether the vnet has a host-only adapter configured (*installed) and
+ * whether it is up (*enabled). A vnet without one gives true with both
+ * false. */
+NXC_EXPORT bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
+                                         bool *enabled) NXC_NOEXCEPT;
+/* Rewrite (or, for a vnet without the feature, remove) the DHCP or NAT
+ * daemon's configuration file from the database. Refused while that daemon
+ * runs or its state cannot be read. */
+NXC_EXPORT bool NXC_UpdateDHCPFromConfig(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_UpdateNATFromConfig(const char *vnet) NXC_NOEXCEPT;
+/* Gives an up host-only adapter the configured address by taking it down
+ * and up again; an adapter that is down is left alone. For a vnet without a
+ * host-only adapter, takes the adapter down and stops its netifup daemon. */
+NXC_EXPORT bool NXC_UpdateAdapterFromConfig(const char *vnet) NXC_NOEXCEPT;
+
+/* ---- Feature queries ----------------------------------------------------- */
+
+#define NXC_VNET_FEATURES_VERSION 1u
+/* Indexes of configFeatures and runtimeFeatures. */
+#define NXC_FEATURE_DHCP 0
+#define NXC_FEATURE_NAT 1
+#define NXC_FEATURE_BRIDGE 2
+#define NXC_FEATURE_HOSTONLY_ADAPTER 3
+/* Values of a search pattern's feature bytes (subnet included). */
+#define NXC_FEATURE_ANY 0u
+#define NXC_FEATURE_PRESENT 1u
+#define NXC_FEATURE_ABSENT 2u
+
+/* Fills the record of the vnet in features->netId.vnet (version 1, netId.type
+ * 1). Runtime features: the daemon runs, the host-only adapter is up. On
+ * failure, fields filled before it stay filled. */
+NXC_EXPORT bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) NXC_NOEXCEPT;
+/* Searches from pattern->netId.vnet up to vnet 255 for the first vnet whose
+ * features match the pattern and, when one is found, overwrites the record
+ * with its features (bytes [4..31] of the arrays excepted). Feeding the
+ * result back as a pattern makes every "no" (0) mean "any". The record is
+ * unchanged when nothing is found. */
+NXC_EXPORT bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) NXC_NOEXCEPT;
+
 NXC_END_DECLS
 
 #endif /* NEXCFG_H */

@@ -9,13 +9,13 @@
 namespace nexcfg {
 namespace {
 
-// Indexes of the feature arrays of NXC_VnetFeatures.
-constexpr int kDhcp = 0, kNat = 1, kBridge = 2, kAdapter = 3;
+constexpr int kDhcp = NXC_FEATURE_DHCP, kNat = NXC_FEATURE_NAT, kBridge = NXC_FEATURE_BRIDGE,
+              kAdapter = NXC_FEATURE_HOSTONLY_ADAPTER;
 
 NXC_VnetFeatures Record(uint32_t vnet) {
   NXC_VnetFeatures record;
   memset(&record, 0, sizeof record);
-  record.version = 1;
+  record.version = NXC_VNET_FEATURES_VERSION;
   record.netId.version = NXC_NETID_VERSION;
   record.netId.type = NXC_NETID_TYPE_VNET;
   record.netId.vnet = vnet;
@@ -81,7 +81,7 @@ void ApplyCriteria(const Invocation &in, NXC_VnetFeatures *pattern) {
   for (const Criterion &c : kCriteria) {
     const std::string *value = in.Option(c.option);
     if (!value) continue;
-    uint8_t byte = Switch(*value, c.option) ? 1 : 2;  // 1 present, 2 absent
+    uint8_t byte = Switch(*value, c.option) ? NXC_FEATURE_PRESENT : NXC_FEATURE_ABSENT;
     if (c.index < 0)
       pattern->subnet = byte;
     else if (c.runtime)

@@ -10,27 +10,27 @@ namespace {
 
 constexpr uint32_t kValueCapacity = 256;
 
-// The parameter numbers of the library's interface. The DHCP server's
+// The interface's parameters by the tool's names. The DHCP server's
 // global lease times, broadcast address and domain name are not reachable
 // through it; they always take the library's defaults.
 constexpr Param kDhcp[] = {
-    {"lease-start", 13350, "first address of the dynamic range (default: middle of the subnet + 1)"},
-    {"lease-end", 13351, "last address of the dynamic range (default: broadcast - 1)"},
-    {"default-lease-time", 13354, "lease time in seconds when the client asks none (default 1800)"},
-    {"max-lease-time", 13355, "longest lease in seconds (default 7200)"},
-    {"dns", 13357, "DNS server handed out (default: .1, or .2 with NAT)"},
-    {"router", 13358, "router handed out (default .2)"},
-    {"netbios", 13362, "NetBIOS name server handed out (default .2)"},
+    {"lease-start", NXC_PARAM_DHCP_LEASE_BEGIN_IP, "first address of the dynamic range (default: middle of the subnet + 1)"},
+    {"lease-end", NXC_PARAM_DHCP_LEASE_END_IP, "last address of the dynamic range (default: broadcast - 1)"},
+    {"default-lease-time", NXC_PARAM_DHCP_DEFAULT_LEASE_TIME, "lease time in seconds when the client asks none (default 1800)"},
+    {"max-lease-time", NXC_PARAM_DHCP_MAX_LEASE_TIME, "longest lease in seconds (default 7200)"},
+    {"dns", NXC_PARAM_DHCP_DNS_ADDR, "DNS server handed out (default: .1, or .2 with NAT)"},
+    {"router", NXC_PARAM_DHCP_ROUTERS, "router handed out (default .2)"},
+    {"netbios", NXC_PARAM_DHCP_NETBIOS, "NetBIOS name server handed out (default .2)"},
 };
 
 constexpr Param kNat[] = {
-    {"gateway", 9027, "the NAT gateway's address on the vnet (default: subnet + 2)"},
-    {"config-port", 9030, "the daemon's configuration port, 1-65535 (default 33445)"},
-    {"active-ftp", 9031, "0 or 1: follow active FTP connections (default 1)"},
-    {"allow-any-oui", 9032, "0 or 1: serve any MAC vendor prefix (default 1)"},
-    {"udp-timeout", 9033, "seconds before an idle UDP mapping ends (default 60)"},
-    {"nat66", 9050, "0 or 1: NAT for IPv6 (default 0)"},
-    {"nat66-prefix", 9051, "the IPv6 prefix (default fd15:4ba5:5a2b:10<nn>::/64)"},
+    {"gateway", NXC_PARAM_NAT_GATEWAY_IP, "the NAT gateway's address on the vnet (default: subnet + 2)"},
+    {"config-port", NXC_PARAM_NAT_CONFIG_PORT, "the daemon's configuration port, 1-65535 (default 33445)"},
+    {"active-ftp", NXC_PARAM_NAT_ACTIVE_FTP, "0 or 1: follow active FTP connections (default 1)"},
+    {"allow-any-oui", NXC_PARAM_NAT_ALLOW_ANY_OUI, "0 or 1: serve any MAC vendor prefix (default 1)"},
+    {"udp-timeout", NXC_PARAM_NAT_UDP_TIMEOUT, "seconds before an idle UDP mapping ends (default 60)"},
+    {"nat66", NXC_PARAM_NAT6, "0 or 1: NAT for IPv6 (default 0)"},
+    {"nat66-prefix", NXC_PARAM_NAT6_PREFIX, "the IPv6 prefix (default fd15:4ba5:5a2b:10<nn>::/64)"},
 };
 
 const ParamFamily kDhcpFamily{"DHCP", "dhcp", kDhcp, NXC_GetDHCPParam, NXC_SetDHCPParam};

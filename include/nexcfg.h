@@ -114,6 +114,73 @@ NXC_EXPORT uint32_t NXC_GetDefaultLogLevel(void) NXC_NOEXCEPT;
 NXC_EXPORT bool NXC_SetCurrentLogLevel(uint32_t level) NXC_NOEXCEPT;
 NXC_EXPORT uint32_t NXC_GetCurrentLogLevel(void) NXC_NOEXCEPT;
 
+/* ---- Vnet attributes ---------------------------------------------------- */
+
+/* A vnet is named by its text "zynet<n>", n = 0..255.
+ *
+ * Getters take the buffer's capacity in *len (display name at least 128
+ * bytes, addresses and masks at least 16) and on success give back the
+ * length of the text: with its NUL, except for the display name. A smaller
+ * capacity is refused before anything is read; on any failure *len keeps
+ * its value. Getters take no lock.
+ *
+ * Setters check the value first and then change the database under its
+ * lock (none is taken for a read-only database). A NULL value removes the
+ * setting, except for the display name. */
+
+NXC_EXPORT bool NXC_GetVnetDisplayName(const char *vnet, char *name,
+                                       uint32_t *nameLen) NXC_NOEXCEPT;
+/* NULL is refused (the display name cannot be removed). */
+NXC_EXPORT bool NXC_SetVnetDisplayName(const char *vnet, const char *name) NXC_NOEXCEPT;
+
+/* The host-only subnet, e.g. "192.168.5.0", and its mask. */
+NXC_EXPORT bool NXC_GetVnetSubnetAddr(const char *vnet, char *addr, uint32_t *addrLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetSubnetAddr(const char *vnet, const char *addr) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetSubnetMask(const char *vnet, char *mask, uint32_t *maskLen) NXC_NOEXCEPT;
+/* The mask must be contiguous and leave at least 8 addresses. */
+NXC_EXPORT bool NXC_SetVnetSubnetMask(const char *vnet, const char *mask) NXC_NOEXCEPT;
+
+/* The address of the host's adapter on the vnet. When none is stored and
+ * computeIfAbsent is true, the subnet's first host address is given (and
+ * not stored). */
+NXC_EXPORT bool NXC_GetVnetAdapterAddr(const char *vnet, char *addr, uint32_t *addrLen,
+                                       bool computeIfAbsent) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetAdapterAddr(const char *vnet, const char *addr) NXC_NOEXCEPT;
+
+/* The vnet's MTU; any value is stored as given. A stored text that is not
+ * a number reads as 0. */
+NXC_EXPORT bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetMTU(const char *vnet, uint32_t *mtu) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_RemoveMTU(const char *vnet) NXC_NOEXCEPT;
+
+/* Gives the vnet a free /24 subnet (mask 255.255.255.0) found by pinging
+ * candidates. A vnet that has a subnet keeps it unless overwriteExisting;
+ * that call then succeeds without a change. */
+NXC_EXPORT bool NXC_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) NXC_NOEXCEPT;
+/* Finds a free /24 subnet without storing it. Both buffers need at least 16
+ * bytes. */
+NXC_EXPORT bool NXC_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask,
+                                    uint32_t maskLen) NXC_NOEXCEPT;
+/* Pings the vnet's subnet (its broadcast address first when useBroadcast;
+ * timeout and interval in seconds) and tells in *available whether nobody
+ * answered. True whenever the question could be asked. */
+NXC_EXPORT bool NXC_CheckSubnetAvailability(const char *vnet, bool useBroadcast, uint32_t timeout,
+                                            uint32_t interval, bool *available) NXC_NOEXCEPT;
+
+/* Adds a NAT66 prefix ("<address>/<bits>") to the vnet. desc (descLen bytes,
+ * at most 127; 0 means none) may be NULL. */
+NXC_EXPORT bool NXC_SetNATPrefix(const char *vnet, const char *prefix, const char *desc,
+                                 int32_t descLen) NXC_NOEXCEPT;
+/* True when the vnet has the prefix. Nothing is written to desc; *descLen
+ * is left as it was. */
+NXC_EXPORT bool NXC_GetNATPrefix(const char *vnet, const char *prefix, void *desc,
+                                 uint32_t *descLen) NXC_NOEXCEPT;
+
+/* 256; works without NXC_Load. */
+NXC_EXPORT uint32_t NXC_GetNumberOfVnets(void) NXC_NOEXCEPT;
+/* Always false on Linux; works without NXC_Load. */
+NXC_EXPORT bool NXC_IsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
+
 /* ---- DHCP mappings and port forwards ------------------------------------ */
 
 /* Vnets are named "zynet<n>". Counts carry the buffer's capacity in and
@@ -232,6 +299,92 @@ NXC_EXPORT bool NXC_ImportDatabaseFromFile(const char *file) NXC_NOEXCEPT;
 /* Replaces the configuration with a file's and restarts the daemons of
  * every vnet whose settings changed. */
 NXC_EXPORT bool NXC_MergeDatabaseFromFile(const char *file) NXC_NOEXCEPT;
+
+/* ---- Feature switches and service parameters ----------------------------- */
+
+/* Switch a vnet's host-only adapter, DHCP server or NAT on or off. Switching
+ * on a vnet without a subnet first assigns it a free private /24, which is
+ * taken away again when the switch fails. With cleanup, the feature's stored
+ * configuration is removed as well, also when the switch is already in the
+ * requested state (otherwise that request changes nothing). */
+NXC_EXPORT bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) NXC_NOEXCEPT;
+/* True when the feature is switched on; false also when the call fails. */
+NXC_EXPORT bool NXC_GetVnetUseDHCP(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetVnetUseNAT(const char *vnet) NXC_NOEXCEPT;
+
+/* Public DHCP parameter numbers. */
+#define NXC_PARAM_DHCP_LEASE_BEGIN_IP 13350u
+#define NXC_PARAM_DHCP_LEASE_END_IP 13351u
+#define NXC_PARAM_DHCP_DEFAULT_LEASE_TIME 13354u /* seconds */
+#define NXC_PARAM_DHCP_MAX_LEASE_TIME 13355u     /* seconds */
+#define NXC_PARAM_DHCP_DNS_ADDR 13357u
+#define NXC_PARAM_DHCP_ROUTERS 13358u
+#define NXC_PARAM_DHCP_NETBIOS 13362u
+
+/* Public NAT parameter numbers. */
+#define NXC_PARAM_NAT_GATEWAY_IP 9027u
+#define NXC_PARAM_NAT_CONFIG_PORT 9030u
+#define NXC_PARAM_NAT_ACTIVE_FTP 9031u    /* "0" or "1" */
+#define NXC_PARAM_NAT_ALLOW_ANY_OUI 9032u /* "0" or "1" */
+#define NXC_PARAM_NAT_UDP_TIMEOUT 9033u   /* seconds */
+#define NXC_PARAM_NAT6 9050u              /* "0" or "1" */
+#define NXC_PARAM_NAT6_PREFIX 9051u
+
+/* Parameter getters: *valueLen carries the buffer's capacity in and, on
+ * success, the value's length + 1 out. With useDefault, a parameter that is
+ * not stored gives its default. */
+NXC_EXPORT bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
+                                 uint32_t *valueLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetNATParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
+                                uint32_t *valueLen) NXC_NOEXCEPT;
+/* Parameter setters; a NULL value removes the stored value. The DHCP setter
+ * takes exactly valueLen bytes of value; the NAT setter needs value to be
+ * NUL-terminated as well. */
+NXC_EXPORT bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char *value,
+                                 uint32_t valueLen) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *value,
+                                uint32_t valueLen) NXC_NOEXCEPT;
+
+/* Whether the vnet has a host-only adapter configured (*installed) and
+ * whether it is up (*enabled). A vnet without one gives true with both
+ * false. */
+NXC_EXPORT bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
+                                         bool *enabled) NXC_NOEXCEPT;
+/* Rewrite (or, for a vnet without the feature, remove) the DHCP or NAT
+ * daemon's configuration file from the database. Refused while that daemon
+ * runs or its state cannot be read. */
+NXC_EXPORT bool NXC_UpdateDHCPFromConfig(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_UpdateNATFromConfig(const char *vnet) NXC_NOEXCEPT;
+/* Gives an up host-only adapter the configured address by taking it down
+ * and up again; an adapter that is down is left alone. For a vnet without a
+ * host-only adapter, takes the adapter down and stops its netifup daemon. */
+NXC_EXPORT bool NXC_UpdateAdapterFromConfig(const char *vnet) NXC_NOEXCEPT;
+
+/* ---- Feature queries ----------------------------------------------------- */
+
+#define NXC_VNET_FEATURES_VERSION 1u
+/* Indexes of configFeatures and runtimeFeatures. */
+#define NXC_FEATURE_DHCP 0
+#define NXC_FEATURE_NAT 1
+#define NXC_FEATURE_BRIDGE 2
+#define NXC_FEATURE_HOSTONLY_ADAPTER 3
+/* Values of a search pattern's feature bytes (subnet included). */
+#define NXC_FEATURE_ANY 0u
+#define NXC_FEATURE_PRESENT 1u
+#define NXC_FEATURE_ABSENT 2u
+
+/* Fills the record of the vnet in features->netId.vnet (version 1, netId.type
+ * 1). Runtime features: the daemon runs, the host-only adapter is up. On
+ * failure, fields filled before it stay filled. */
+NXC_EXPORT bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) NXC_NOEXCEPT;
+/* Searches from pattern->netId.vnet up to vnet 255 for the first vnet whose
+ * features match the pattern and, when one is found, overwrites the record
+ * with its features (bytes [4..31] of the arrays excepted). Feeding the
+ * result back as a pattern makes every "no" (0) mean "any". The record is
+ * unchanged when nothing is found. */
+NXC_EXPORT bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) NXC_NOEXCEPT;
 
 NXC_END_DECLS
 

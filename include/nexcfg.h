@@ -181,6 +181,75 @@ NXC_EXPORT uint32_t NXC_GetNumberOfVnets(void) NXC_NOEXCEPT;
 /* Always false on Linux; works without NXC_Load. */
 NXC_EXPORT bool NXC_IsMacosVirtApiEnabled(void) NXC_NOEXCEPT;
 
+/* ---- DHCP mappings and port forwards ------------------------------------ */
+
+/* Vnets are named "zynet<n>". Counts carry the buffer's capacity in and
+ * the text's length with its NUL out; on failure they are left alone. IP
+ * buffers need at least 16 bytes, MAC buffers 18. Enumerations start with
+ * *enumOffset 0; hand it back unchanged for the next record. The end of a
+ * table is reported as false. */
+
+/* Binds ip to mac for the vnet's DHCP server, replacing an earlier binding
+ * of mac; a NULL ip removes it. Any MAC form the library accepts is stored
+ * in its canonical form ("0A:1B:2C:3D:4E:5F"). */
+NXC_EXPORT bool NXC_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen,
+                                   const char *mac) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip,
+                                    uint32_t *ipLen, char *mac, uint32_t *macLen) NXC_NOEXCEPT;
+
+/* Forwards the host's TCP (tcp true) or UDP port hostPort (not 0) to
+ * vmIP:vmPort, replacing an earlier forward of that port; a NULL vmIP
+ * removes it. desc need not be NUL-terminated: descLen bytes of it (at
+ * most 127) are kept; descLen 0 means no description. */
+NXC_EXPORT bool NXC_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort,
+                                      const char *vmIP, uint16_t vmPort, const char *desc,
+                                      uint32_t descLen) NXC_NOEXCEPT;
+/* desc may be NULL; otherwise *descLen is its capacity, which must hold
+ * the description and its NUL (an undescribed forward gives ""), and is
+ * left as it is. */
+NXC_EXPORT bool NXC_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *vmIP,
+                                      uint32_t *vmIPLen, uint16_t *vmPort, char *desc,
+                                      uint32_t *descLen) NXC_NOEXCEPT;
+/* The next forward of the protocol; hostPort may be NULL. With desc, the
+ * capacity must exceed the description's length + 1, and *descLen comes
+ * back as that length + 2, or 0 (and desc "") when there is none. */
+NXC_EXPORT bool NXC_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset,
+                                       uint16_t *hostPort, char *vmIP, uint32_t *vmIPLen,
+                                       uint16_t *vmPort, char *desc,
+                                       uint32_t *descLen) NXC_NOEXCEPT;
+
+/* ---- Bridges and host adapters ------------------------------------------ */
+
+/* The default bridge vnet bridges every host adapter that has no explicit
+ * mapping. It is vnet 0, or none (netId vnet 0xFFFFFFFF). */
+
+/* netId->version must be 1; fills in type and vnet. */
+NXC_EXPORT bool NXC_GetBridgeDefaultNetwork(NXC_NetID *netId) NXC_NOEXCEPT;
+/* Only vnet 0 and 0xFFFFFFFF are accepted. Switching the default on hands
+ * vnet 0 the adapters of no vnet; switching it off keeps vnet 0's adapters
+ * on it. Restarts the affected bridge daemons; on failure everything is
+ * put back. */
+NXC_EXPORT bool NXC_SetBridgeDefaultNetwork(const NXC_NetID *netId) NXC_NOEXCEPT;
+/* The host's Ethernet adapters (the library's own zynet adapters left
+ * out), each with the vnet it is bridged to, as one block; version must be
+ * 1. Free it with NXC_FreeHostAdapterList. */
+NXC_EXPORT bool NXC_GetHostAdapterList(uint32_t version, NXC_HostAdapterList **list) NXC_NOEXCEPT;
+/* Accepts NULL; works whether or not the library is loaded. */
+NXC_EXPORT void NXC_FreeHostAdapterList(NXC_HostAdapterList *list) NXC_NOEXCEPT;
+/* Bridges the adapter (an entry of a host adapter list; its mappingName is
+ * used) to destination, or to the default bridge when destination is NULL.
+ * A source, when given, must be the adapter's vnet now. The adapters a
+ * destination vnet had go to the default bridge. Restarts the affected
+ * bridge daemons; on failure everything is put back. */
+NXC_EXPORT bool NXC_BridgeMoveAdapter(const NXC_HostAdapter *adapter, const NXC_NetID *source,
+                                      const NXC_NetID *destination) NXC_NOEXCEPT;
+/* Brings the vnet's host-only adapter up (starting its netifup daemon), or
+ * takes it down (stopping the daemon). A missing adapter counts as
+ * disabled. */
+NXC_EXPORT bool NXC_EnableNetworkAdapter(const char *vnet) NXC_NOEXCEPT;
+NXC_EXPORT bool NXC_DisableNetworkAdapter(const char *vnet) NXC_NOEXCEPT;
+
 /* ---- Services, devices and the database file ---------------------------- */
 
 /* Public service types. */

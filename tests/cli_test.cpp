@@ -186,6 +186,7 @@ class CliTest : public ::testing::Test {
   void TearDown() override { KillAllDaemons(); }
 
   void CreateDb() { Ok({"db", "create"}); }
+  std::string DbText() const { return ReadFile("/etc/zymtra/networking"); }
 };
 
 // ---- Command lines -------------------------------------------------------------
@@ -408,7 +409,7 @@ TEST_F(CliTest, ParametersShowTheirSource) {
 TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   CreateDb();
   Ok({"vnet", "set", "2", "subnet", "192.168.2.0"});
-  Ok({"dhcp", "lease", "add", "2", "00-50-56-c0-00-02", "192.168.2.20"});
+  Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
   Ok({"dhcp", "lease", "add", "2", "00:50:56:C0:00:03", "192.168.2.30"});
   JValue leases = Ok({"--json", "dhcp", "lease", "list", "2"}).Json();
   ASSERT_EQ(leases.items.size(), 2u);
@@ -442,6 +443,12 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   Ok({"nat", "prefix", "add", "2", "fd00:1:2:3::/64", "lab"});
   EXPECT_TRUE(Ok({"--json", "nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).Json()["present"].b);
   EXPECT_EQ(Nexcfg({"nat", "prefix", "add", "2", "not-a-prefix"}).status, 1);
+  // A compact rewrite keeps no NAT66 prefixes; without one the journal does.
+  Ok({"answer", "set", "SOME_KEY", "1"});
+  EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 0);
+  Ok({"--compact", "answer", "set", "SOME_KEY", "2"});
+  EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 1);
+  EXPECT_EQ(DbText().find("add_nat_prefix"), std::string::npos);
 }
 
 // ---- JSON shapes -------------------------------------------------------------------
@@ -534,7 +541,7 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
 
 TEST_F(CliTest, BridgesMoveHostAdapters) {
   CreateDb();
-  ASSERT_EQ(0, Shell("ip link add eth-test type dummy && ip link set eth-test up"));
+  ASSERT_EQ(0, Shell("ip link add eth-test type bridge && ip link set eth-test up"));
   JValue adapters = Ok({"--json", "bridge", "list"}).Json();
   ASSERT_EQ(adapters.items.size(), 1u) << Ok({"bridge", "list"}).out;
   EXPECT_EQ(adapters[0]["adapter"].s, "eth-test");

@@ -95,6 +95,7 @@ struct Failure : std::runtime_error {
 struct Options {
   bool json = false;     // --json: machine-readable output on stdout
   bool verbose = false;  // -v: every call's log lines on stderr
+  bool compact = false;  // --compact: rewrite the database at the unload
 };
 const Options &Opts();
 Options &MutableOpts();

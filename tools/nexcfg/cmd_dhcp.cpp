@@ -130,8 +130,9 @@ const Command kCommands[] = {
      "daemon must be stopped.\n",
      Needs::kReadWrite, Update},
     {"dhcp lease add", "VNET MAC IP", "", "give a MAC address a fixed IP address",
-     "Replaces an earlier lease of the same MAC address. The MAC address may be\n"
-     "written with colons or dashes, in either case.\n",
+     "Replaces an earlier lease of the same MAC address. The MAC address has six\n"
+     "bytes of one or two hex digits in either case, joined by colons; it is kept in\n"
+     "the standard form 00:0C:29:0A:0B:01.\n",
      Needs::kReadWrite, LeaseAdd},
     {"dhcp lease rm", "VNET MAC", "", "remove a MAC address's fixed IP address", "", Needs::kReadWrite,
      LeaseRemove},

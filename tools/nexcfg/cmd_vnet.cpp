@@ -103,7 +103,8 @@ Json ShowJson(const std::string &vnet, const std::string &defaultBridge) {
   nat.Set("forwards", NatForwards(vnet));
   out.Set("nat", std::move(nat));
   Json adapters = Json::Array();
-  for (const Json &a : BridgedAdapters(vnet).items()) adapters.Push(*a.Find("adapter"));
+  Json bridged = BridgedAdapters(vnet);
+  for (const Json &a : bridged.items()) adapters.Push(*a.Find("adapter"));
   out.Set("bridged_adapters", std::move(adapters));
   return out;
 }

@@ -36,6 +36,8 @@ constexpr char kIntro[] =
     "Options (anywhere on the line):\n"
     "  --json          print results as JSON for scripts\n"
     "  -v, --verbose   print the library's log lines of every call on stderr\n"
+    "  --compact       rewrite a changed database compactly when done (this drops\n"
+    "                  NAT66 prefixes, which the library keeps only as appended records)\n"
     "  -h, --help      this text; `nexcfg help COMMAND` describes one command\n"
     "  --version       the tool's and the library's versions\n"
     "\n"
@@ -190,7 +192,7 @@ Invocation Parse(const Command &command, const std::vector<std::string> &rest) {
   size_t required = 0, allowed = 0;
   bool unlimited = false;
   for (const auto &w : Words(command.args)) {
-    if (w.size() >= 3 && w.compare(w.size() - 3, 3, "...") == 0) unlimited = true;
+    if (w.find("...") != std::string::npos) unlimited = true;
     if (w[0] == '[') {
       ++allowed;
     } else {
@@ -224,7 +226,15 @@ class Session {
     NoteLogPath(true);
   }
   ~Session() {
-    if (loaded_) NXC_Unload();
+    // Every change is in the database file already, appended by the call
+    // that made it. The compact rewrite at the last unload is left to
+    // --compact: it drops the NAT66 prefixes, which the library keeps only
+    // as appended records.
+    if (!loaded_) return;
+    if (Opts().compact)
+      NXC_Unload();
+    else
+      NXC_Unload2(0);
   }
   Session(const Session &) = delete;
   Session &operator=(const Session &) = delete;
@@ -260,6 +270,8 @@ int Run(int argc, char **argv) {
       MutableOpts().json = true;
     } else if (!optionsDone && (word == "-v" || word == "--verbose")) {
       MutableOpts().verbose = true;
+    } else if (!optionsDone && word == "--compact") {
+      MutableOpts().compact = true;
     } else if (!optionsDone && (word == "-h" || word == "--help")) {
       help = true;
     } else if (!optionsDone && word == "--version" && words.empty()) {
@@ -281,7 +293,7 @@ int Run(int argc, char **argv) {
   }
   if (help) return Help(words);
   if (words.empty()) {
-    PrintOverview();
+    fprintf(stderr, "usage: nexcfg [--json] [-v] COMMAND [ARGUMENTS]\n`nexcfg --help` lists the commands\n");
     return kExitUsage;
   }
 

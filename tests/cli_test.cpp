@@ -4,6 +4,7 @@
 // and a whole session with stand-in daemons.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -563,6 +564,116 @@ TEST_F(CliTest, BridgesMoveHostAdapters) {
   Ok({"bridge", "move", "eth-test"});  // to the default bridge: none
   EXPECT_EQ(Ok({"--json", "bridge", "list"}).Json()[0]["vnet"].kind, JValue::kNull);
   (void)Shell("ip link del eth-test");
+}
+
+TEST_F(CliTest, HostOnlyAdapterComesUpAndGoesDown) {
+  CreateDb();
+  Ok({"vnet", "set", "6", "subnet", "10.6.0.0"});
+  Ok({"vnet", "set", "6", "mask", "255.255.255.0"});
+  JValue none = Ok({"--json", "adapter", "status", "6"}).Json();
+  EXPECT_FALSE(none["configured"].b);
+  Ok({"adapter", "on", "6"});
+  // No interface zynet6 on the host: bringing it up fails, and the netifup
+  // daemon started for it is stopped again.
+  Result missing = Nexcfg({"adapter", "up", "6"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.err.find("Failed to enable hostonly adapter on vnet: zynet6"), std::string::npos)
+      << missing.err;
+  EXPECT_EQ(Ok({"--json", "service", "status", "6", "netifup"}).Json()[0]["status"].s, "stopped");
+
+  // An interface of that name (made in the sandbox's network) comes up with
+  // the vnet's address.
+  ASSERT_EQ(0, Shell("ip link add zynet6 type bridge"));
+  Ok({"adapter", "up", "6"});
+  JValue up = Ok({"--json", "adapter", "status", "6"}).Json();
+  EXPECT_TRUE(up["configured"].b);
+  EXPECT_TRUE(up["up"].b);
+  EXPECT_EQ(0, Shell("ip -4 addr show zynet6 | grep -q 'inet 10.6.0.1/24'"));
+  EXPECT_TRUE(Ok({"--json", "features", "6"}).Json()["runtime"]["adapter_up"].b);
+  EXPECT_EQ(Ok({"--json", "find", "--adapter-up", "yes"}).Json()[0]["vnet"].s, "zynet6");
+  Ok({"adapter", "update", "6"});
+  Ok({"adapter", "down", "6"});
+  EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["up"].b);
+  Ok({"adapter", "off", "6", "--cleanup"});
+  EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["configured"].b);
+  (void)Shell("ip link del zynet6");
+}
+
+TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {
+  CreateDb();
+  Ok({"vnet", "set", "7", "subnet", "10.7.0.0"});
+  Ok({"vnet", "set", "7", "mask", "255.255.255.0"});
+  Ok({"dhcp", "on", "7"});
+  Ok({"dhcp", "set", "7", "dns", "10.7.0.53"});
+  Ok({"dhcp", "lease", "add", "7", "00:50:56:00:00:07", "10.7.0.7"});
+  Ok({"nat", "on", "7"});
+  Ok({"nat", "forward", "add", "7", "tcp", "2207", "10.7.0.7", "22"});
+  // Off without clean-up keeps the settings; on again finds them.
+  Ok({"dhcp", "off", "7"});
+  Ok({"dhcp", "on", "7"});
+  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "7"}).Json().items.size(), 1u);
+  Ok({"dhcp", "off", "7", "--cleanup"});
+  Ok({"nat", "off", "7", "--cleanup"});
+  JValue dhcp = Ok({"--json", "dhcp", "show", "7"}).Json();
+  EXPECT_FALSE(dhcp["enabled"].b);
+  EXPECT_TRUE(dhcp["leases"].items.empty());
+  for (const auto &p : dhcp["parameters"].items) EXPECT_NE(p["source"].s, "set") << p["name"].s;
+  JValue nat = Ok({"--json", "nat", "show", "7"}).Json();
+  EXPECT_FALSE(nat["enabled"].b);
+  EXPECT_TRUE(nat["forwards"].items.empty());
+  // The subnet stays: it belongs to the vnet, not to the feature.
+  EXPECT_EQ(Ok({"--json", "show", "7"}).Json()["subnet"].s, "10.7.0.0");
+}
+
+TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
+  CreateDb();
+  // The ping stand-in answers "no reply" (1) unless told otherwise.
+  JValue unused = Ok({"--json", "vnet", "unused-subnet"}).Json();
+  EXPECT_EQ(unused["mask"].s, "255.255.255.0");
+  EXPECT_EQ(unused["subnet"].s.substr(unused["subnet"].s.size() - 2), ".0");
+  JValue assigned = Ok({"--json", "vnet", "assign-subnet", "9"}).Json();
+  ASSERT_EQ(assigned["subnet"].kind, JValue::kString);
+  // A vnet with a subnet keeps it unless asked to overwrite.
+  EXPECT_EQ(Ok({"--json", "vnet", "assign-subnet", "9"}).Json()["subnet"].s, assigned["subnet"].s);
+  EXPECT_TRUE(Ok({"--json", "vnet", "check-subnet", "9"}).Json()["available"].b);
+  ASSERT_TRUE(WriteFile("/run/zymtra-ping/exit-codes", "0"));  // somebody answers
+  EXPECT_FALSE(Ok({"--json", "vnet", "check-subnet", "9", "--timeout", "2"}).Json()["available"].b);
+  EXPECT_NE(ReadFile("/run/zymtra-ping/calls").find("-t 2"), std::string::npos);
+  Result busy = Nexcfg({"vnet", "assign-subnet", "10"});
+  EXPECT_EQ(busy.status, 1);
+  EXPECT_NE(busy.err.find("Failed to assign subnet to vnet: zynet10"), std::string::npos) << busy.err;
+  EXPECT_EQ(Nexcfg({"vnet", "check-subnet", "10"}).status, 1);  // no subnet to check
+}
+
+TEST_F(CliTest, DevicesMergeAndVerboseOutput) {
+  CreateDb();
+  Ok({"device", "create", "3"});
+  struct stat st;
+  ASSERT_EQ(0, stat("/dev/zynet3", &st));
+  EXPECT_TRUE(S_ISCHR(st.st_mode));
+  Ok({"device", "delete", "3"});
+  EXPECT_FALSE(FileExists("/dev/zynet3"));
+
+  Ok({"vnet", "set", "3", "name", "before"});
+  Ok({"db", "export", "/tmp/merge-me"});
+  Ok({"vnet", "set", "3", "name", "after"});
+  Ok({"db", "merge", "/tmp/merge-me"});
+  EXPECT_EQ(Ok({"--json", "show", "3"}).Json()["name"].s, "before");
+  EXPECT_EQ(Nexcfg({"db", "merge", "/tmp/no-such-file"}).status, 1);
+
+  // -v shows the calls' own log lines, banners and arguments included.
+  Result verbose = Ok({"-v", "vnet", "set", "3", "mtu", "1400"});
+  EXPECT_NE(verbose.err.find("log: "), std::string::npos);
+  EXPECT_NE(verbose.err.find("Arguments - v:"), std::string::npos) << verbose.err;
+  EXPECT_NE(verbose.err.find("Successfully set the mtu for vnet: zynet3"), std::string::npos);
+  EXPECT_EQ(Ok({"vnet", "set", "3", "mtu", "1500"}).err, "");
+  // The level raised for a call is not stored.
+  EXPECT_EQ(Ok({"--json", "log", "show"}).Json()["default"]["value"].n, 0x19);
+
+  Result notConfigured = Nexcfg({"service", "start", "3", "nat"});
+  EXPECT_EQ(notConfigured.status, 1);
+  EXPECT_NE(notConfigured.err.find("service is not configured for this vnet"), std::string::npos)
+      << notConfigured.err;
 }
 
 }  // namespace

@@ -66,9 +66,12 @@ std::vector<std::string> Words(const char *text) {
   return words;
 }
 
-std::string Synopsis(const Command &command) {
+// The command's usage line; brief lists many options as one word.
+std::string Synopsis(const Command &command, bool brief = false) {
+  constexpr size_t kManyOptions = 4;
   std::string line = command.name;
   if (*command.args) line += std::string(" ") + command.args;
+  if (brief && Words(command.options).size() > kManyOptions) return line + " [OPTIONS]";
   for (const auto &option : Words(command.options)) {
     size_t eq = option.find('=');
     line += " [" + (eq == std::string::npos ? option : option.substr(0, eq) + " " + option.substr(eq + 1)) + "]";
@@ -80,7 +83,7 @@ std::string Synopsis(const Command &command) {
 // synopsis.
 void PrintListing(const Command &command) {
   constexpr int kColumn = 34;
-  std::string synopsis = Synopsis(command);
+  std::string synopsis = Synopsis(command, true);
   if (synopsis.size() <= kColumn)
     printf("  %-*s %s\n", kColumn, synopsis.c_str(), command.summary);
   else

@@ -349,6 +349,10 @@ TEST_F(AdapterTest, ListsNamedEthernetLinksWithTheirDrivers) {
   MakeLink("hv-tun0", "ip tuntap add hv-tun0 mode tun");  // not Ethernet
   MakeLink("abcdefghijklmno", "ip link add abcdefghijklmno type veth peer name hv-p");  // longest
   ASSERT_EQ(Shell("ip link set hv-veth0 up && ip link set hv-veth1 up"), 0);
+  // The kernel marks the pair running a moment after both ends are up.
+  ASSERT_EQ(Shell("for i in $(seq 200); do ip link show hv-veth0 | grep -q LOWER_UP && exit 0; "
+                  "sleep 0.01; done; exit 1"),
+            0);
 
   uint32_t count = 0;
   NXC_HostAdapter *head = nullptr;

@@ -6,51 +6,20 @@
 // which starts from empty tables and reports back through a file.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "base/file_lock.h"
 #include "nexcfg.h"
+#include "support/daemons.h"
 #include "support/db_fixture.h"
 
+namespace nxc::test {
 namespace {
 
-using nxc::test::ClearLog;
-using nxc::test::kDbPath;
-using nxc::test::LogCount;
-using nxc::test::LogHas;
-using nxc::test::LogText;
-using nxc::test::ReadFile;
-using nxc::test::Shell;
-using nxc::test::WriteFile;
-
-constexpr char kPingCalls[] = "/run/zymtra-ping/calls";
-constexpr char kPingCodes[] = "/run/zymtra-ping/exit-codes";
-constexpr char kChildReport[] = "/run/api-vnet-report";
-
-std::vector<std::string> Lines(const std::string &text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-// The address each recorded ping call was given after "-b".
-std::vector<std::string> PingedAddresses() {
-  std::vector<std::string> out;
-  for (const auto &call : Lines(ReadFile(kPingCalls))) {
-    std::istringstream in(call);
-    for (std::string word; in >> word;)
-      if (word == "-b" && in >> word) out.push_back(word);
-  }
-  return out;
-}
+using V = std::vector<std::string>;
 
 // The number after "<text>" in log, up to the end of its line; 0 when absent.
 unsigned long NumberAfter(const std::string &log, const std::string &text) {
@@ -59,85 +28,16 @@ unsigned long NumberAfter(const std::string &log, const std::string &text) {
   return strtoul(log.c_str() + at + text.size(), nullptr, 10);
 }
 
-// Runs body in a forked child and gives back the lines it reported.
-std::vector<std::string> InChild(const std::function<void(std::vector<std::string> *)> &body) {
-  (void)unlink(kChildReport);
-  fflush(nullptr);
-  pid_t pid = fork();
-  if (pid == 0) {
-    std::vector<std::string> report;
-    body(&report);
-    std::string text;
-    for (const auto &line : report) text += line + "\n";
-    _exit(WriteFile(kChildReport, text) ? 0 : 1);
-  }
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    return {"child failed"};
-  return Lines(ReadFile(kChildReport));
-}
+// True when nobody, this process included, holds the database lock.
+bool LockIsFree() { return LockFromOtherProcess(kDbPath, 0) == 0; }
 
-// Holds the database file's lock from another process while it lives.
-class LockHolder {
- public:
-  LockHolder() {
-    int ready[2], release[2];
-    if (pipe(ready) != 0 || pipe(release) != 0) return;
-    fflush(nullptr);
-    pid_ = fork();
-    if (pid_ == 0) {
-      close(ready[0]);
-      close(release[1]);
-      int err = 0;
-      nxc::FileLock *lock = nxc::FileLockAcquire(kDbPath, 1000, &err);
-      char c = lock ? '1' : '0';
-      (void)!write(ready[1], &c, 1);
-      (void)!read(release[0], &c, 1);  // until the parent closes its end
-      (void)nxc::FileLockRelease(lock, &err);
-      _exit(0);
-    }
-    close(ready[1]);
-    close(release[0]);
-    release_ = release[1];
-    char c = '0';
-    held_ = read(ready[0], &c, 1) == 1 && c == '1';
-    close(ready[0]);
-  }
-  ~LockHolder() {
-    if (release_ >= 0) close(release_);
-    if (pid_ > 0) (void)waitpid(pid_, nullptr, 0);
-  }
-  bool held() const { return held_; }
-
- private:
-  pid_t pid_ = -1;
-  int release_ = -1;
-  bool held_ = false;
-};
-
-// True when the database lock is free now (nobody, this process included,
-// holds it).
-bool LockIsFree() {
-  int err = 0;
-  nxc::FileLock *lock = nxc::FileLockAcquire(kDbPath, 0, &err);
-  if (!lock) return false;
-  return nxc::FileLockRelease(lock, &err);
-}
-
-class ApiVnetTest : public nxc::test::DbTest {
+class ApiVnetTest : public DbTest {
  protected:
   void SetUp() override {
     DbTest::SetUp();
-    ASSERT_EQ(Shell("rm -rf /run/zymtra-ping && mkdir -p /run/zymtra-ping"), 0);
-    ASSERT_TRUE(WriteFile("/etc/zymtra/config",
-                          std::string("bindir = \"") + nxc::test::StandinDir() + "\"\n"));
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(InstallStandinPing());
   }
-  void LoadWith(const std::string &records, bool readOnly = false) {
-    WriteDb(records);
-    ASSERT_TRUE(Load(readOnly));
-    ClearLog();
-  }
-  static void SetPingExitCodes(const char *codes) { ASSERT_TRUE(WriteFile(kPingCodes, codes)); }
 };
 
 // ---- Getters ---------------------------------------------------------------
@@ -214,10 +114,10 @@ TEST_F(ApiVnetTest, GettersCheckCapacityFirstAndLeaveTheLengthAloneOnFailure) {
 
 // ---- Setters ---------------------------------------------------------------
 
-TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
+TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockWaitForAValidOneAndSkipItWhenReadOnly) {
   LoadWith("answer VNET_1_HOSTONLY_SUBNET 10.1.0.0\n");
   const std::string before = DbText();
-  LockHolder other;
+  LockHolder other(kDbPath);
   ASSERT_TRUE(other.held());
   struct Case {
     const char *name;
@@ -258,18 +158,13 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   EXPECT_FALSE(LogHas("Successfully"));
   EXPECT_EQ(Answer("VNET_1_HOSTONLY_SUBNET"), "10.1.0.0");
   EXPECT_EQ(DbText(), before);
-}
 
-TEST_F(ApiVnetTest, ReadOnlyDatabaseIsChangedWithoutTheLock) {
-  WriteDb("");
-  const std::string before = DbText();
-  LockHolder other;
-  ASSERT_TRUE(other.held());
-  ASSERT_TRUE(Load(/*readOnly=*/true));
-  ClearLog();
+  // A read-only database is changed in the cache only, without the lock.
+  Reload("", /*readOnly=*/true);
+  const std::string readOnly = DbText();
   EXPECT_TRUE(NXC_SetVnetMTU("zynet5", 9000));
   EXPECT_EQ(Answer("VNET_5_MTU"), "9000");
-  EXPECT_EQ(DbText(), before);
+  EXPECT_EQ(DbText(), readOnly);
   EXPECT_FALSE(LogHas("Failed to obtain lock"));
   EXPECT_TRUE(LogHas("Config file is not currently locked"));  // the unlock is still made
 }
@@ -373,26 +268,20 @@ TEST_F(ApiVnetTest, NatPrefixesAreStoredAndFoundByText) {
 
 TEST_F(ApiVnetTest, SubnetAvailabilityIsAnsweredThroughTheFlag) {
   LoadWith("answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\n");
-  const std::string ping = std::string(nxc::test::StandinDir()) + "/zymtra-ping -q -b ";
-  struct Case {
-    const char *codes;
-    bool broadcast;
-    bool available;
-    std::vector<std::string> calls;
-  } const cases[] = {
+  const std::string ping = std::string(StandinDir()) + "/zymtra-ping -q -b ";
+  struct Case { const char *codes; bool broadcast; bool available; V calls; } const cases[] = {
       {"1 1", true, true, {ping + "10.3.0.0 -t 2 -i 5", ping + "10.3.0.1 -t 2 -i 5"}},
       {"0", true, false, {ping + "10.3.0.0 -t 2 -i 5"}},
       {"0", false, false, {ping + "10.3.0.1 -t 2 -i 5"}},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(std::string(c.codes) + (c.broadcast ? " broadcast" : ""));
-    (void)unlink(kPingCalls);
-    SetPingExitCodes(c.codes);
+    ASSERT_TRUE(SetPingExitCodes(c.codes));
     ClearLog();
     bool available = !c.available;
     EXPECT_TRUE(NXC_CheckSubnetAvailability("zynet3", c.broadcast, 2, 5, &available));
     EXPECT_EQ(available, c.available);
-    EXPECT_EQ(Lines(ReadFile(kPingCalls)), c.calls);
+    EXPECT_EQ(PingCalls(), c.calls);
     EXPECT_TRUE(LogHas(std::string("Subnet: 10.3.0.0 on vnet: zynet3 is ") +
                        (c.available ? "available" : "not available")));
   }
@@ -403,8 +292,8 @@ TEST_F(ApiVnetTest, SubnetAvailabilityIsAnsweredThroughTheFlag) {
 
 TEST_F(ApiVnetTest, VnetIsNamedAddressedAndResubnetted) {
   WriteDb("answer VNET_9_HOSTONLY_SUBNET 172.16.9.0\n");
-  SetPingExitCodes("0 1 1");  // the first candidate answers, then silence
-  std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
+  ASSERT_TRUE(SetPingExitCodes("0 1 1"));  // the first candidate answers, then silence
+  V report = ReportFromChild([](V *out) {
     auto say = [out](bool ok, const std::string &what) { out->push_back(ok ? what : "!" + what); };
     if (!NXC_Load(0)) return out->push_back("load failed");
     say(NXC_SetVnetDisplayName("zynet4", "Lab net"), "named");
@@ -426,12 +315,12 @@ TEST_F(ApiVnetTest, VnetIsNamedAddressedAndResubnetted) {
     say(!NXC_GetVnetSubnetAddr("zynet4", subnet, &subnetLen), "gone");
     NXC_Unload();
   });
-  const std::vector<std::string> pinged = PingedAddresses();
+  const V pinged = PingedAddresses();
   ASSERT_EQ(pinged.size(), 5u);  // answered broadcast; silent broadcast and host twice
   const std::string chosen = pinged[1];
   const std::string unused = pinged[3];
   std::string adapter = chosen.substr(0, chosen.rfind('.')) + ".1";
-  EXPECT_EQ(report, (std::vector<std::string>{"named", "addressed", "masked", "kept",
+  EXPECT_EQ(report, (V{"named", "addressed", "masked", "kept",
                                               "resubnetted",
                                               "Lab net|" + chosen + "|255.255.255.0|" + adapter,
                                               "unused " + unused, "removed", "gone"}));
@@ -499,8 +388,8 @@ TEST_F(ApiVnetTest, CallsRefuseWhileNotLoadedAndCountsWorkAnyway) {
 
 TEST_F(ApiVnetTest, EachExitBannerCarriesTheLineOfItsOwnReturn) {
   LoadWith("answer VNET_1_HOSTONLY_SUBNET 192.168.1.0\n");
-  const std::vector<std::string> source =
-      Lines(ReadFile(std::string(nxc::test::SourceDir()) + "/api/vnet_attr_api.cpp"));
+  const V source =
+      SplitLines(ReadFile(std::string(SourceDir()) + "/api/vnet_attr_api.cpp"));
   char addr[16];
   std::vector<unsigned long> exits;
   for (const char *vnet : {"zynet1", "zynet2", static_cast<const char *>(nullptr)}) {
@@ -527,3 +416,4 @@ TEST_F(ApiVnetTest, EachExitBannerCarriesTheLineOfItsOwnReturn) {
 }
 
 }  // namespace
+}  // namespace nxc::test

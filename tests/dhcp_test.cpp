@@ -4,6 +4,7 @@
 // on every shape of file the writer produces.
 //
 // Runs in the private sandbox (/etc/zymtra, /var/log and /tmp are private).
+#include <ctype.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
@@ -16,17 +17,9 @@
 #include "base/sha1.h"
 #include "nexcfg_internal.h"
 #include "support/db_fixture.h"
-#include "support/sandbox.h"
-#include "support/test_util.h"
 
+namespace nxc::test {
 namespace {
-
-using nxc::test::DbTest;
-using nxc::test::FileExists;
-using nxc::test::LogHas;
-using nxc::test::ReadFile;
-using nxc::test::Shell;
-using nxc::test::WriteFile;
 
 constexpr char kConf[] = "/etc/zymtra/zynet8/dhcpd/dhcpd.conf";
 constexpr char kBak[] = "/etc/zymtra/zynet8/dhcpd/dhcpd.conf.bak";
@@ -41,10 +34,6 @@ constexpr char kVnet8Subnet[] =
     "answer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n";
 constexpr char kVnet8Dhcp[] = "answer VNET_8_DHCP yes\n";
 constexpr char kVnet8Nat[] = "answer VNET_8_NAT yes\n";
-
-std::string Golden(const std::string &name) {
-  return ReadFile(std::string(nxc::test::SourceDir()) + "/tests/golden/" + name);
-}
 
 // The one line that differs between runs.
 std::string MaskStamp(std::string text) {
@@ -64,14 +53,11 @@ std::string BlockOf(const std::string &text) {
 }
 
 std::string Sha1Upper(const std::string &data) {
-  uint8_t digest[nxc::kSha1DigestSize];
-  nxc::Sha1Digest(data.data(), data.size(), digest);
-  std::string hex;
-  char two[3];
-  for (uint8_t b : digest) {
-    snprintf(two, sizeof two, "%02X", b);
-    hex += two;
-  }
+  uint8_t digest[kSha1DigestSize];
+  Sha1Digest(data.data(), data.size(), digest);
+  char hex[2 * kSha1DigestSize + 1];
+  Sha1Hex(digest, hex);
+  for (char &c : hex) c = static_cast<char>(toupper(c));
   return hex;
 }
 
@@ -84,12 +70,6 @@ std::string FlipDigit(std::string hash, size_t i) {
 std::string Get(uint32_t vnet, uint32_t id, bool useDefault) {
   char buf[128] = "";
   if (!NXCDHCPGetParameter(vnet, id, useDefault, buf, sizeof buf)) return "<fail>";
-  return buf;
-}
-
-std::string Default(uint32_t vnet, uint32_t id) {
-  char buf[128] = "";
-  if (!NXCDHCPGetParameterDefault(vnet, id, buf, sizeof buf)) return "<fail>";
   return buf;
 }
 
@@ -117,9 +97,11 @@ void ExpectDhcpdAccepts(const std::string &path) {
 
 class DhcpTest : public DbTest {
  protected:
-  void LoadWith(const std::string &records) {
-    WriteDb(records);
-    ASSERT_TRUE(Load());
+  // A fresh load of records with no vnet 8 files yet.
+  void Fresh(const std::string &records) {
+    UnloadAll(false);
+    (void)Shell("rm -rf /etc/zymtra/zynet*");
+    LoadWith(records);
   }
 };
 
@@ -127,9 +109,7 @@ class DhcpTest : public DbTest {
 
 TEST_F(DhcpTest, ExternalIdsMapWithTheirDeliberateGaps) {
   LoadWith("");
-  const struct {
-    uint32_t external, internal;
-  } kCases[] = {
+  const struct { uint32_t external, internal; } kCases[] = {
       {13350, 9542}, {13351, 9543}, {13352, 9555}, {13353, 9555}, {13354, 9552},
       {13355, 9553}, {13356, 9556}, {13357, 9549}, {13358, 9550}, {13359, 9555},
       {13360, 9555}, {13361, 9555}, {13362, 9554}, {0, 9555},     {9542, 9555},
@@ -175,14 +155,14 @@ TEST_F(DhcpTest, SetParameterChecksEachKindOfValue) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    nxc::test::ClearLog();
+    ClearLog();
     EXPECT_EQ(NXCDHCPSetParameter(8, c.id, c.value.c_str()), c.ok);
     if (c.ok) {
       std::string key = std::string("VNET_8_") + NXCDHCPParamIDToConfigOption[c.id - 9538];
       EXPECT_EQ(Answer(key.c_str()), c.value);
       EXPECT_TRUE(LogHas("Successfully set value of DHCP parameter"));
     } else {
-      EXPECT_TRUE(LogHas("NXCDHCPSetParameter - " + c.logLine)) << nxc::test::LogText();
+      EXPECT_TRUE(LogHas("NXCDHCPSetParameter - " + c.logLine)) << LogText();
     }
   }
   // Nothing rejected reached the database file.
@@ -190,51 +170,54 @@ TEST_F(DhcpTest, SetParameterChecksEachKindOfValue) {
 }
 
 TEST_F(DhcpTest, DefaultsFollowTheSubnetMaskAndNat) {
+  constexpr char k24[] = "192.168.40.0/255.255.255.0", kOther[] = "10.1.2.0/255.255.255.0";
   const struct {
-    const char *name;
-    const char *subnet, *mask;
+    const char *name, *subnetAndMask;
     bool nat;
     uint32_t id;
-    const char *expected;
+    const char *expected, *logLine = nullptr;
   } kCases[] = {
-      {"begin", "192.168.40.0", "255.255.255.0", true, 9542, "192.168.40.128"},
-      {"end", "192.168.40.0", "255.255.255.0", true, 9543, "192.168.40.254"},
-      {"broadcast", "192.168.40.0", "255.255.255.0", true, 9548, "192.168.40.255"},
-      {"dns with nat", "192.168.40.0", "255.255.255.0", true, 9549, "192.168.40.2"},
-      {"dns without nat", "192.168.40.0", "255.255.255.0", false, 9549, "192.168.40.1"},
-      {"routers", "192.168.40.0", "255.255.255.0", false, 9550, "192.168.40.2"},
-      {"netbios", "192.168.40.0", "255.255.255.0", true, 9554, "192.168.40.2"},
-      {"host bits in the subnet are masked", "192.168.40.77", "255.255.255.0", false, 9542,
+      {"begin", k24, true, 9542, "192.168.40.128"},
+      {"end", k24, true, 9543, "192.168.40.254"},
+      {"broadcast", k24, true, 9548, "192.168.40.255"},
+      {"dns with nat", k24, true, 9549, "192.168.40.2"},
+      {"dns without nat", k24, false, 9549, "192.168.40.1"},
+      {"routers", k24, false, 9550, "192.168.40.2"},
+      {"netbios", k24, true, 9554, "192.168.40.2"},
+      {"host bits in the subnet are masked", "192.168.40.77/255.255.255.0", false, 9542,
        "192.168.40.128"},
       // The first address of the upper half: net + 4 for a /29.
-      {"/29 begin", "10.1.2.8", "255.255.255.248", false, 9542, "10.1.2.12"},
-      {"/29 end", "10.1.2.8", "255.255.255.248", false, 9543, "10.1.2.14"},
-      {"/29 broadcast", "10.1.2.8", "255.255.255.248", false, 9548, "10.1.2.15"},
-      {"/16 begin", "172.20.0.0", "255.255.0.0", false, 9542, "172.20.128.0"},
-      {"/30 is too small", "10.1.2.8", "255.255.255.252", false, 9548, "<fail>"},
-      {"default lease", "10.1.2.0", "255.255.255.0", false, 9546, "1800"},
-      {"max lease", "10.1.2.0", "255.255.255.0", false, 9547, "7200"},
-      {"subnet default lease", "10.1.2.0", "255.255.255.0", false, 9552, "1800"},
-      {"subnet max lease", "10.1.2.0", "255.255.255.0", false, 9553, "7200"},
-      {"domain", "10.1.2.0", "255.255.255.0", false, 9551, "localdomain"},
-      {"unused id", "10.1.2.0", "255.255.255.0", false, 9545, "<fail>"},
-      {"one past the tables", "10.1.2.0", "255.255.255.0", false, 9556, "<fail>"},
+      {"/29 begin", "10.1.2.8/255.255.255.248", false, 9542, "10.1.2.12"},
+      {"/29 end", "10.1.2.8/255.255.255.248", false, 9543, "10.1.2.14"},
+      {"/29 broadcast", "10.1.2.8/255.255.255.248", false, 9548, "10.1.2.15"},
+      {"/16 begin", "172.20.0.0/255.255.0.0", false, 9542, "172.20.128.0"},
+      {"/30 is too small", "10.1.2.8/255.255.255.252", false, 9548, "<fail>",
+       "The subnet: 10.1.2.8, mask: 255.255.255.252 is too small, we need atleast 8 hosts"},
+      {"default lease", kOther, false, 9546, "1800"},
+      {"max lease", kOther, false, 9547, "7200"},
+      {"subnet default lease", kOther, false, 9552, "1800"},
+      {"subnet max lease", kOther, false, 9553, "7200"},
+      {"domain", kOther, false, 9551, "localdomain"},
+      {"unused id", kOther, false, 9545, "<fail>",
+       "NXCDHCPGetParameterDefault - Invalid DHCP Param Name 9545"},
+      {"one past the tables", kOther, false, 9556, "<fail>"},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    LoadWith(std::string("answer VNET_3_HOSTONLY_SUBNET ") + c.subnet +
-             "\nanswer VNET_3_HOSTONLY_NETMASK " + c.mask + "\nanswer VNET_3_NAT " +
-             (c.nat ? "yes" : "no") + "\n");
-    EXPECT_EQ(Default(3, c.id), c.expected);
+    const std::string net = c.subnetAndMask;
+    const size_t slash = net.find('/');
+    Reload("answer VNET_3_HOSTONLY_SUBNET " + net.substr(0, slash) +
+           "\nanswer VNET_3_HOSTONLY_NETMASK " + net.substr(slash + 1) + "\nanswer VNET_3_NAT " +
+           (c.nat ? "yes" : "no") + "\n");
+    char buf[128] = "";
+    EXPECT_EQ(NXCDHCPGetParameterDefault(3, c.id, buf, sizeof buf) ? buf : "<fail>",
+              std::string(c.expected));
+    EXPECT_TRUE(!c.logLine || LogHas(c.logLine)) << LogText();
   }
-  EXPECT_TRUE(LogHas("The subnet: 10.1.2.8, mask: 255.255.255.252 is too small, we need atleast "
-                     "8 hosts"));
-  EXPECT_TRUE(LogHas("NXCDHCPGetParameterDefault - Invalid DHCP Param Name 9545"));
 }
 
-TEST_F(DhcpTest, DefaultsNeedRoomButLeaseTimesSucceedWithout) {
-  LoadWith(kVnet8Subnet);
+TEST_F(DhcpTest, GetterPrefersTheStoredValueAndDefaultsNeedRoomButLeaseTimesSucceedWithout) {
+  LoadWith(std::string(kVnet8Subnet) + "answer VNET_8_DHCP_PARAM_DNS_ADDR 8.8.8.8\n");
   const struct {
     const char *name;
     uint32_t id;
@@ -259,10 +242,7 @@ TEST_F(DhcpTest, DefaultsNeedRoomButLeaseTimesSucceedWithout) {
   EXPECT_TRUE(LogHas("Insufficient buffer size: 4 for DHCP parameter: \"Default Lease Duration\" "
                      "required: 5"));
   EXPECT_TRUE(LogHas("Insufficient buffer size: 11 for DHCP parameter: \"Domain Name\" required: 12"));
-}
 
-TEST_F(DhcpTest, GetterPrefersTheStoredValueAndFallsBackToTheDefault) {
-  LoadWith(std::string(kVnet8Subnet) + "answer VNET_8_DHCP_PARAM_DNS_ADDR 8.8.8.8\n");
   EXPECT_EQ(Get(8, 9549, false), "8.8.8.8");
   EXPECT_TRUE(LogHas("Value of DHCP parameter: \"DNS Address\" is: 8.8.8.8 for vnet: 8"));
 
@@ -273,7 +253,7 @@ TEST_F(DhcpTest, GetterPrefersTheStoredValueAndFallsBackToTheDefault) {
   EXPECT_TRUE(LogHas("Reverting to getting default value"));
   // The not-found line is an error line even when the default follows.
   nxcContext.logMask = LOG_ERR;
-  nxc::test::ClearLog();
+  ClearLog();
   EXPECT_EQ(Get(8, 9543, true), "192.168.40.254");
   EXPECT_TRUE(LogHas("Value for DHCP parameter: \"Lease End IP\" not found"));
   EXPECT_FALSE(LogHas("Reverting to getting default value"));
@@ -281,16 +261,14 @@ TEST_F(DhcpTest, GetterPrefersTheStoredValueAndFallsBackToTheDefault) {
 
   // A stored value that does not fit fails without trying the default.
   char small[4] = "xxx";
-  nxc::test::ClearLog();
+  ClearLog();
   EXPECT_FALSE(NXCDHCPGetParameter(8, 9549, true, small, sizeof small));
   EXPECT_STREQ(small, "xxx");
   EXPECT_TRUE(LogHas("Insufficient space 4 to store value of DHCP parameter: \"DNS Address\", "
                      "required: 8"));
   EXPECT_FALSE(LogHas("Reverting to getting default value"));
-}
 
-TEST_F(DhcpTest, TheUnreachableExternalParameterIsRefusedEverywhere) {
-  LoadWith(kVnet8Subnet);
+  // The unreachable external parameter is refused everywhere.
   uint32_t id = NXCDHCPMapIntParamID(13356);
   EXPECT_FALSE(NXCDHCPSetParameter(8, id, "1.2.3.4"));
   EXPECT_EQ(Get(8, id, true), "<fail>");
@@ -308,8 +286,7 @@ TEST_F(DhcpTest, TheUnreachableExternalParameterIsRefusedEverywhere) {
 TEST_F(DhcpTest, RemovingTheConfigurationLeavesRoutersAndNetbiosWithoutNat) {
   for (bool nat : {false, true}) {
     SCOPED_TRACE(nat ? "with NAT" : "without NAT");
-    UnloadAll(false);
-    LoadWith(std::string(kVnet8Subnet) + (nat ? kVnet8Nat : "") +
+    Reload(std::string(kVnet8Subnet) + (nat ? kVnet8Nat : "") +
              "answer VNET_8_DHCP_PARAM_LEASE_START_IP 192.168.40.20\n"
              "answer VNET_8_DHCP_PARAM_DOMAIN_NAME lab\n"
              "answer VNET_8_DHCP_PARAM_SUB_MAX_LEASE_TIME 60\n"
@@ -319,12 +296,12 @@ TEST_F(DhcpTest, RemovingTheConfigurationLeavesRoutersAndNetbiosWithoutNat) {
              "answer VNET_9_DHCP_PARAM_DOMAIN_NAME other\n");
     ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.30", "00:50:56:00:00:01"));
     EXPECT_TRUE(NXCDHCPRemoveDHCPConfig(8));
-    EXPECT_EQ(Answer("VNET_8_DHCP_PARAM_LEASE_START_IP"), "<absent>");
-    EXPECT_EQ(Answer("VNET_8_DHCP_PARAM_DOMAIN_NAME"), "<absent>");
-    EXPECT_EQ(Answer("VNET_8_DHCP_PARAM_SUB_MAX_LEASE_TIME"), "<absent>");
-    EXPECT_EQ(Answer("VNET_8_DHCP_CFG_HASH"), "<absent>");
-    EXPECT_EQ(Answer("VNET_8_DHCP_PARAM_ROUTERS"), nat ? "<absent>" : "192.168.40.3");
-    EXPECT_EQ(Answer("VNET_8_DHCP_PARAM_NETBIOS"), nat ? "<absent>" : "192.168.40.4");
+    std::string left;
+    for (const char *key : {"DHCP_PARAM_LEASE_START_IP", "DHCP_PARAM_DOMAIN_NAME", "DHCP_CFG_HASH",
+                            "DHCP_PARAM_SUB_MAX_LEASE_TIME", "DHCP_PARAM_ROUTERS", "DHCP_PARAM_NETBIOS"})
+      left += Answer(std::string("VNET_8_") + key) + " ";
+    EXPECT_EQ(left, std::string("<absent> <absent> <absent> <absent> ") +
+                        (nat ? "<absent> <absent> " : "192.168.40.3 192.168.40.4 "));
     EXPECT_EQ(Answer("VNET_9_DHCP_PARAM_DOMAIN_NAME"), "other");
     char ip[16] = "";
     EXPECT_FALSE(NXCDHCPGetIPToMAC(8, ip, sizeof ip, "00:50:56:00:00:01"));
@@ -381,9 +358,7 @@ TEST_F(DhcpTest, FreshFilesMatchTheGoldenFiles) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    (void)Shell("rm -rf /etc/zymtra/zynet*");
-    LoadWith(c.records);
+    Fresh(c.records);
     c.setUp();
     ASSERT_TRUE(NXCDHCPUpdateFromConfig(c.vnet));
     std::string golden = Golden(c.golden);
@@ -401,9 +376,11 @@ TEST_F(DhcpTest, UserTextAroundAnUntouchedBlockIsKeptByteForByte) {
   ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
   std::string first = ReadFile(kConf);
   size_t blockAt = first.find(kStartMarker);
-  // The user adds a statement before the block and more after it, the last
+  // The user adds a statement and a stray start marker before the block (the
+  // last start marker before the end counts) and more after it, the last
   // line without its newline.
-  const std::string prefix = first.substr(0, blockAt) + "# mine\r\nddns-update-style none;\n\n";
+  const std::string prefix = first.substr(0, blockAt) + "# mine\r\nddns-update-style none;\n\n" +
+                             kStartMarker + "# a stray marker above\n";
   const std::string suffix = "\n# after the block\tend\nlog-facility local7;";
   std::string edited = prefix + first.substr(blockAt) + suffix;
   ASSERT_TRUE(WriteFile(kConf, edited));
@@ -448,14 +425,12 @@ TEST_F(DhcpTest, HashComparisonLooksAtTwentyDigitsIgnoringCase) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    (void)Shell("rm -rf /etc/zymtra/zynet8");
-    LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp);
+    Fresh(std::string(kVnet8Subnet) + kVnet8Dhcp);
     ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
     ASSERT_TRUE(WriteFile(kConf, "# user line\n" + ReadFile(kConf)));
     ASSERT_TRUE(NXCSetVnetCfg(8, "DHCP_CFG_HASH",
                               c.mutate(Answer("VNET_8_DHCP_CFG_HASH")).c_str()));
-    nxc::test::ClearLog();
+    ClearLog();
     ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
     EXPECT_EQ(ReadFile(kConf).rfind("# user line\n", 0) == 0, c.kept);
     EXPECT_EQ(LogHas("DHCP config modified by user, creating a new config file and backing up "
@@ -499,9 +474,7 @@ TEST_F(DhcpTest, EditedMissingOrUnrecognisedBlocksGiveAFreshFileAndABackup) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    (void)Shell("rm -rf /etc/zymtra/zynet8");
-    LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp + kVnet8Nat);
+    Fresh(std::string(kVnet8Subnet) + kVnet8Dhcp + kVnet8Nat);
     ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.10", "00:50:56:AA:BB:CC"));
     ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
     std::string old = c.edit("# user prefix\n" + ReadFile(kConf) + "# user suffix\n");
@@ -509,25 +482,13 @@ TEST_F(DhcpTest, EditedMissingOrUnrecognisedBlocksGiveAFreshFileAndABackup) {
     if (c.dropHash) {
       ASSERT_TRUE(NXCRemoveVnetCfg(8, "DHCP_CFG_HASH"));
     }
-    nxc::test::ClearLog();
+    ClearLog();
     ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
-    EXPECT_TRUE(LogHas(c.logLine)) << nxc::test::LogText();
+    EXPECT_TRUE(LogHas(c.logLine)) << LogText();
     // The whole old file went to the backup; the new one is only header and block.
     EXPECT_EQ(ReadFile(kBak), old);
     EXPECT_EQ(MaskStamp(ReadFile(kConf)), Golden("dhcpd_nat_mapping.conf"));
   }
-}
-
-TEST_F(DhcpTest, TheLastStartMarkerBeforeTheEndCounts) {
-  LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp);
-  ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
-  std::string first = ReadFile(kConf);
-  size_t blockAt = first.find(kStartMarker);
-  std::string prefix = first.substr(0, blockAt) + kStartMarker + "# a stray marker above\n";
-  ASSERT_TRUE(WriteFile(kConf, prefix + first.substr(blockAt)));
-  ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
-  EXPECT_EQ(ReadFile(kConf).substr(0, prefix.size()), prefix);
-  EXPECT_TRUE(LogHas("DHCP config block is not modified"));
 }
 
 TEST_F(DhcpTest, WithoutDhcpTheFilesAndDirectoriesGo) {
@@ -566,12 +527,7 @@ TEST_F(DhcpTest, DhcpdAcceptsEveryShapeTheWriterProduces) {
   // The check itself must be able to fail here.
   ASSERT_TRUE(WriteFile("/tmp/broken.conf", "subnet 10.0.0.0 netmask 255.255.255.0 {\n"));
   ASSERT_GT(DhcpdCheck("/tmp/broken.conf"), 0);
-  const struct {
-    const char *name;
-    const char *records;
-    int mappings;
-    bool userText;
-  } kCases[] = {
+  const struct { const char *name; const char *records; int mappings; bool userText; } kCases[] = {
       {"host-only", "", 0, false},
       {"NAT", "answer VNET_8_NAT yes\n", 0, false},
       {"static mappings", "", 3, false},
@@ -587,9 +543,7 @@ TEST_F(DhcpTest, DhcpdAcceptsEveryShapeTheWriterProduces) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    (void)Shell("rm -rf /etc/zymtra/zynet8");
-    LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp + c.records);
+    Fresh(std::string(kVnet8Subnet) + kVnet8Dhcp + c.records);
     for (int i = 0; i < c.mappings; ++i) {
       std::string n = std::to_string(10 + i);
       ASSERT_TRUE(NXCDHCPSetIPToMAC(8, ("192.168.40." + n).c_str(),
@@ -620,10 +574,7 @@ TEST_F(DhcpTest, BlockHashCoversTheRangeAndKeepsThePosition) {
   EXPECT_EQ(hash[255], '\0');
   free(hash);
   EXPECT_EQ(ftell(f), 5);
-  const struct {
-    int64_t start, end;
-    const char *logLine;
-  } kBad[] = {
+  const struct { int64_t start, end; const char *logLine; } kBad[] = {
       {3, 3, "posEnd:3 must be greater than posStart:3"},
       {4, 2, "posEnd:2 must be greater than posStart:4"},
       {-1, 2, "Invalid argument"},
@@ -643,12 +594,7 @@ TEST_F(DhcpTest, CopyFileDataAppendsTheRange) {
   std::string source;
   for (int i = 0; i < 100; ++i) source += "line " + std::to_string(i) + "\n";
   ASSERT_TRUE(WriteFile("/tmp/copy-source", source));
-  const struct {
-    const char *name;
-    int64_t start, end;
-    bool ok;
-    std::string appended;
-  } kCases[] = {
+  const struct { const char *name; int64_t start, end; bool ok; std::string appended; } kCases[] = {
       {"middle range over several chunks", 7, 700, true, source.substr(7, 693)},
       {"to the end", 10, 0, true, source.substr(10)},
       {"empty range", 20, 20, true, ""},
@@ -673,3 +619,4 @@ TEST_F(DhcpTest, CopyFileDataAppendsTheRange) {
 }
 
 }  // namespace
+}  // namespace nxc::test

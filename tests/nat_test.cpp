@@ -7,23 +7,18 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "nexcfg_internal.h"
 #include "support/db_fixture.h"
-#include "support/sandbox.h"
-#include "support/test_util.h"
 
+namespace nxc::test {
 namespace {
 
-using nxc::test::DbTest;
-using nxc::test::FileExists;
-using nxc::test::LogHas;
-using nxc::test::ReadFile;
-using nxc::test::Shell;
-using nxc::test::WriteFile;
+using V = std::vector<std::string>;
 
 constexpr char kConf[] = "/etc/zymtra/zynet8/nat/nat.conf";
 constexpr char kBak[] = "/etc/zymtra/zynet8/nat/nat.conf.bak";
@@ -31,10 +26,6 @@ constexpr char kVnet8[] =
     "answer VNET_8_HOSTONLY_SUBNET 192.168.40.0\n"
     "answer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n"
     "answer VNET_8_NAT yes\n";
-
-std::string Golden(const std::string &name) {
-  return ReadFile(std::string(nxc::test::SourceDir()) + "/tests/golden/" + name);
-}
 
 std::string Get(uint32_t vnet, uint32_t id, bool useDefault, size_t size = 300) {
   char buf[300] = "";
@@ -56,19 +47,13 @@ class NatTest : public DbTest {
     globalConfig = nullptr;
     DbTest::TearDown();
   }
-  void LoadWith(const std::string &records) {
-    WriteDb(records);
-    ASSERT_TRUE(Load());
-  }
 };
 
 // ---- Parameters ------------------------------------------------------------
 
 TEST_F(NatTest, ExternalIdsMapToTheSettableParameters) {
   LoadWith("");
-  const struct {
-    uint32_t external, internal;
-  } kCases[] = {
+  const struct { uint32_t external, internal; } kCases[] = {
       {9027, 13859}, {9030, 13862}, {9031, 13863}, {9032, 13864}, {9033, 13866},
       {9050, 13868}, {9051, 13869}, {9028, 13867}, {9029, 13867}, {13859, 13867},
   };
@@ -116,51 +101,49 @@ TEST_F(NatTest, SetParameterChecksEachRule) {
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    nxc::test::ClearLog();
+    ClearLog();
     EXPECT_EQ(NXCNATSetParameter(8, c.id, c.value), c.ok);
     if (c.ok) {
       std::string key = std::string("VNET_8_") + NXCNATParamIDToConfigOption[c.id - 13858];
       EXPECT_EQ(Answer(key.c_str()), c.value);
     } else {
-      EXPECT_TRUE(LogHas(std::string("NXCNATSetParameter - ") + c.logLine)) << nxc::test::LogText();
+      EXPECT_TRUE(LogHas(std::string("NXCNATSetParameter - ") + c.logLine)) << LogText();
     }
   }
 }
 
 TEST_F(NatTest, DefaultsComeFromTheVnetOrAreFixed) {
+  LoadWith("answer VNET_8_HOSTONLY_SUBNET 192.168.40.0\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
   const struct {
     const char *name;
-    const char *subnet;
     uint32_t vnet, id;
     size_t size;
     const char *expected;
   } kCases[] = {
-      {"gateway", "192.168.40.0", 8, 13859, 16, "192.168.40.2"},
-      {"gateway from an unmasked subnet", "192.168.40.5", 8, 13859, 16, "192.168.40.7"},
-      {"gateway one byte short", "192.168.40.0", 8, 13859, 12, "<fail>"},
-      {"netmask", "192.168.40.0", 8, 13860, 16, "255.255.255.0"},
-      {"config port", "192.168.40.0", 8, 13862, 6, "33445"},
-      {"config port with 5 bytes", "192.168.40.0", 8, 13862, 5, "<fail>"},
-      {"active FTP", "192.168.40.0", 8, 13863, 2, "1"},
-      {"allow any OUI", "192.168.40.0", 8, 13864, 2, "1"},
-      {"timeout", "192.168.40.0", 8, 13866, 3, "60"},
-      {"NAT66", "192.168.40.0", 8, 13868, 2, "0"},
-      {"device", "192.168.40.0", 8, 13865, 256, "/dev/zynet8"},
-      {"prefix of vnet 8", "192.168.40.0", 8, 13869, 46, "fd15:4ba5:5a2b:1008::/64"},
-      {"prefix of vnet 255", "192.168.40.0", 255, 13869, 46, "fd15:4ba5:5a2b:10ff::/64"},
-      {"base", "192.168.40.0", 8, 13858, 46, "<fail>"},
-      {"unused", "192.168.40.0", 8, 13861, 46, "<fail>"},
-      {"not supported", "192.168.40.0", 8, 13867, 46, "<fail>"},
+      {"gateway", 8, 13859, 16, "192.168.40.2"},
+      {"gateway one byte short", 8, 13859, 12, "<fail>"},
+      {"netmask", 8, 13860, 16, "255.255.255.0"},
+      {"config port", 8, 13862, 6, "33445"},
+      {"config port with 5 bytes", 8, 13862, 5, "<fail>"},
+      {"active FTP", 8, 13863, 2, "1"},
+      {"allow any OUI", 8, 13864, 2, "1"},
+      {"timeout", 8, 13866, 3, "60"},
+      {"NAT66", 8, 13868, 2, "0"},
+      {"device", 8, 13865, 256, "/dev/zynet8"},
+      {"prefix of vnet 8", 8, 13869, 46, "fd15:4ba5:5a2b:1008::/64"},
+      {"prefix of vnet 255", 255, 13869, 46, "fd15:4ba5:5a2b:10ff::/64"},
+      {"base", 8, 13858, 46, "<fail>"},
+      {"unused", 8, 13861, 46, "<fail>"},
+      {"not supported", 8, 13867, 46, "<fail>"},
   };
-  for (const auto &c : kCases) {
-    SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    LoadWith(std::string("answer VNET_8_HOSTONLY_SUBNET ") + c.subnet +
-             "\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
+  auto defaultOf = [](uint32_t vnet, uint32_t id, size_t size) {
     char buf[300] = "";
-    bool ok = NXCNATGetParamDefault(c.vnet, c.id, buf, c.size);
-    EXPECT_EQ(ok ? std::string(buf) : "<fail>", c.expected);
-  }
+    return NXCNATGetParamDefault(vnet, id, buf, size) ? std::string(buf) : "<fail>";
+  };
+  for (const auto &c : kCases) EXPECT_EQ(defaultOf(c.vnet, c.id, c.size), c.expected) << c.name;
+  // The gateway is computed from the stored subnet as it is, host bits too.
+  ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "VNET_8_HOSTONLY_SUBNET", "192.168.40.5"));
+  EXPECT_EQ(defaultOf(8, 13859, 16), "192.168.40.7");
   EXPECT_TRUE(LogHas("NXCNATGetParamDefault - Insufficient space to store NAT param 13862."));
   EXPECT_TRUE(LogHas("NXCNATGetParamDefault - Unrecognized NAT parameter ID: 13867"));
 
@@ -189,9 +172,9 @@ TEST_F(NatTest, GetterUsesTheStoredValueOrTheDefaultAndTracesOnlyItsExit) {
   EXPECT_FALSE(LogHas("Entering Function, NXCNATGetParameter:"));
   // A missing NAT parameter is no error: with only errors logged, no line.
   nxcContext.logMask = LOG_ERR;
-  nxc::test::ClearLog();
+  ClearLog();
   EXPECT_EQ(Get(8, 13864, true), "1");
-  EXPECT_EQ(nxc::test::LogText(), "");
+  EXPECT_EQ(LogText(), "");
 }
 
 TEST_F(NatTest, RemovingTheConfigurationTakesParametersAndForwards) {
@@ -264,72 +247,59 @@ TEST_F(NatTest, PortForwardsAndPrefixesGoThroughTheDatabase) {
 
 TEST_F(NatTest, WrittenFilesMatchTheGoldenFiles) {
   const struct {
-    const char *name;
-    const char *records;
-    bool forwards;
+    const char *name, *records;
+    std::function<void()> setUp;
     const char *golden;
   } kCases[] = {
-      {"defaults, no adapter, no forwards", "", false, "nat_basic.conf"},
+      {"defaults, no adapter, no forwards", "", [] {}, "nat_basic.conf"},
       {"host adapter, stored values and forwards",
        "answer VNET_8_VIRTUAL_ADAPTER yes\n"
        "answer VNET_8_NAT_PARAM_ACTIVE_FTP 0\n"
        "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 120\n"
        "answer VNET_8_NAT_PARAM_NAT6 1\n"
        "answer VNET_8_NAT_PARAM_NAT6_PREFIX fd00:1:2:3::/64\n",
-       true, "nat_adapter_forwards.conf"},
+       [] {
+         // The description stays in the database.
+         ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "192.168.40.128", 80, "web server"));
+         ASSERT_TRUE(NXCNATSetPortForward(8, 0, 6000, "192.168.40.129", 6001, nullptr));
+       },
+       "nat_adapter_forwards.conf"},
+      {"adapter with an empty address: no host ip", "answer VNET_8_VIRTUAL_ADAPTER yes\n",
+       [] { ASSERT_TRUE(NXCSetVnetVirtAdapterAddr(8, "")); }, "nat_basic.conf"},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
     (void)Shell("rm -rf /etc/zymtra/zynet8");
-    LoadWith(std::string(kVnet8) + c.records);
-    if (c.forwards) {
-      // The description stays in the database.
-      ASSERT_TRUE(NXCNATSetPortForward(8, 1, 8080, "192.168.40.128", 80, "web server"));
-      ASSERT_TRUE(NXCNATSetPortForward(8, 0, 6000, "192.168.40.129", 6001, nullptr));
-    }
+    Reload(std::string(kVnet8) + c.records);
+    c.setUp();
     ASSERT_TRUE(NXCNATUpdateFromConfig(8));
     std::string golden = Golden(c.golden);
     ASSERT_FALSE(golden.empty());
     EXPECT_EQ(ReadFile(kConf), golden);
     EXPECT_FALSE(FileExists(kBak));
   }
+  EXPECT_TRUE(LogHas("Retrieved adapter address: , len: 0"));
 }
 
-TEST_F(NatTest, EachRegenerationBacksUpThePreviousFile) {
-  LoadWith(kVnet8);
+TEST_F(NatTest, RegenerationBacksUpAndWithoutNatTheFilesGo) {
+  LoadWith("answer VNET_8_NAT yes\n");  // no subnet: no gateway, nothing written
+  EXPECT_FALSE(NXCNATUpdateFromConfig(8));
+  EXPECT_TRUE(LogHas("NXCNATUpdateFromConfig - Failure in looking up NAT gateway address"));
+  EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
+
+  Reload(kVnet8);
   ASSERT_TRUE(NXCNATUpdateFromConfig(8));
   std::string first = ReadFile(kConf);
   ASSERT_TRUE(NXCNATSetParameter(8, 13866, "90"));
   ASSERT_TRUE(NXCNATUpdateFromConfig(8));
   EXPECT_EQ(ReadFile(kBak), first);
   EXPECT_NE(ReadFile(kConf).find("\ntimeout = 90\n"), std::string::npos);
-}
 
-TEST_F(NatTest, AdapterWithAnEmptyAddressLeavesTheHostIpOut) {
-  LoadWith(std::string(kVnet8) + "answer VNET_8_VIRTUAL_ADAPTER yes\n");
-  ASSERT_TRUE(NXCSetVnetVirtAdapterAddr(8, ""));
-  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
-  EXPECT_EQ(ReadFile(kConf), Golden("nat_basic.conf"));
-  EXPECT_TRUE(LogHas("Retrieved adapter address: , len: 0"));
-}
-
-TEST_F(NatTest, WithoutNatTheFilesAndDirectoryGo) {
-  LoadWith(kVnet8);
-  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
-  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
   ASSERT_TRUE(WriteFile("/etc/zymtra/zynet8/nat.mac", "00:50:56:00:00:01\n"));
   ASSERT_TRUE(NXCSetVnetUseNAT(8, false, false));
   EXPECT_TRUE(NXCNATUpdateFromConfig(8));
   EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
   EXPECT_TRUE(NXCNATUpdateFromConfig(8));  // nothing left is no failure
-}
-
-TEST_F(NatTest, NothingIsWrittenWhenAValueCannotBeHad) {
-  LoadWith("answer VNET_8_NAT yes\n");  // no subnet: no gateway
-  EXPECT_FALSE(NXCNATUpdateFromConfig(8));
-  EXPECT_TRUE(LogHas("NXCNATUpdateFromConfig - Failure in looking up NAT gateway address"));
-  EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
 }
 
 // ---- Reader --------------------------------------------------------------------
@@ -343,9 +313,9 @@ TEST_F(NatTest, ReaderWalksTheWritersOwnFile) {
 
   NatCfgIterator *sections = NatCfgListSectionsInit();
   ASSERT_NE(sections, nullptr);
-  std::vector<std::string> names;
+  V names;
   for (char *name; (name = NatCfgListSections(sections));) names.push_back(Take(name));
-  EXPECT_EQ(names, (std::vector<std::string>{"host", "tcp", "udp", "netbios", "incomingtcp",
+  EXPECT_EQ(names, (V{"host", "tcp", "udp", "netbios", "incomingtcp",
                                              "incomingudp"}));
   EXPECT_EQ(NatCfgListSections(sections), nullptr);
   EXPECT_EQ(NatCfgListSections(sections), nullptr);
@@ -384,7 +354,7 @@ TEST_F(NatTest, ReaderWalksTheWritersOwnFile) {
   EXPECT_EQ(NatCfgGetItemLong("udp", "timeout", 5), 5ul);
 }
 
-TEST_F(NatTest, ReaderParsesHandWrittenFiles) {
+TEST_F(NatTest, ReaderParsesHandWrittenFilesAndGivesNothingWithoutAFile) {
   const std::string file =
       "# leading comment\n"
       "top = before any section\n"
@@ -415,9 +385,7 @@ TEST_F(NatTest, ReaderParsesHandWrittenFiles) {
   ASSERT_TRUE(WriteFile("/tmp/hand.conf", file));
   globalConfig = "/tmp/hand.conf";
 
-  const struct {
-    const char *section, *key, *expected;
-  } kGets[] = {
+  const struct { const char *section, *key, *expected; } kGets[] = {
       {"host", "nbnsTimeout", "2"},
       {"HOST", "NBNSTIMEOUT", "2"},
       {"host", "quoted", "a b"},
@@ -446,12 +414,12 @@ TEST_F(NatTest, ReaderParsesHandWrittenFiles) {
   // The lister ends a value at a carriage return and gives comments.
   NatCfgIterator *items = NatCfgListItemsInit("host");
   ASSERT_NE(items, nullptr);
-  std::vector<std::string> listed;
+  V listed;
   char *value = nullptr, *comment = nullptr;
   for (char *key; (key = NatCfgListItems(items, &value, &comment));)
     listed.push_back(Take(key) + "|" + Take(value) + "|" + Take(comment));
   NatCfgListItemsDestroy(items);
-  EXPECT_EQ(listed, (std::vector<std::string>{
+  EXPECT_EQ(listed, (V{
                         "nbnsTimeout|2|",
                         "quoted|a b|the comment ",
                         "single|it|",
@@ -467,18 +435,17 @@ TEST_F(NatTest, ReaderParsesHandWrittenFiles) {
 
   NatCfgIterator *sections = NatCfgListSectionsInit();
   ASSERT_NE(sections, nullptr);
-  std::vector<std::string> names;
+  V names;
   for (char *name; (name = NatCfgListSections(sections));) names.push_back(Take(name));
   NatCfgListSectionsDestroy(sections);
-  EXPECT_EQ(names, (std::vector<std::string>{"Host", "hostx", "host ", "", "host"}));
+  EXPECT_EQ(names, (V{"Host", "hostx", "host ", "", "host"}));
 
   EXPECT_EQ(NatCfgGetItemLong("host", "empty", 5), 0ul);
   EXPECT_EQ(NatCfgGetItemLong("host", "missing", 5), 5ul);
   EXPECT_EQ(NatCfgGetItemLong("host", "big", 5), 5ul);
   EXPECT_EQ(NatCfgGetItemLong("host", "late", 5), 9ul);
-}
 
-TEST_F(NatTest, ReaderWithoutAFileGivesNothing) {
+  // Without a file there is nothing.
   for (const char *path : {static_cast<const char *>(nullptr), "/tmp/no-such.conf"}) {
     SCOPED_TRACE(path ? path : "null");
     globalConfig = path;
@@ -494,3 +461,4 @@ TEST_F(NatTest, ReaderWithoutAFileGivesNothing) {
 }
 
 }  // namespace
+}  // namespace nxc::test

@@ -6,63 +6,39 @@
 // and the log are private. Daemons detach and are reaped by the sandbox's
 // init, as on a host; TearDown kills whatever is left.
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/daemons.h"
-#include "support/db_fixture.h"
 
+namespace nxc::test {
 namespace {
 
-using nxc::test::ClearLog;
-using nxc::test::KillAllDaemons;
-using nxc::test::FileExists;
-using nxc::test::LogHas;
-using nxc::test::ReadFile;
-using nxc::test::Shell;
-using nxc::test::WriteFile;
 using V = std::vector<std::string>;
 
-using nxc::test::kStandinBinDir;
-constexpr const char *kStateDir = nxc::test::kStandinStateDir;
-constexpr const char *kBinDir = kStandinBinDir;
-constexpr const char *kDaemons[] = {"zynet-bridge", "zynet-netifup", "zynet-dhcpd", "zynet-natd"};
-
-V Lines(const std::string &text) {
-  V lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-// The arguments the stand-in was last started with as program name, with
-// the status descriptor (checked to be a number) shown as "<S>".
-V Argv(const std::string &name) {
-  V argv = Lines(ReadFile(std::string(kStateDir) + "/" + name + ".argv"));
-  if (argv.size() > 2 && argv[1] == "-s" &&
-      argv[2].find_first_not_of("0123456789") == std::string::npos)
-    argv[2] = "<S>";
-  return argv;
-}
-
-void SetMode(const std::string &name, const std::string &mode) {
-  ASSERT_TRUE(WriteFile(std::string(kStateDir) + "/" + name + ".mode", mode));
-}
+constexpr char kNatPid[] = "/var/run/zynet-natd-8.pid";
 
 bool IsAdapterSwitch(const std::string &arg) {
   return arg.size() > 2 && (arg.rfind("-e", 0) == 0 || arg.rfind("-i", 0) == 0);
+}
+
+// The arguments the stand-in was last started with as program name, with
+// the status descriptor (checked to be a number) shown as "<S>" and the
+// switches naming adapters, which come in any order, sorted.
+V Argv(const std::string &name) {
+  V argv = StandinArgv(name);
+  if (argv.size() > 2 && argv[1] == "-s" &&
+      argv[2].find_first_not_of("0123456789") == std::string::npos)
+    argv[2] = "<S>";
+  std::sort(std::find_if(argv.begin(), argv.end(), IsAdapterSwitch), argv.end());
+  return argv;
 }
 
 // The pid file a command line names.
@@ -71,10 +47,6 @@ std::string PidFileOf(const V &argv) {
     if (argv[i] == "-d" || argv[i] == "-pf") return argv[i + 1];
   return "";
 }
-
-pid_t PidIn(const std::string &pidFile) { return atoi(ReadFile(pidFile).c_str()); }
-
-bool Alive(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
 
 // A pid that no process has: a child that has been reaped.
 pid_t DeadPid() {
@@ -85,126 +57,80 @@ pid_t DeadPid() {
 }
 
 // The descriptors of this process that an exec would pass on.
-std::set<int> InheritableFds() {
-  std::set<int> fds;
+std::vector<int> InheritableFds() {
+  std::vector<int> fds;
   DIR *dir = opendir("/proc/self/fd");
-  if (!dir) return fds;
-  while (dirent *entry = readdir(dir)) {
-    int fd = atoi(entry->d_name);
-    if (entry->d_name[0] == '.' || fd == dirfd(dir)) continue;
-    int flags = fcntl(fd, F_GETFD);
-    if (flags >= 0 && !(flags & FD_CLOEXEC)) fds.insert(fd);
+  while (dirent *entry = dir ? readdir(dir) : nullptr) {
+    int fd = atoi(entry->d_name), flags = fcntl(fd, F_GETFD);
+    if (entry->d_name[0] != '.' && fd != dirfd(dir) && flags >= 0 && !(flags & FD_CLOEXEC))
+      fds.push_back(fd);
   }
-  closedir(dir);
+  if (dir) closedir(dir);
   return fds;
 }
 
-std::string FdTarget(pid_t pid, const std::string &fd) {
-  char target[512];
-  std::string link = "/proc/" + std::to_string(pid) + "/fd/" + fd;
-  ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
-  return n < 0 ? "?" : std::string(target, static_cast<size_t>(n));
+// Writes a pid file's contents; "" removes it.
+void SetPidFile(const std::string &path, const std::string &contents) {
+  (void)unlink(path.c_str());
+  if (!contents.empty()) {
+    ASSERT_TRUE(WriteFile(path, contents));
+  }
 }
 
-// BINDIR holds the stand-in under the four daemons' names; the stand-in's
-// state folder starts empty.
-class ServiceTest : public nxc::test::DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(nxc::test::InstallStandinDaemons());
-    harnessFds_ = InheritableFds();
-  }
-  void TearDown() override {
-    KillAllDaemons();
-    DbTest::TearDown();
-  }
-
-  void LoadDb(const std::string &records = "") {
-    WriteDb(records);
-    ASSERT_TRUE(Load());
-    ClearLog();
-  }
-
-  std::set<int> harnessFds_;
-};
+using ServiceTest = DaemonTest;
 
 TEST_F(ServiceTest, TablesAndPidFileNames) {
-  LoadDb();
-  const struct {
-    uint32_t id;
-    const char *desc;
-    uint32_t option;
-    const char *pidFile;  // of vnet 8
-  } cases[] = {
-      {0, "", 0, nullptr},
-      {1, "Bridge", 1, "/var/run/zynet-bridge-8.pid"},
-      {2, "Netifup", 4, "/var/run/zynet-netifup-zynet8.pid"},
-      {3, "DHCP", 2, "/var/run/zynet-dhcpd-zynet8.pid"},
-      {4, "NAT", 3, "/var/run/zynet-natd-8.pid"},
-      {5, "", 0, nullptr},
-  };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.id);
-    EXPECT_STREQ(NXCLookupDescStringForServiceID(c.id), c.desc);
-    EXPECT_EQ(NXCLookupConfigOptionForServiceID(c.id), c.option);
+  LoadWith("");
+  std::string table;
+  for (uint32_t id = 0; id <= 5; ++id)
+    table += std::string(NXCLookupDescStringForServiceID(id)) + ":" +
+             std::to_string(NXCLookupConfigOptionForServiceID(id)) + " ";
+  EXPECT_EQ(table, ":0 Bridge:1 Netifup:4 DHCP:2 NAT:3 :0 ");
+  for (uint32_t id : {0u, 5u}) {
     char *path = nullptr;
-    const char *desc = nullptr;
-    EXPECT_EQ(NXCGetPidFilename(8, c.id, &path, &desc), c.pidFile != nullptr);
-    if (c.pidFile) {
-      EXPECT_EQ(std::string(path), c.pidFile);
-      EXPECT_STREQ(desc, c.desc);
-    } else {
-      EXPECT_TRUE(LogHas("NXCGetPidFilename - Invalid service name: " + std::to_string(c.id)));
-    }
-    free(path);
+    EXPECT_FALSE(NXCGetPidFilename(8, id, &path, nullptr));
+    EXPECT_TRUE(LogHas("NXCGetPidFilename - Invalid service name: " + std::to_string(id)));
   }
+  // Without program answers the daemon's own name is used.
+  char *path = nullptr;
+  const char *desc = nullptr;
+  ASSERT_TRUE(NXCGetPidFilename(8, NXC_SERVICE_BRIDGE, &path, &desc));
+  EXPECT_EQ(std::string(path) + " " + desc, "/var/run/zynet-bridge-8.pid Bridge");
+  free(path);
   EXPECT_TRUE(LogHas("Cannot find BRIDGE_PROGRAM value in Vnet Config"));
-  EXPECT_TRUE(LogHas("Cannot find NAT_PROGRAM value in Vnet Config"));
 
   // The program answers and RUNDIR name the pid files.
   ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "RUNDIR", "/run/svc"));
   ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "DHCP_PROGRAM", "dhcp"));
-  char *path = nullptr;
-  ASSERT_TRUE(NXCGetPidFilename(3, NXC_SERVICE_DHCP, &path, nullptr));
-  EXPECT_STREQ(path, "/run/svc/dhcp-zynet3.pid");
+  ASSERT_TRUE(NXCGetPidFilename(3, NXC_SERVICE_DHCP, &path, &desc));
+  EXPECT_EQ(std::string(path) + " " + desc, "/run/svc/dhcp-zynet3.pid DHCP");
   free(path);
 }
 
 TEST_F(ServiceTest, ExtractPidFromFile) {
-  LoadDb();
-  const struct {
-    const char *contents;  // null: no file
-    int32_t pid;
-  } cases[] = {
+  LoadWith("");
+  const std::pair<const char *, int32_t> cases[] = {
       {nullptr, 0}, {"1234\n", 1234}, {"77", 77},   {"1234\nmore\n", 1234}, {"abc\n", 0},   {"", 0},
       {"-5\n", 0},  {"0x10\n", 0},    {" 12\n", 0}, {"4294967295\n", 0},    {"12 34\n", 0},
   };
   const std::string file = "/run/test.pid";
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.contents ? c.contents : "<no file>");
+  for (const auto &[contents, pid] : cases) {
+    SCOPED_TRACE(contents ? contents : "<no file>");
     (void)unlink(file.c_str());
-    if (c.contents) {
-      ASSERT_TRUE(WriteFile(file, c.contents));
+    if (contents) {
+      ASSERT_TRUE(WriteFile(file, contents));
     }
-    bool missing = c.contents != nullptr;  // the opposite of what it should become
-    EXPECT_EQ(NXCExtractPidFromFile(file.c_str(), &missing), c.pid);
-    EXPECT_EQ(missing, c.contents == nullptr);
+    bool missing = contents != nullptr;  // the opposite of what it should become
+    EXPECT_EQ(NXCExtractPidFromFile(file.c_str(), &missing), pid);
+    EXPECT_EQ(missing, contents == nullptr);
   }
   EXPECT_TRUE(
       LogHas("Could not open the PID file: /run/test.pid, error: No such file or directory"));
 }
 
 TEST_F(ServiceTest, StartPassesEachDaemonItsCommandLine) {
-  const std::string bin = std::string(kBinDir) + "/";
-  const struct {
-    const char *name;
-    uint32_t vnet;
-    uint32_t id;
-    std::string records;
-    V argv;  // switches naming adapters come in any order and are compared sorted
-  } cases[] = {
+  const std::string bin = std::string(kStandinBinDir) + "/";
+  const struct { const char *name; uint32_t vnet, id; std::string records; V argv; } cases[] = {
       {"bridge on the default bridge: adapters mapped elsewhere", 0, 1,
        "add_bridge_mapping ethB 2\nadd_bridge_mapping ethC -1\nadd_bridge_mapping ethD 0\n",
        V{bin + "zynet-bridge", "-s", "<S>", "-d", "/var/run/zynet-bridge-0.pid", "-n", "0",
@@ -226,43 +152,38 @@ TEST_F(ServiceTest, StartPassesEachDaemonItsCommandLine) {
        V{bin + "zynet-dhcpd", "-s", "<S>", "-cf", "/etc/zymtra/zynet8/dhcpd/dhcpd.conf", "-lf",
          "/etc/zymtra/zynet8/dhcpd/dhcpd.leases", "-pf", "/var/run/zynet-dhcpd-zynet8.pid",
          "zynet8"}},
-      {"nat", 8, 4, "",
-       V{bin + "zynet-natd", "-s", "<S>", "-d", "/var/run/zynet-natd-8.pid", "-m",
-         "/etc/zymtra/zynet8/nat.mac", "-c", "/etc/zymtra/zynet8/nat/nat.conf"}},
       {"answers name only the pid file", 8, 4,
        "answer NAT_PROGRAM natpid\nanswer RUNDIR /run/svc\n",
        V{bin + "zynet-natd", "-s", "<S>", "-d", "/run/svc/natpid-8.pid", "-m",
+         "/etc/zymtra/zynet8/nat.mac", "-c", "/etc/zymtra/zynet8/nat/nat.conf"}},
+      {"nat", 8, 4, "",
+       V{bin + "zynet-natd", "-s", "<S>", "-d", "/var/run/zynet-natd-8.pid", "-m",
          "/etc/zymtra/zynet8/nat.mac", "-c", "/etc/zymtra/zynet8/nat/nat.conf"}},
   };
   ASSERT_EQ(Shell("mkdir -p /run/svc"), 0);
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    LoadDb(c.records);
+    Reload(c.records);
     ASSERT_TRUE(NXCServiceStart(c.vnet, c.id));
-    std::string program = c.argv[0].substr(bin.size());
-    V argv = Argv(program);
-    std::sort(std::find_if(argv.begin(), argv.end(), IsAdapterSwitch), argv.end());
-    EXPECT_EQ(argv, c.argv);
-
-    // The log shows the command line, the child's set-up and the report.
-    EXPECT_TRUE(LogHas("NXCServiceStart -  Entering Function, NXCServiceStart:"));
-    EXPECT_TRUE(LogHas("Fork and exec command: " + c.argv[0]));
-    for (size_t i = 0; i < c.argv.size() && !IsAdapterSwitch(c.argv[i]); ++i)
-      if (i != 2) {
-        EXPECT_TRUE(LogHas("Argument: " + std::to_string(i) + ", " + c.argv[i])) << i;
-      }
-    EXPECT_TRUE(LogHas("Duping Fds status 1, 2"));
-    EXPECT_TRUE(LogHas("Child process started"));
-    EXPECT_TRUE(LogHas("reported error: none"));
-    EXPECT_TRUE(LogHas("Child process wrote status value: 0"));
-    EXPECT_TRUE(Alive(PidIn(PidFileOf(c.argv))));
+    EXPECT_EQ(Argv(c.argv[0].substr(bin.size())), c.argv);
+    EXPECT_TRUE(Alive(PidInFile(PidFileOf(c.argv).c_str())));
     KillAllDaemons();
   }
+  // The log shows the command line, the child's set-up and the report.
+  const V &nat = cases[std::size(cases) - 1].argv;
+  EXPECT_TRUE(LogHas("NXCServiceStart -  Entering Function, NXCServiceStart:"));
+  EXPECT_TRUE(LogHas("Fork and exec command: " + nat[0]));
+  for (size_t i = 0; i < nat.size(); ++i)
+    if (i != 2) {
+      EXPECT_TRUE(LogHas("Argument: " + std::to_string(i) + ", " + nat[i])) << i;
+    }
+  for (const char *line : {"Duping Fds status 1, 2", "Child process started",
+                           "reported error: none", "Child process wrote status value: 0"})
+    EXPECT_TRUE(LogHas(line)) << line;
 }
 
 TEST_F(ServiceTest, StartFailsWithoutAReport) {
-  LoadDb();
+  LoadWith("");
   const struct {
     const char *name;
     uint32_t id;
@@ -282,9 +203,9 @@ TEST_F(ServiceTest, StartFailsWithoutAReport) {
     SCOPED_TRACE(c.name);
     ClearLog();
     if (c.mode) {
-      SetMode("zynet-natd", c.mode);
+      SetStandinMode("zynet-natd", c.mode);
     } else {
-      ASSERT_EQ(unlink((std::string(kBinDir) + "/zynet-natd").c_str()), 0);
+      ASSERT_EQ(unlink((std::string(kStandinBinDir) + "/zynet-natd").c_str()), 0);
     }
     EXPECT_FALSE(NXCServiceStart(8, c.id));
     EXPECT_TRUE(LogHas(c.line));
@@ -292,18 +213,19 @@ TEST_F(ServiceTest, StartFailsWithoutAReport) {
   }
 }
 
-TEST_F(ServiceTest, StatusFollowsThePidFile) {
-  LoadDb();
-  const std::string pidFile = "/var/run/zynet-natd-8.pid";
+TEST_F(ServiceTest, StatusAndStopFollowThePidFile) {
+  LoadWith("");
   ASSERT_TRUE(NXCServiceStart(8, NXC_SERVICE_NAT));
-  pid_t running = PidIn(pidFile);
-  pid_t dead = DeadPid();
+  const pid_t running = PidInFile(kNatPid), dead = DeadPid();
+  ASSERT_TRUE(Alive(running));
+  ASSERT_GT(dead, 0);
+  ASSERT_FALSE(Alive(dead));
   const struct {
     const char *name;
     std::string contents;  // "": no pid file
     uint32_t status;
     std::string line;
-  } cases[] = {
+  } statuses[] = {
       {"running", std::to_string(running) + "\n", NXC_SERVICE_RUNNING,
        "Successfully tracked NAT daemon on vnet: 8, pid: " + std::to_string(running)},
       {"no pid file", "", NXC_SERVICE_NOT_RUNNING, "Could not extract PID of NAT"},
@@ -311,121 +233,96 @@ TEST_F(ServiceTest, StatusFollowsThePidFile) {
       {"stale pid", std::to_string(dead) + "\n", NXC_SERVICE_NOT_RUNNING,
        "pid: " + std::to_string(dead) + " for NAT service daemon on vnet: 8 is stale"},
   };
-  for (const auto &c : cases) {
+  for (const auto &c : statuses) {
     SCOPED_TRACE(c.name);
     ClearLog();
-    (void)unlink(pidFile.c_str());
-    if (!c.contents.empty()) {
-      ASSERT_TRUE(WriteFile(pidFile, c.contents));
-    }
+    SetPidFile(kNatPid, c.contents);
     EXPECT_EQ(NXCServiceStatus(8, NXC_SERVICE_NAT), c.status);
     EXPECT_TRUE(LogHas(c.line));
-    EXPECT_EQ(FileExists(pidFile), !c.contents.empty()) << "status leaves the pid file alone";
+    EXPECT_EQ(FileExists(kNatPid), !c.contents.empty()) << "status leaves the pid file alone";
   }
   EXPECT_EQ(NXCServiceStatus(8, 7), NXC_SERVICE_STATUS_UNKNOWN);
-}
 
-TEST_F(ServiceTest, StopTerminatesAndRemovesThePidFile) {
-  LoadDb();
-  const std::string pidFile = "/var/run/zynet-natd-8.pid";
-  ASSERT_TRUE(NXCServiceStart(8, NXC_SERVICE_NAT));
-  pid_t pid = PidIn(pidFile);
-  ASSERT_TRUE(Alive(pid));
-  EXPECT_TRUE(NXCServiceStop(8, NXC_SERVICE_NAT));
-  EXPECT_TRUE(LogHas("Successfully killed NAT service daemon, pid: " + std::to_string(pid)));
-  EXPECT_FALSE(Alive(pid));
-  EXPECT_FALSE(FileExists(pidFile));
-  EXPECT_EQ(NXCServiceStatus(8, NXC_SERVICE_NAT), NXC_SERVICE_NOT_RUNNING);
-
-  pid_t dead = DeadPid();
   const struct {
     const char *name;
-    std::string contents;  // "": no pid file
+    std::string contents;
     bool result;
-    const char *line;
+    std::string line;
     bool pidFileKept;
-  } cases[] = {
+  } stops[] = {
+      {"running", std::to_string(running) + "\n", true,
+       "Successfully killed NAT service daemon, pid: " + std::to_string(running), false},
       {"no pid file", "", true, "Could not extract PID of NAT", false},
       {"garbage", "abc\n", false, "Could not extract PID of NAT", true},
       {"stale pid", std::to_string(dead) + "\n", true,
        "NAT service daemon does not seem to be running, pid: ", false},
   };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto &c : stops) {
+    SCOPED_TRACE(std::string("stop: ") + c.name);
     ClearLog();
-    if (!c.contents.empty()) {
-      ASSERT_TRUE(WriteFile(pidFile, c.contents));
-    }
+    SetPidFile(kNatPid, c.contents);
     EXPECT_EQ(NXCServiceStop(8, NXC_SERVICE_NAT), c.result);
     EXPECT_TRUE(LogHas(c.line));
-    EXPECT_FALSE(LogHas("Successfully killed"));
-    EXPECT_EQ(FileExists(pidFile), c.pidFileKept);
-    (void)unlink(pidFile.c_str());
+    EXPECT_EQ(FileExists(kNatPid), c.pidFileKept);
+    EXPECT_EQ(LogHas("Successfully killed"), &c == &stops[0]);
   }
+  EXPECT_FALSE(Alive(running));
 }
 
 TEST_F(ServiceTest, StopKillsADaemonThatIgnoresTerm) {
-  LoadDb();
-  SetMode("zynet-bridge", "ignore-term");
+  LoadWith("");
+  SetStandinMode("zynet-bridge", "ignore-term");
   ASSERT_TRUE(NXCServiceStart(3, NXC_SERVICE_BRIDGE));
-  pid_t pid = PidIn("/var/run/zynet-bridge-3.pid");
+  pid_t pid = PidInFile("/var/run/zynet-bridge-3.pid");
   ASSERT_TRUE(Alive(pid));
   timespec begin, end;
   clock_gettime(CLOCK_MONOTONIC, &begin);
-  EXPECT_TRUE(NXCServiceStop(3, NXC_SERVICE_BRIDGE));  // the kill signal ends it
+  EXPECT_TRUE(NXCServiceStop(3, NXC_SERVICE_BRIDGE));
   clock_gettime(CLOCK_MONOTONIC, &end);
-  double seconds = (end.tv_sec - begin.tv_sec) + (end.tv_nsec - begin.tv_nsec) / 1e9;
-  EXPECT_GE(seconds, 3.0);  // TERM was given its full time
+  EXPECT_GE((end.tv_sec - begin.tv_sec) + (end.tv_nsec - begin.tv_nsec) / 1e9, 3.0)
+      << "TERM was given its full time";
   EXPECT_TRUE(LogHas("Timeout expired while waiting for Bridge service daemon, pid: " +
                      std::to_string(pid) + " to quit"));
-  EXPECT_TRUE(nxc::test::WaitGone(pid, 2000));  // the kill signal ended it
+  EXPECT_TRUE(WaitGone(pid, 2000));  // the kill signal ended it
   EXPECT_FALSE(FileExists("/var/run/zynet-bridge-3.pid"));
 }
 
 TEST_F(ServiceTest, RestartChoices) {
-  const std::string pidFile = "/var/run/zynet-natd-8.pid";
   const struct {
     const char *name;
-    bool running;
-    bool configured;  // the vnet uses NAT
-    bool startIfStopped;
-    bool result;
-    int wasRunning, isRunning;  // -1: left alone
+    bool running, configured, startIfStopped;  // configured: the vnet uses NAT
+    int wasRunning, isRunning;                 // -1: left alone
     bool runningAfter;
     const char *line;
   } cases[] = {
-      {"stopped, left stopped", false, true, false, true, 0, -1, false,
+      {"stopped, left stopped", false, true, false, 0, -1, false,
        "Service: 4 is not running on vnet: 8"},
-      {"stopped, started", false, true, true, true, 0, 1, true,
-       "Service: 4 is not running on vnet: 8"},
-      {"stopped, not configured", false, false, true, true, 0, 0, false,
+      {"stopped, started", false, true, true, 0, 1, true, "Service: 4 is not running on vnet: 8"},
+      {"stopped, not configured", false, false, true, 0, 0, false,
        "Service: 4 could not be restarted since it is not configured for vnet: 8"},
-      {"running, restarted", true, true, false, true, 1, 1, true, "Successfully killed"},
-      {"running, not configured: only stopped", true, false, false, true, 1, 0, false,
+      {"running, restarted", true, true, false, 1, 1, true, "Successfully killed"},
+      {"running, not configured: only stopped", true, false, false, 1, 0, false,
        "Service: 4 could not be restarted since it is not configured for vnet: 8"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
-    UnloadAll(false);
-    LoadDb(c.configured ? "answer VNET_8_NAT yes\n" : "");
-    (void)unlink(pidFile.c_str());
+    Reload(c.configured ? "answer VNET_8_NAT yes\n" : "");
+    (void)unlink(kNatPid);
     pid_t before = 0;
     if (c.running) {
       ASSERT_TRUE(NXCServiceStart(8, NXC_SERVICE_NAT));
-      before = PidIn(pidFile);
+      before = PidInFile(kNatPid);
     }
     // Each output starts as the opposite of what it should become; one that
     // must be left alone starts true.
-    bool wasRunning = c.wasRunning != 1;
-    bool isRunning = c.isRunning != 1;
+    bool wasRunning = c.wasRunning != 1, isRunning = c.isRunning != 1;
     ClearLog();
-    EXPECT_EQ(NXCRestartService(8, NXC_SERVICE_NAT, &wasRunning, &isRunning, c.startIfStopped),
-              c.result);
+    EXPECT_TRUE(NXCRestartService(8, NXC_SERVICE_NAT, &wasRunning, &isRunning, c.startIfStopped));
     EXPECT_EQ(wasRunning, c.wasRunning != 0);
     EXPECT_EQ(isRunning, c.isRunning != 0);
     EXPECT_TRUE(LogHas(c.line));
-    pid_t after = PidIn(pidFile);
-    EXPECT_EQ(after > 0 && Alive(after), c.runningAfter);
+    pid_t after = PidInFile(kNatPid);
+    EXPECT_EQ(Alive(after), c.runningAfter);
     if (c.running) {
       EXPECT_NE(after, before);
       EXPECT_FALSE(Alive(before));
@@ -433,13 +330,12 @@ TEST_F(ServiceTest, RestartChoices) {
     KillAllDaemons();
   }
 
-  UnloadAll(false);
-  LoadDb("answer VNET_8_NAT yes\n");
-  ASSERT_TRUE(WriteFile(pidFile, "abc\n"));
+  Reload("answer VNET_8_NAT yes\n");
+  ASSERT_TRUE(WriteFile(kNatPid, "abc\n"));
   EXPECT_FALSE(NXCRestartService(8, NXC_SERVICE_NAT, nullptr, nullptr, true));
   EXPECT_TRUE(LogHas("Cannot determine status of service: 4 on vnet: 8"));
-  (void)unlink(pidFile.c_str());
-  SetMode("zynet-natd", "exit");
+  (void)unlink(kNatPid);
+  SetStandinMode("zynet-natd", "exit");
   EXPECT_FALSE(NXCRestartService(8, NXC_SERVICE_NAT, nullptr, nullptr, true));
   EXPECT_TRUE(LogHas("Failed to start service: 4 for vnet: 8"));
   EXPECT_FALSE(NXCRestartService(8, 0, nullptr, nullptr, true));
@@ -447,40 +343,36 @@ TEST_F(ServiceTest, RestartChoices) {
 }
 
 TEST_F(ServiceTest, DaemonInheritsOnlyItsStandardDescriptors) {
-  LoadDb();
+  const std::vector<int> harness = InheritableFds();  // not the library's
+  LoadWith("");
   // A change in progress holds the database lock as well as the open file.
   ASSERT_TRUE(NXCNetCfgLockConfig(nullptr));
   ASSERT_TRUE(NXCServiceStart(8, NXC_SERVICE_NAT));
   ASSERT_TRUE(NXCNetCfgUnlockConfig(nullptr));
-  pid_t pid = PidIn("/var/run/zynet-natd-8.pid");
+  pid_t pid = PidInFile(kNatPid);
   ASSERT_TRUE(Alive(pid));
-
-  std::string fdDir = "/proc/" + std::to_string(pid) + "/fd";
-  DIR *dir = opendir(fdDir.c_str());
-  ASSERT_NE(dir, nullptr);
-  V fds;
-  while (dirent *entry = readdir(dir))
-    if (entry->d_name[0] != '.') fds.push_back(entry->d_name);
-  closedir(dir);
   // The status pipe's write end may still be open: the daemon closes it
   // only after its report, which is what the start waited for.
-  V argv = Lines(ReadFile(std::string(kStateDir) + "/zynet-natd.argv"));
+  V argv = StandinArgv("zynet-natd");
   ASSERT_GT(argv.size(), 2u);
-  for (const std::string &fd : fds) {
-    std::string target = FdTarget(pid, fd);
-    int n = atoi(fd.c_str());
-    if (n == 1 || n == 2) {
-      EXPECT_EQ(target, nxc::test::kLogPath) << "fd " << fd;
+  const std::string fdDir = "/proc/" + std::to_string(pid) + "/fd/";
+  for (const std::string &fd : SplitLines(CommandOutput("ls " + fdDir))) {
+    char target[512] = "";
+    ssize_t n = readlink((fdDir + fd).c_str(), target, sizeof target - 1);
+    const std::string to(target, n > 0 ? static_cast<size_t>(n) : 0);
+    int number = atoi(fd.c_str());
+    if (number == 1 || number == 2) {
+      EXPECT_EQ(to, kLogPath) << "fd " << fd;
     } else if (fd == argv[2]) {
-      EXPECT_EQ(target.rfind("pipe:", 0), 0u) << target;
-    } else if (n != 0 && !harnessFds_.count(n)) {
-      ADD_FAILURE() << "daemon inherited fd " << fd << " -> " << target;
+      EXPECT_EQ(to.rfind("pipe:", 0), 0u) << to;
+    } else if (number != 0 && std::count(harness.begin(), harness.end(), number) == 0) {
+      ADD_FAILURE() << "daemon inherited fd " << fd << " -> " << to;
     }
   }
 }
 
 TEST_F(ServiceTest, RemovingBridgeMappingsRestartsTheDefaultBridge) {
-  LoadDb("add_bridge_mapping ethB 2\n");
+  LoadWith("add_bridge_mapping ethB 2\n");
   // Not running: the restart leaves it stopped and succeeds.
   EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
   EXPECT_FALSE(FileExists("/var/run/zynet-bridge-0.pid"));
@@ -488,16 +380,17 @@ TEST_F(ServiceTest, RemovingBridgeMappingsRestartsTheDefaultBridge) {
   ASSERT_TRUE(NXCSetBridgeMappingForAdapter("ethB", 2));
   ASSERT_TRUE(NXCServiceStart(0, NXC_SERVICE_BRIDGE));
   EXPECT_EQ(Argv("zynet-bridge").back(), "-eethB");
-  pid_t before = PidIn("/var/run/zynet-bridge-0.pid");
+  pid_t before = PidInFile("/var/run/zynet-bridge-0.pid");
   EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
   // ethB now belongs to the default bridge, whose daemon runs anew without
   // excluding it.
-  pid_t after = PidIn("/var/run/zynet-bridge-0.pid");
+  pid_t after = PidInFile("/var/run/zynet-bridge-0.pid");
   EXPECT_NE(after, before);
   EXPECT_TRUE(Alive(after));
-  EXPECT_EQ(Argv("zynet-bridge"), (V{std::string(kBinDir) + "/zynet-bridge", "-s", "<S>", "-d",
-                                     "/var/run/zynet-bridge-0.pid", "-n", "0"}));
+  EXPECT_EQ(Argv("zynet-bridge"), (V{std::string(kStandinBinDir) + "/zynet-bridge", "-s", "<S>",
+                                     "-d", "/var/run/zynet-bridge-0.pid", "-n", "0"}));
   EXPECT_FALSE(LogHas("Failed to restart bridge service"));
 }
 
 }  // namespace
+}  // namespace nxc::test

@@ -2,126 +2,46 @@
 // answers, automatic subnets probed with the (stand-in) ping program, and the
 // host adapters each vnet bridges.
 //
-// Runs in the private sandbox: /etc/zymtra, /run and /var/log are private
-// and the network namespace holds only what a test creates. The subnet
-// tables live for the whole process, so every test that builds them runs in
-// a forked child, which starts from empty tables, loads the library itself
-// and reports back through a pipe.
-#include <errno.h>
+// Runs in the private sandbox. The subnet tables live for the whole process,
+// so every test that builds them runs in a forked child, which starts from
+// empty tables, loads the library itself and reports back.
 #include <gtest/gtest.h>
-#include <string.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <functional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "nexcfg_internal.h"
-#include "support/sandbox.h"
-#include "support/test_util.h"
+#include "support/daemons.h"
+#include "support/db_fixture.h"
 #include "vnet/subnet_priv.h"
 
+namespace nxc::test {
 namespace {
 
-using nxc::test::ClearLog;
-using nxc::test::LogCount;
-using nxc::test::LogHas;
-using nxc::test::ReadFile;
-using nxc::test::Shell;
-using nxc::test::WriteFile;
+using V = std::vector<std::string>;
 
-constexpr char kZymtraDir[] = "/etc/zymtra";
-constexpr char kDbPath[] = "/etc/zymtra/networking";
-constexpr char kConfigPath[] = "/etc/zymtra/config";
-constexpr char kPingDir[] = "/run/zymtra-ping";
-constexpr char kPingCalls[] = "/run/zymtra-ping/calls";
-constexpr char kPingCodes[] = "/run/zymtra-ping/exit-codes";
-// Every level, so that trace lines can be checked.
-constexpr char kDbHead[] = "VERSION=1,0\nanswer NXC_LOGLEVEL 0x7f\n";
-
-std::vector<std::string> Lines(const std::string &text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-std::vector<std::string> PingCalls() { return Lines(ReadFile(kPingCalls)); }
-
-// The address a recorded ping call was given after "-b".
-std::string PingedAddress(const std::string &call) {
-  std::istringstream in(call);
-  for (std::string word; in >> word;)
-    if (word == "-b" && in >> word) return word;
-  return "";
-}
-
-std::string Answer(const std::string &key) {
-  const char *value = nullptr;
-  if (!NXC_VnetCfgGetAnswer(key.c_str(), &value) || !value) return "<absent>";
-  return value;
-}
-
-// Runs body in a forked child, whose subnet tables start empty, and returns
-// the lines it reported. The child leaves with _exit, so nothing of it runs
-// twice.
-std::vector<std::string> InChild(const std::function<void(std::vector<std::string> *)> &body) {
-  constexpr char kReport[] = "/run/zymtra-ping/report";
-  (void)unlink(kReport);
-  fflush(nullptr);
-  pid_t pid = fork();
-  if (pid == 0) {
-    std::vector<std::string> report;
-    body(&report);
-    std::string text;
-    for (const auto &line : report) text += line + "\n";
-    _exit(WriteFile(kReport, text) ? 0 : 1);
-  }
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    return {"child failed"};
-  return Lines(ReadFile(kReport));
-}
-
-class VnetModelTest : public testing::Test {
+class VnetModelTest : public DbTest {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(nxc::test::InSandbox());
-    ASSERT_EQ(Shell(std::string("rm -rf /etc/zymtra/* ") + kPingDir + " && mkdir -p " + kPingDir),
-              0);
-    WriteConfig();
-    ClearLog();
+    DbTest::SetUp();
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(InstallStandinPing());
   }
-  void TearDown() override {
-    if (loaded_) NXC_Unload();
+  // The answers of keys, joined with blanks.
+  std::string Answers(std::initializer_list<const char *> keys) const {
+    std::string out;
+    for (const char *key : keys) out += (out.empty() ? "" : " ") + Answer(key);
+    return out;
   }
-
-  static void WriteConfig() {
-    ASSERT_TRUE(
-        WriteFile(kConfigPath, std::string("bindir = \"") + nxc::test::StandinDir() + "\"\n"));
-  }
-  // Writes the database with the given answer lines and loads the library.
-  void Load(const std::string &records = "") {
-    ASSERT_TRUE(WriteFile(kDbPath, kDbHead + records));
-    ASSERT_TRUE(NXC_Load(0));
-    loaded_ = true;
-  }
-  static void SetPingExitCodes(const std::string &codes) {
-    ASSERT_TRUE(WriteFile(kPingCodes, codes));
-  }
-
-  bool loaded_ = false;
 };
 
 // ---- Settings stored as answers ------------------------------------------
 
 TEST_F(VnetModelTest, FieldSettersUseTheirOwnKeysAndWriteThrough) {
-  Load();
+  LoadWith("");
   const std::pair<bool (*)(uint32_t, const char *), const char *> setters[] = {
       {NXCSetVnetDisplayName, "VNET_17_DISPLAY_NAME"},
       {NXCSetVnetSubnetAddr, "VNET_17_HOSTONLY_SUBNET"},
@@ -134,12 +54,12 @@ TEST_F(VnetModelTest, FieldSettersUseTheirOwnKeysAndWriteThrough) {
     SCOPED_TRACE(key);
     ASSERT_TRUE(set(17, "v1"));
     EXPECT_EQ(Answer(key), "v1");
-    EXPECT_NE(ReadFile(kDbPath).find(std::string("answer ") + key + " v1\n"), std::string::npos);
+    EXPECT_NE(DbText().find(std::string("answer ") + key + " v1\n"), std::string::npos);
   }
 }
 
 TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
-  Load("answer VNET_3_NOTE abcdef\n");
+  LoadWith("answer VNET_3_NOTE abcdef\n");
   for (size_t capacity : {7, 100, 6, 1}) {
     SCOPED_TRACE(capacity);
     const bool fits = capacity >= 7;
@@ -164,13 +84,8 @@ TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
 }
 
 TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
-  Load("answer VNET_2_VIRTUAL_ADAPTER_NAME hostnet5\n");
-  struct Case {
-    uint32_t vnet;
-    size_t size;
-    bool ok;
-    const char *name;
-  } const cases[] = {
+  LoadWith("answer VNET_2_VIRTUAL_ADAPTER_NAME hostnet5\n");
+  struct Case { uint32_t vnet; size_t size; bool ok; const char *name; } const cases[] = {
       {8, 20, true, "zynet8"},    {200, 20, true, "zynet200"}, {2, 9, true, "hostnet5"},
       {2, 8, false, "untouched"},  // a stored name that does not fit fails
       {8, 4, true, "zyn"},         // the default is cut to the buffer
@@ -183,121 +98,52 @@ TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
   }
 }
 
-TEST_F(VnetModelTest, SwitchesDifferInWhatAFailedCleanUpMeans) {
-  // Clean-up removes the service's parameters; what a failed clean-up
-  // means is covered with a full disk below.
-  Load(
+TEST_F(VnetModelTest, SwitchingOffWithCleanUpRemovesTheServicesSettings) {
+  LoadWith(
       "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP yes\nanswer VNET_3_NAT yes\n"
       "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
       "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n"
       "answer VNET_4_VIRTUAL_ADAPTER yes\nanswer VNET_4_VIRTUAL_ADAPTER_ADDR 10.0.4.1\n"
       "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n");
-  struct Case {
-    const char *name;
-    std::function<bool()> call;
-    bool result;
-    std::vector<std::string> keys;
-    const char *answers;  // the keys' answers, joined
-    const char *logLine;
-  } const cases[] = {
-      {"dhcp without clean-up",
-       [] { return NXCSetVnetUseDHCP(1, false, false); },
-       true,
-       {"VNET_1_DHCP"},
-       "no",
-       "DHCP set to 0 in vnet config for vnet: 1"},
-      {"dhcp clean-up removes the parameters",
-       [] { return NXCSetVnetUseDHCP(2, false, true); },
-       true,
-       {"VNET_2_DHCP", "VNET_2_DHCP_PARAM_LEASE_START_IP"},
-       "no<absent>",
-       "DHCP set to 0 in vnet config for vnet: 2"},
-      {"nat clean-up removes the parameters",
-       [] { return NXCSetVnetUseNAT(3, false, true); },
-       true,
-       {"VNET_3_NAT", "VNET_3_NAT_PARAM_UDP_TIMEOUT"},
-       "no<absent>",
-       "NAT set to 0 in vnet config for vnet: 3"},
-      {"adapter clean-up removes address and name",
-       [] { return NXCSetVnetUseAdapter(4, false, true); },
-       true,
-       {"VNET_4_VIRTUAL_ADAPTER", "VNET_4_VIRTUAL_ADAPTER_ADDR", "VNET_4_VIRTUAL_ADAPTER_NAME"},
-       "no<absent><absent>",
-       "VIRTUAL_ADAPTER set to 0 in vnet config for vnet: 4"},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.name);
-    ClearLog();
-    EXPECT_EQ(c.call(), c.result);
-    std::string answers;
-    for (const auto &key : c.keys) answers += Answer(key);
-    EXPECT_EQ(answers, c.answers);
-    EXPECT_TRUE(LogHas(c.logLine));
-  }
+  EXPECT_TRUE(NXCSetVnetUseDHCP(1, false, false));
+  EXPECT_TRUE(NXCSetVnetUseDHCP(2, false, true));
+  EXPECT_TRUE(NXCSetVnetUseNAT(3, false, true));
+  EXPECT_TRUE(NXCSetVnetUseAdapter(4, false, true));
+  EXPECT_EQ(Answers({"VNET_1_DHCP", "VNET_2_DHCP", "VNET_2_DHCP_PARAM_LEASE_START_IP", "VNET_3_NAT",
+                     "VNET_3_NAT_PARAM_UDP_TIMEOUT", "VNET_4_VIRTUAL_ADAPTER",
+                     "VNET_4_VIRTUAL_ADAPTER_ADDR", "VNET_4_VIRTUAL_ADAPTER_NAME"}),
+            "no no <absent> no <absent> no <absent> <absent>");
+  for (const char *line : {"DHCP set to 0 in vnet config for vnet: 1",
+                           "DHCP set to 0 in vnet config for vnet: 2",
+                           "NAT set to 0 in vnet config for vnet: 3",
+                           "VIRTUAL_ADAPTER set to 0 in vnet config for vnet: 4"})
+    EXPECT_TRUE(LogHas(line)) << line;
 }
 
-// A tmpfs over /etc/zymtra that a test fills up, so that the next record
-// appended to the database file finds no room.
-class FullDatabaseDiskTest : public VnetModelTest {
- protected:
-  void SetUp() override {
-    VnetModelTest::SetUp();
-    ASSERT_EQ(mount("tmpfs", kZymtraDir, "tmpfs", 0, "size=64k"), 0) << strerror(errno);
-    mounted_ = true;
-    WriteConfig();
-  }
-  void TearDown() override {
-    (void)unlink("/etc/zymtra/filler");
-    VnetModelTest::TearDown();
-    if (mounted_) {
-      EXPECT_EQ(umount(kZymtraDir), 0) << strerror(errno);
-    }
-  }
-  // Loads a database that fills its last page exactly, then fills the disk.
-  void LoadAndFillDisk(const std::string &records) {
-    std::string text = kDbHead + records;
-    const std::string pad = "answer PAD ";
-    size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    ASSERT_LT(text.size() + pad.size() + 2, page);
-    text += pad + std::string(page - text.size() - pad.size() - 1, 'x') + "\n";
-    ASSERT_TRUE(WriteFile(kDbPath, text));
-    ASSERT_TRUE(NXC_Load(0));
-    loaded_ = true;
-    (void)Shell("dd if=/dev/zero of=/etc/zymtra/filler bs=4096 >/dev/null 2>&1");
-  }
-  bool mounted_ = false;
-};
-
-TEST_F(FullDatabaseDiskTest, AdapterCleanUpStopsAtTheFailedAddressRemoval) {
-  LoadAndFillDisk(
+TEST_F(VnetModelTest, FailedCleanUpOnAFullDiskFailsDhcpAndAdapterButNatOnlyLogs) {
+  WriteDb(
       "answer VNET_6_VIRTUAL_ADAPTER yes\nanswer VNET_6_VIRTUAL_ADAPTER_ADDR 10.0.6.1\n"
-      "answer VNET_6_VIRTUAL_ADAPTER_NAME host6\n");
-  ClearLog();
-  // The unchanged switch writes nothing; the address removal cannot be
-  // written and is undone, and the name is then left alone.
-  EXPECT_FALSE(NXCSetVnetUseAdapter(6, true, true));
-  EXPECT_TRUE(LogHas("Error removing Adapter address from vnet config"));
-  EXPECT_FALSE(LogHas("Error removing Adapter name from vnet config"));
-  EXPECT_EQ(Answer("VNET_6_VIRTUAL_ADAPTER_ADDR"), "10.0.6.1");
-  EXPECT_EQ(Answer("VNET_6_VIRTUAL_ADAPTER_NAME"), "host6");
-}
-
-TEST_F(FullDatabaseDiskTest, FailedDhcpCleanUpFailsTheSwitchButNatOnlyLogs) {
-  LoadAndFillDisk(
+      "answer VNET_6_VIRTUAL_ADAPTER_NAME host6\n"
       "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
       "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n");
-  ClearLog();
-  // The switches are already off, so only the clean-up writes (and fails).
+  FillDatabaseDisk();
+  ASSERT_TRUE(Load());
+  // The switches stay as they are, so only the clean-up writes (and fails).
+  // The adapter's address removal is undone and its name then left alone.
+  EXPECT_FALSE(NXCSetVnetUseAdapter(6, true, true));
+  EXPECT_TRUE(LogHas("Error removing Adapter address from vnet config"));
   EXPECT_FALSE(NXCSetVnetUseDHCP(2, false, true));
-  EXPECT_TRUE(LogHas("Error removing DHCP configuration informtion"));
+  EXPECT_TRUE(LogHas("Error removing DHCP configuration informtion"));  // sic
   EXPECT_TRUE(NXCSetVnetUseNAT(3, false, true));
-  EXPECT_TRUE(LogHas("Error removing NAT coniguration information"));
-  EXPECT_EQ(Answer("VNET_2_DHCP_PARAM_LEASE_START_IP"), "10.0.2.10");
-  EXPECT_EQ(Answer("VNET_3_NAT_PARAM_UDP_TIMEOUT"), "60");
+  EXPECT_TRUE(LogHas("Error removing NAT coniguration information"));  // sic
+  EXPECT_FALSE(LogHas("Error removing Adapter name from vnet config"));
+  EXPECT_EQ(Answers({"VNET_6_VIRTUAL_ADAPTER_ADDR", "VNET_6_VIRTUAL_ADAPTER_NAME",
+                     "VNET_2_DHCP_PARAM_LEASE_START_IP", "VNET_3_NAT_PARAM_UDP_TIMEOUT"}),
+            "10.0.6.1 host6 10.0.2.10 60");
 }
 
 TEST_F(VnetModelTest, OptionsFollowTheirSettings) {
-  Load(
+  LoadWith(
       "answer VNET_1_DHCP yes\nanswer VNET_1_NAT no\nanswer VNET_1_VIRTUAL_ADAPTER YES\n"
       "answer VNET_1_HOSTONLY_SUBNET 10.9.0.0\nanswer VNET_1_HOSTONLY_UUID 52-aa\n"
       "answer VNET_2_NAT yes\nadd_bridge_mapping eth7 2\n");
@@ -315,31 +161,25 @@ TEST_F(VnetModelTest, OptionsFollowTheirSettings) {
 // ---- Automatic subnets ---------------------------------------------------
 
 TEST(SubnetCandidates, FollowTheFixedOrderAndLeaveOutUsedSubnets) {
-  static nxc::SubnetCandidate table[nxc::kSubnetCandidateSlots];
-  ASSERT_EQ(nxc::FillSubnetCandidates([](uint32_t) { return false; }, table), 510u);
+  static SubnetCandidate table[kSubnetCandidateSlots];
+  ASSERT_EQ(FillSubnetCandidates([](uint32_t) { return false; }, table), 510u);
   const uint32_t order[] = {0xAC100000, 0xAC100100, 0xC0A80200, 0xAC100200, 0xC0A80300};
   for (size_t i = 0; i < std::size(order); ++i) EXPECT_EQ(table[i].subnet, order[i]) << i;
   EXPECT_EQ(table[508].subnet, 0xC0A8FF00u);
   EXPECT_EQ(table[509].subnet, 0xAC10FF00u);
 
   // 172.16.1.0 used: 192.168.2.0 moves up to its place.
-  ASSERT_EQ(nxc::FillSubnetCandidates([](uint32_t s) { return s == 0xAC100100; }, table), 509u);
+  ASSERT_EQ(FillSubnetCandidates([](uint32_t s) { return s == 0xAC100100; }, table), 509u);
   EXPECT_EQ(table[1].subnet, 0xC0A80200u);
   EXPECT_EQ(table[2].subnet, 0xAC100200u);
 }
 
-TEST_F(VnetModelTest, PingCommandLineAndExitCodes) {
-  Load();
-  const std::string ping = std::string(nxc::test::StandinDir()) + "/zymtra-ping";
+TEST_F(VnetModelTest, PingCommandLineAndExitCodesDecideWhetherASubnetIsFree) {
+  LoadWith("");
+  const std::string ping = std::string(StandinDir()) + "/zymtra-ping";
   const std::string bcast = ping + " -q -b 10.1.2.0 -t 3 -i 7";
   const std::string host = ping + " -q -b 10.1.2.1 -t 3 -i 7";
-  struct Case {
-    const char *name;
-    const char *codes;
-    bool broadcast;
-    bool free;
-    std::vector<std::string> calls;
-  } const cases[] = {
+  struct Case { const char *name, *codes; bool broadcast, free; V calls; } const cases[] = {
       {"no reply on either address", "1 1", true, true, {bcast, host}},
       {"exit code 2 on broadcast is free at once", "2", true, true, {bcast}},
       {"a reply on broadcast is used at once", "0", true, false, {bcast}},
@@ -350,41 +190,34 @@ TEST_F(VnetModelTest, PingCommandLineAndExitCodes) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
-    (void)unlink(kPingCalls);
-    SetPingExitCodes(c.codes);
+    ASSERT_TRUE(SetPingExitCodes(c.codes));
     ClearLog();
     // The subnet is normalised before use.
     EXPECT_EQ(NXCPingAndCheckSubnet("010.1.002.0", c.broadcast, 3, 7), c.free);
     EXPECT_EQ(PingCalls(), c.calls);
     EXPECT_EQ(LogHas("Return value of zymtra-ping:"), !c.free);
   }
-}
 
-TEST_F(VnetModelTest, PingProgramThatIsMissingOrTooDeepMakesSubnetsUsed) {
-  Load();
+  // A ping program that is missing or too deep to name makes subnets used.
+  ASSERT_TRUE(SetPingExitCodes("1"));
   ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "BINDIR", "/nonexistent"));
   EXPECT_FALSE(NXCPingAndCheckSubnet("10.1.2.0", true, 1, 1));
   EXPECT_TRUE(LogHas("Return value of zymtra-ping: 127"));
-
-  ClearLog();
   ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "BINDIR", ("/" + std::string(255, 'b')).c_str()));
   EXPECT_FALSE(NXCPingAndCheckSubnet("10.1.2.0", true, 1, 1));
-  EXPECT_TRUE(LogHas("Value of BINDIR is bigger than allowed 256 chracters"));
+  EXPECT_TRUE(LogHas("Value of BINDIR is bigger than allowed 256 chracters"));  // sic
   EXPECT_TRUE(PingCalls().empty());
 }
 
 TEST_F(VnetModelTest, ProbeTriesEveryCandidateOnceAndThenFailsWithoutPinging) {
-  ASSERT_TRUE(WriteFile(kDbPath, std::string(kDbHead) +
-                                     "answer VNET_1_HOSTONLY_SUBNET 172.16.5.0\n"
-                                     "answer VNET_2_HOSTONLY_SUBNET 192.168.7.0\n"));
-  SetPingExitCodes("0");  // every subnet answers
-  std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
+  WriteDb("answer VNET_1_HOSTONLY_SUBNET 172.16.5.0\nanswer VNET_2_HOSTONLY_SUBNET 192.168.7.0\n");
+  ASSERT_TRUE(SetPingExitCodes("0"));  // every subnet answers
+  V report = ReportFromChild([](V *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
     out->push_back(NXCAssignUnusedSubnetAddressToVNet(5) ? "assigned" : "failed");
     out->push_back(NXCGetVnetCfg(5, "HOSTONLY_SUBNET") ? "stored" : "nothing stored");
     out->push_back(std::to_string(PingCalls().size()));
-    char subnet[16] = "";
-    char mask[16] = "";
+    char subnet[16] = "", mask[16] = "";
     int found = 0;
     for (int i = 0; i < 50; ++i) found += NXCSubnetProbe(subnet, mask) ? 1 : 0;
     out->push_back(std::to_string(found) + " found, " + std::to_string(PingCalls().size()));
@@ -393,16 +226,15 @@ TEST_F(VnetModelTest, ProbeTriesEveryCandidateOnceAndThenFailsWithoutPinging) {
     out->push_back(std::to_string(found) + " found, " + std::to_string(PingCalls().size()));
     NXC_Unload();
   });
-  EXPECT_EQ(report, (std::vector<std::string>{"failed", "nothing stored", "10", "0 found, 508",
-                                              "0 found, 508"}));
+  EXPECT_EQ(report, (V{"failed", "nothing stored", "10", "0 found, 508", "0 found, 508"}));
   EXPECT_TRUE(LogHas("Failed to probe subnet for vnet 5."));
   // Each round of 10 answered pings is logged; running out is not.
   EXPECT_EQ(LogCount("Could not automatically determine available subnet."), 50);
 
   // 508 candidates, all tried once: index 0 is never offered and the empty
   // slot after the last candidate (0.0.0.0) is.
-  std::set<std::string> pinged;
-  for (const auto &call : PingCalls()) pinged.insert(PingedAddress(call));
+  V addresses = PingedAddresses();
+  std::set<std::string> pinged(addresses.begin(), addresses.end());
   EXPECT_EQ(pinged.size(), 508u);
   EXPECT_EQ(pinged.count("0.0.0.0"), 1u);
   for (const char *never : {"172.16.5.0", "192.168.7.0", "192.168.0.0", "192.168.1.0"})
@@ -410,50 +242,43 @@ TEST_F(VnetModelTest, ProbeTriesEveryCandidateOnceAndThenFailsWithoutPinging) {
 }
 
 TEST_F(VnetModelTest, AssignedSubnetIsStoredWithA24BitMaskAndCanBeRemoved) {
-  ASSERT_TRUE(WriteFile(kDbPath, kDbHead));
-  SetPingExitCodes("0 1 1");  // the first candidate answers, the second is silent
-  std::vector<std::string> report = InChild([](std::vector<std::string> *out) {
+  WriteDb("");
+  ASSERT_TRUE(SetPingExitCodes("0 1 1"));  // the first candidate answers, the second is silent
+  V report = ReportFromChild([](V *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
     out->push_back(NXCAssignUnusedSubnetAddressToVNet(3) ? "assigned" : "failed");
     uint32_t subnet = 0;
-    char mask[16] = "";
-    if (NXCGetHostOnlySubnet(3, &subnet) && NXCGetVnetSubnetMask(3, mask, sizeof mask)) {
-      char text[16];
-      (void)NXCIPInt2Str(subnet, text);
+    char mask[16] = "", text[16];
+    if (NXCGetHostOnlySubnet(3, &subnet) && NXCGetVnetSubnetMask(3, mask, sizeof mask) &&
+        NXCIPInt2Str(subnet, text))
       out->push_back(std::string(text) + "/" + mask);
-    }
     NXC_Unload();
   });
-  std::vector<std::string> calls = PingCalls();
-  ASSERT_EQ(calls.size(), 3u);
-  const std::string chosen = PingedAddress(calls[1]);
-  EXPECT_NE(PingedAddress(calls[0]), chosen);
-  EXPECT_EQ(report, (std::vector<std::string>{"assigned", chosen + "/255.255.255.0"}));
+  V pinged = PingedAddresses();
+  ASSERT_EQ(pinged.size(), 3u);
+  const std::string chosen = pinged[1];
+  EXPECT_NE(pinged[0], chosen);
+  EXPECT_EQ(report, (V{"assigned", chosen + "/255.255.255.0"}));
   EXPECT_TRUE(LogHas("Success: vnet 3 assigned subnet " + chosen + "."));
-  const std::string db = ReadFile(kDbPath);
+  const std::string db = DbText();
   EXPECT_NE(db.find("answer VNET_3_HOSTONLY_SUBNET " + chosen + "\n"), std::string::npos);
   EXPECT_NE(db.find("answer VNET_3_HOSTONLY_NETMASK 255.255.255.0\n"), std::string::npos);
 
-  report = InChild([](std::vector<std::string> *out) {
+  report = ReportFromChild([](V *out) {
     if (!NXC_Load(0)) return out->push_back("load failed");
     out->push_back(NXCRemoveSubnetAssignment(3) ? "removed" : "failed");
     out->push_back(NXCVnetIsOptionConfigured(3, NXC_VNET_OPTION_SUBNET) ? "subnet" : "no subnet");
     out->push_back(NXCGetVnetCfg(3, "HOSTONLY_NETMASK") ? "mask" : "no mask");
     NXC_Unload();
   });
-  EXPECT_EQ(report, (std::vector<std::string>{"removed", "no subnet", "no mask"}));
+  EXPECT_EQ(report, (V{"removed", "no subnet", "no mask"}));
   EXPECT_TRUE(LogHas("Marking subnet: " + chosen + " as unused"));
 }
 
 // ---- Bridging ------------------------------------------------------------
 
 TEST_F(VnetModelTest, DefaultBridgeAcceptsOnlyZeroOrMinusOneFromTheDatabase) {
-  struct Case {
-    const char *records;
-    bool ok;
-    int32_t vnet;
-  };
-  const Case cases[] = {
+  struct Case { const char *records; bool ok; int32_t vnet; } const cases[] = {
       {"", true, 0},
       {"answer NXC_DEFAULT_BRIDGE_VNET 0\n", true, 0},
       {"answer NXC_DEFAULT_BRIDGE_VNET -1\n", true, -1},
@@ -462,19 +287,17 @@ TEST_F(VnetModelTest, DefaultBridgeAcceptsOnlyZeroOrMinusOneFromTheDatabase) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.records);
-    Load(c.records);
-    ClearLog();
+    Reload(c.records);
     int32_t vnet = 42;
     EXPECT_EQ(NXCGetDefaultBridgeVnet(&vnet), c.ok);
     EXPECT_EQ(vnet, c.ok ? c.vnet : 42);
     EXPECT_EQ(LogHas("Invalid value of defaultBridge in config"), !c.ok);
-    NXC_Unload();
-    loaded_ = false;
+    UnloadAll(false);
     EXPECT_EQ(nxcDefaultBridgeVnet, -100) << "the unload forgets the cached value";
   }
 
   // Any value can be set, and is then read from the cache.
-  Load();
+  LoadWith("");
   EXPECT_TRUE(NXCSetDefaultBridgeVnet(3));
   int32_t vnet = 0;
   EXPECT_TRUE(NXCGetDefaultBridgeVnet(&vnet));
@@ -497,22 +320,19 @@ class BridgeTest : public VnetModelTest {
       (void)Shell(std::string("ip link del ") + name + " 2>/dev/null");
   }
 
-  // The bridge list of vnet as "name:vnet" texts, sorted.
-  static std::vector<std::string> Bridged(int32_t vnet, bool *ok) {
+  // The bridge list of vnet as sorted "name:vnet" texts.
+  static V Bridged(int32_t vnet) {
     uint32_t count = 1234;
     NXC_HostAdapter *list = nullptr;
-    *ok = NXCGetVnetBridge(vnet, &count, &list);
-    std::vector<std::string> names;
+    EXPECT_TRUE(NXCGetVnetBridge(vnet, &count, &list));
+    V names;
     for (NXC_HostAdapter *a = list; a; a = a->next) {
       names.push_back(std::string(a->mappingName) + ":" +
                       std::to_string(static_cast<int32_t>(a->netId.vnet)));
-      EXPECT_EQ(a->netId.version, 1u);
-      EXPECT_EQ(a->netId.type, 1u);
+      EXPECT_TRUE(a->netId.version == 1 && a->netId.type == 1) << a->mappingName;
     }
     NXCFreeHostAdapList(&list);
-    if (*ok) {
-      EXPECT_EQ(count, names.size());
-    }
+    EXPECT_EQ(count, names.size());
     std::sort(names.begin(), names.end());
     return names;
   }
@@ -526,39 +346,27 @@ class BridgeTest : public VnetModelTest {
 TEST_F(BridgeTest, DefaultBridgeTakesEveryUnmappedEthernetAdapter) {
   // ethB is mapped elsewhere, ethD explicitly to the default bridge (and so
   // must not be listed twice), ghost0 is mapped but not on the host.
-  Load("add_bridge_mapping ethB 2\nadd_bridge_mapping ethD 0\nadd_bridge_mapping ghost0 0\n");
-  using V = std::vector<std::string>;
-  struct Case {
-    int32_t vnet;
-    V adapters;
-  };
-  const Case cases[] = {
+  LoadWith("add_bridge_mapping ethB 2\nadd_bridge_mapping ethD 0\nadd_bridge_mapping ghost0 0\n");
+  const std::pair<int32_t, V> cases[] = {
       {0, V{"ethA:0", "ethC:0", "ethD:0", "ghost0:0"}},
       {2, V{"ethB:2"}},
       {3, V{}},
       {NXC_ALL_HOST_ADAPTERS, V{"ethA:0", "ethB:2", "ethC:0", "ethD:0", "ghost0:0"}},
   };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.vnet);
-    bool ok = false;
-    EXPECT_EQ(Bridged(c.vnet, &ok), c.adapters);
-    EXPECT_TRUE(ok);
-  }
+  for (const auto &[vnet, adapters] : cases) EXPECT_EQ(Bridged(vnet), adapters) << vnet;
   EXPECT_TRUE(LogHas("Skipping zynet virtual adapter: zynet1"));
   EXPECT_TRUE(LogHas("Skipping zynet virtual adapter: ZYNET8"));
   EXPECT_TRUE(LogHas("Removing duplicate adapter: ethD"));
 
   // Without a default bridge unmapped adapters belong to no vnet.
   ASSERT_TRUE(NXCSetDefaultBridgeVnet(-1));
-  bool ok = false;
-  EXPECT_EQ(Bridged(0, &ok), (V{"ethD:0", "ghost0:0"}));
-  EXPECT_EQ(Bridged(NXC_ALL_HOST_ADAPTERS, &ok),
-            (V{"ethA:-1", "ethB:2", "ethC:-1", "ethD:0", "ghost0:0"}));
-  EXPECT_EQ(Bridged(-1, &ok), (V{"ethA:-1", "ethC:-1"}));
+  EXPECT_EQ(Bridged(0), (V{"ethD:0", "ghost0:0"}));
+  EXPECT_EQ(Bridged(NXC_ALL_HOST_ADAPTERS), (V{"ethA:-1", "ethB:2", "ethC:-1", "ethD:0", "ghost0:0"}));
+  EXPECT_EQ(Bridged(-1), (V{"ethA:-1", "ethC:-1"}));
 }
 
 TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeOrToNone) {
-  Load("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
+  LoadWith("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
   (void)NXCRemoveBridgeMappingsForVnet(2);
   EXPECT_EQ(MappingOf("ethB"), 0);
   EXPECT_EQ(MappingOf("ethC"), 0);
@@ -577,3 +385,4 @@ TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeOrToNone) {
 }
 
 }  // namespace
+}  // namespace nxc::test

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,44 @@ void KillAllDaemons() {
   }
   for (pid_t pid : others) (void)kill(pid, SIGKILL);
   for (pid_t pid : others) (void)WaitGone(pid, 2000);
+}
+
+bool Alive(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
+
+std::vector<std::string> StandinArgv(const std::string &name) {
+  return SplitLines(ReadFile(std::string(kStandinStateDir) + "/" + name + ".argv"));
+}
+
+void SetStandinMode(const std::string &name, const std::string &mode) {
+  ASSERT_TRUE(WriteFile(std::string(kStandinStateDir) + "/" + name + ".mode", mode));
+}
+
+namespace {
+constexpr char kPingDir[] = "/run/zymtra-ping";
+}  // namespace
+
+bool InstallStandinPing() {
+  return Shell(std::string("rm -rf ") + kPingDir + " && mkdir -p " + kPingDir) == 0 &&
+         WriteFile("/etc/zymtra/config", std::string("bindir = \"") + StandinDir() + "\"\n");
+}
+
+bool SetPingExitCodes(const std::string &codes) {
+  (void)unlink((std::string(kPingDir) + "/calls").c_str());
+  return WriteFile(std::string(kPingDir) + "/exit-codes", codes);
+}
+
+std::vector<std::string> PingCalls() {
+  return SplitLines(ReadFile(std::string(kPingDir) + "/calls"));
+}
+
+std::vector<std::string> PingedAddresses() {
+  std::vector<std::string> out;
+  for (const auto &call : PingCalls()) {
+    std::istringstream in(call);
+    for (std::string word; in >> word;)
+      if (word == "-b" && in >> word) out.push_back(word);
+  }
+  return out;
 }
 
 }  // namespace nxc::test

@@ -1,10 +1,16 @@
-// daemons.h - the daemons a test started, seen from the test process.
+// daemons.h - the stand-in programs (daemons, ping) a test runs, seen from
+// the test process.
 //
 // Started daemons detach and are reaped by the sandbox's init, as on a
 // host, so a stopped daemon disappears at once.
 #pragma once
 
 #include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "support/db_fixture.h"
 
 namespace nxc::test {
 
@@ -23,5 +29,36 @@ pid_t PidInFile(const char *path);
 void KillAllDaemons();
 // Waits up to timeoutMs for pid to be gone; true when it is.
 bool WaitGone(pid_t pid, int timeoutMs);
+// True when pid is a live process.
+bool Alive(pid_t pid);
+// The arguments the stand-in daemon called name was last started with.
+std::vector<std::string> StandinArgv(const std::string &name);
+// Makes the stand-in daemon called name behave as mode says.
+void SetStandinMode(const std::string &name, const std::string &mode);
+
+// A database test whose BINDIR holds the stand-in daemons; whatever a test
+// started is killed after it.
+class DaemonTest : public DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(InstallStandinDaemons());
+  }
+  void TearDown() override {
+    KillAllDaemons();
+    DbTest::TearDown();
+  }
+};
+
+// The stand-in ping program (standins/zymtra-ping.cpp): names the stand-in
+// folder as bindir in /etc/zymtra/config and empties the ping's records.
+bool InstallStandinPing();
+// The exit codes of the next ping runs, blank-separated; the last repeats.
+bool SetPingExitCodes(const std::string &codes);
+// The recorded ping command lines, and the address each one was given after
+// "-b".
+std::vector<std::string> PingCalls();
+std::vector<std::string> PingedAddresses();
 
 }  // namespace nxc::test

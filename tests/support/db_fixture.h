@@ -16,6 +16,9 @@ constexpr char kDbPath[] = "/etc/zymtra/networking";
 // Every level on, so that tests can read every line the library writes.
 constexpr char kDbHeader[] = "VERSION=1,0\nanswer NXC_LOGLEVEL 0x7f\n";
 
+// A file under tests/golden.
+std::string Golden(const std::string &name);
+
 class DbTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -27,10 +30,24 @@ class DbTest : public ::testing::Test {
   std::string DbText() const { return ReadFile(kDbPath); }
   // NXC_Load on the database file.
   bool Load(bool readOnly = false);
+  // WriteDb and Load (which must work), then an empty log.
+  void LoadWith(const std::string &records, bool readOnly = false);
+  // Unloads everything without writing back, then LoadWith.
+  void Reload(const std::string &records, bool readOnly = false);
   // Unloads every load, writing the database back (or not).
   void UnloadAll(bool writeBack = true);
   // The answer of key in the default cache, or "<absent>".
   std::string Answer(const char *key) const;
+  std::string Answer(const std::string &key) const { return Answer(key.c_str()); }
+
+  // Puts a small tmpfs over /etc/zymtra holding the current database file
+  // (padded to whole pages, so that any later append needs a new block)
+  // and the product config, and fills it up: every later write of the
+  // database fails with ENOSPC. TearDown takes the tmpfs away.
+  void FillDatabaseDisk();
+
+ private:
+  bool diskMounted_ = false;
 };
 
 }  // namespace nxc::test

@@ -1,5 +1,7 @@
 #include "support/test_util.h"
 
+#include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,6 +9,8 @@
 
 #include <fstream>
 #include <sstream>
+
+#include "base/file_lock.h"
 
 namespace nxc::test {
 
@@ -42,6 +46,79 @@ int Shell(const std::string &command) {
   int status = system(command.c_str());
   if (status == -1 || !WIFEXITED(status)) return -1;
   return WEXITSTATUS(status);
+}
+
+std::string CommandOutput(const std::string &command) {
+  std::string out;
+  FILE *pipe = popen(command.c_str(), "r");
+  if (!pipe) return out;
+  char chunk[512];
+  for (size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;) out.append(chunk, n);
+  pclose(pipe);
+  return out;
+}
+
+std::vector<std::string> SplitLines(const std::string &text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+int RunInChild(const std::function<int()> &body) {
+  fflush(nullptr);
+  pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+std::vector<std::string> ReportFromChild(
+    const std::function<void(std::vector<std::string> *)> &body) {
+  TempDir dir;
+  const std::string report = dir.File("report");
+  int status = RunInChild([&] {
+    std::vector<std::string> lines;
+    body(&lines);
+    std::string text;
+    for (const auto &line : lines) text += line + "\n";
+    return WriteFile(report, text) ? 0 : 1;
+  });
+  if (status != 0) return {"child failed"};
+  return SplitLines(ReadFile(report));
+}
+
+int LockFromOtherProcess(const std::string &path, int timeoutMs) {
+  return RunInChild([&] {
+    int error = -1;
+    FileLock *lock = FileLockAcquire(path.c_str(), timeoutMs, &error);
+    if (lock) return 0;
+    return error == 0 ? 1 : 2;
+  });
+}
+
+LockHolder::LockHolder(const std::string &path) {
+  int ready[2];
+  if (pipe(ready) != 0) return;
+  fflush(nullptr);
+  pid_ = fork();
+  if (pid_ == 0) {
+    int error = 0;
+    char c = FileLockAcquire(path.c_str(), 1000, &error) ? '1' : '0';
+    (void)!write(ready[1], &c, 1);
+    for (;;) pause();  // until the parent kills it
+  }
+  char c = '0';
+  held_ = pid_ > 0 && read(ready[0], &c, 1) == 1 && c == '1';
+  close(ready[0]);
+  close(ready[1]);
+}
+
+LockHolder::~LockHolder() {
+  if (pid_ <= 0) return;
+  (void)kill(pid_, SIGKILL);
+  (void)waitpid(pid_, nullptr, 0);
 }
 
 std::string LogText() { return ReadFile(kLogPath); }

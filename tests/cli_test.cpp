@@ -636,9 +636,10 @@ TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
   // A vnet with a subnet keeps it unless asked to overwrite.
   EXPECT_EQ(Ok({"--json", "vnet", "assign-subnet", "9"}).Json()["subnet"].s, assigned["subnet"].s);
   EXPECT_TRUE(Ok({"--json", "vnet", "check-subnet", "9"}).Json()["available"].b);
-  ASSERT_TRUE(WriteFile("/run/zymtra-ping/exit-codes", "0"));  // somebody answers
+  ASSERT_TRUE(SetPingExitCodes("0"));  // somebody answers
   EXPECT_FALSE(Ok({"--json", "vnet", "check-subnet", "9", "--timeout", "2"}).Json()["available"].b);
-  EXPECT_NE(ReadFile("/run/zymtra-ping/calls").find("-t 2"), std::string::npos);
+  ASSERT_EQ(PingCalls().size(), 1u);
+  EXPECT_NE(PingCalls()[0].find("-t 2"), std::string::npos);
   Result busy = Nexcfg({"vnet", "assign-subnet", "10"});
   EXPECT_EQ(busy.status, 1);
   EXPECT_NE(busy.err.find("Failed to assign subnet to vnet: zynet10"), std::string::npos) << busy.err;

@@ -179,11 +179,11 @@ Invocation Parse(const Command &command, const std::vector<std::string> &rest) {
       value = word.substr(eq + 1);
       inlineValue = true;
     }
-    const std::string *spec = nullptr;
+    const std::string *option = nullptr;
     for (const auto &k : known)
-      if (k == name || k.rfind(name + "=", 0) == 0) spec = &k;
-    if (!spec) throw UsageError("unknown option " + name);
-    bool takesValue = spec->find('=') != std::string::npos;
+      if (k == name || k.rfind(name + "=", 0) == 0) option = &k;
+    if (!option) throw UsageError("unknown option " + name);
+    bool takesValue = option->find('=') != std::string::npos;
     if (takesValue && !inlineValue) {
       if (i + 1 >= rest.size()) throw UsageError("option " + name + " needs a value");
       value = rest[++i];

@@ -216,27 +216,6 @@ bool KeepDatabaseAside(const char *databasePath, char (&kept)[kPathSize], const 
   return true;
 }
 
-// Gives the imported cache the database's name and an append stream on the
-// new file.
-bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, const char *fn) {
-  char *path = strdup(databasePath);
-  if (!path) {
-    NXCLog(LOG_ERR, fn, "Failed to copy DB file name");
-    return false;
-  }
-  free(db->path);
-  db->path = path;
-  if (db->stream) (void)fclose(db->stream);
-  db->stream = fopen(databasePath, "ab+e");
-  if (!db->stream) {
-    int err = errno;
-    NXCLog(LOG_ERR, fn, "Failed to open database file after import, error: %s", strerror(err));
-    return false;
-  }
-  NXCLog(LOG_ERR, fn, "Reopened database file: %s", databasePath);
-  return true;
-}
-
 // After a failed import: the new file goes, the kept one comes back.
 void RestoreDatabase(const char *databasePath, const char *kept, const char *fn) {
   (void)unlink(databasePath);
@@ -250,6 +229,29 @@ void RestoreDatabase(const char *databasePath, const char *kept, const char *fn)
 }
 
 }  // namespace
+
+bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
+                      const char *fn) {
+  char *path = strdup(databasePath);
+  if (!path) {
+    NXCLog(LOG_ERR, fn, "Failed to copy DB file name");
+    return false;
+  }
+  free(db->path);
+  db->path = path;
+  if (db->stream) (void)fclose(db->stream);
+  db->stream = fopen(databasePath, "ab+e");
+  if (!db->stream) {
+    int err = errno;
+    if (merging)
+      NXCLog(LOG_ERR, fn, "Failed to open database file after import,error: %s", strerror(err));
+    else
+      NXCLog(LOG_ERR, fn, "Failed to open database file after import, error: %s", strerror(err));
+    return false;
+  }
+  NXCLog(LOG_ERR, fn, "Reopened database file: %s", databasePath);
+  return true;
+}
 
 }  // namespace nxc
 
@@ -331,7 +333,7 @@ extern "C" bool NXCNetCfgImportConfig(const char *backupPath, const char *databa
     NXCLog(LOG_ERR, kFn, "Failed to write to database file: %s", databasePath);
     ok = false;
   }
-  ok = ok && ReopenAsDatabase(backup, databasePath, kFn);
+  ok = ok && ReopenAsDatabase(backup, databasePath, /*merging=*/false, kFn);
   if (!ok) RestoreDatabase(databasePath, kept, kFn);
   // A default cache that was loaded is loaded again from whatever file is
   // now the database, so that it matches the disk.

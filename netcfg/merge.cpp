@@ -146,21 +146,7 @@ bool StartVnetServices(uint32_t vnet, const char *fn) {
 bool InstallMergedCache(NXCNetworkConfigurationDB **incoming, const char *dbPath, const char *fn) {
   NXCNetworkConfigurationDB *db = *incoming;
   (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
-  char *path = strdup(dbPath);
-  if (!path) {
-    NXCLog(LOG_ERR, fn, "Failed to copy DB file name");
-    return false;
-  }
-  free(db->path);
-  db->path = path;
-  if (db->stream) (void)fclose(db->stream);
-  db->stream = fopen(dbPath, "ab+e");
-  if (!db->stream) {
-    int err = errno;
-    NXCLog(LOG_ERR, fn, "Failed to open database file after import,error: %s", strerror(err));
-    return false;
-  }
-  NXCLog(LOG_ERR, fn, "Reopened database file: %s", dbPath);
+  if (!ReopenAsDatabase(db, dbPath, /*merging=*/true, fn)) return false;
   db->backup = false;
   db->readOnly = false;
   db->changed = true;  // so that the unload writes the merged contents

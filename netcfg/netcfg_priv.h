@@ -226,6 +226,12 @@ struct RecordWriterContext {
 // failure flag: 0 written or skipped, 1 failed (and logged).
 int NetCfgWriteRecordToConfig(HashKey key, void *entry, void *context);
 
+// Gives an imported or merged cache the database's name and an append
+// stream on the database file (the merge's failure line keeps its own
+// wording). False, logged, when either cannot be had.
+bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
+                      const char *fn);
+
 // Parses "<major>,<minor>" of a version line; logs and fails on anything
 // else or on an unsupported major version.
 bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor);

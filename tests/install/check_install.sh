@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs the built tree into a scratch prefix and builds a consumer
+# against it twice: with find_package(nexcfg) and with pkg-config.
+set -euo pipefail
+build=$1
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+cmake -S "$here" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/consumer" >/dev/null
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/consumer/consumer"
+libdir=$(dirname "$(find "$work/prefix" -name nexcfg.pc)")
+PKG_CONFIG_PATH="$libdir" cc "$here/consumer.c" -o "$work/pc-consumer" \
+  $(PKG_CONFIG_PATH="$libdir" pkg-config --cflags --libs nexcfg)
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/pc-consumer"
+test -f "$work/prefix/share/man/man1/nexcfg.1"
+echo "installed library, headers, CMake package, pkg-config file and man page work"

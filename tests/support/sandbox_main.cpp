@@ -5,7 +5,8 @@
 // moves into new mount, network and pid namespaces, becomes pid 1 of the new
 // pid namespace in a forked child, and puts private file systems over every
 // path the library writes: /etc (rebuilt from bind mounts, with an empty
-// /etc/zymtra), /var/log, /run (= /var/run), /tmp and /dev (rebuilt from the
+// /etc/zymtra), /var/log, /run (= /var/run), /tmp (keeping a checkout or
+// build that lies under it) and /dev (rebuilt from the
 // few device nodes tests need). Nothing a test does can reach the machine's
 // own files or interfaces. The namespace's first process stays its init:
 // it runs the tests in a child and reaps orphaned daemons as a host's init
@@ -81,7 +82,8 @@ bool BindInto(const std::string &from, const std::string &to, std::string *why) 
 
 // Puts a tmpfs over dir that holds bind mounts of the listed entries of the
 // original dir (all of them when names is null).
-bool RebuildDir(const char *dir, const char *const *names, std::string *why) {
+bool RebuildDir(const char *dir, const char *const *names, std::string *why,
+                const char *mode = "mode=0755") {
   std::string stage = std::string(kStage) + dir;
   std::string mk = "mkdir -p '" + stage + "'";
   if (system(mk.c_str()) != 0) {
@@ -92,7 +94,7 @@ bool RebuildDir(const char *dir, const char *const *names, std::string *why) {
     *why = Errno("bind mount", dir);
     return false;
   }
-  if (!MountTmpfs(dir, "mode=0755", why)) return false;
+  if (!MountTmpfs(dir, mode, why)) return false;
   if (names) {
     for (const char *const *n = names; *n; ++n)
       if (!BindInto(stage + "/" + *n, std::string(dir) + "/" + *n, why)) return false;
@@ -126,7 +128,34 @@ bool BringLoopbackUp() {
   return ok;
 }
 
-bool UnderTmp(const char *path) { return strncmp(path, "/tmp/", 5) == 0; }
+// The entry of /tmp that path lies in ("build" for /tmp/build/tests), or "".
+std::string TmpEntryOf(const char *path) {
+  if (strncmp(path, "/tmp/", 5) != 0) return "";
+  std::string rest(path + 5);
+  return rest.substr(0, rest.find('/'));
+}
+
+// A private /tmp that still holds the entries the test program runs from
+// (a checkout or build under /tmp), bound in from the real one.
+bool PrivateTmp(std::string *why) {
+  char cwd[4096] = "";
+  if (!getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
+  static std::string kept[3];
+  static const char *names[4] = {};
+  size_t n = 0;
+  for (const char *path : {static_cast<const char *>(cwd), NXC_STANDIN_DIR, NXC_SOURCE_DIR}) {
+    std::string entry = TmpEntryOf(path);
+    bool seen = false;
+    for (size_t i = 0; i < n; ++i) seen = seen || kept[i] == entry;
+    if (entry.empty() || seen) continue;
+    kept[n] = entry;
+    names[n] = kept[n].c_str();
+    ++n;
+  }
+  names[n] = nullptr;
+  if (n == 0) return MountTmpfs("/tmp", "mode=1777", why);
+  return RebuildDir("/tmp", names, why, "mode=1777");
+}
 
 bool BuildSandbox(std::string *why) {
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
@@ -153,11 +182,7 @@ bool BuildSandbox(std::string *why) {
   if (mkdir("/dev/shm", 01777) != 0 || !MountTmpfs("/dev/shm", "mode=1777", why)) return false;
   // The stage's bind mounts stay under the private /run, out of the way.
   if (!MountTmpfs("/var/log", "mode=0755", why)) return false;
-  char cwd[4096] = "";
-  if (!getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
-  if (!UnderTmp(cwd) && !UnderTmp(NXC_STANDIN_DIR) && !UnderTmp(NXC_SOURCE_DIR) &&
-      !MountTmpfs("/tmp", "mode=1777", why))
-    return false;
+  if (!PrivateTmp(why)) return false;
   if (!BringLoopbackUp()) {
     *why = "cannot bring lo up";
     return false;

@@ -12,6 +12,14 @@ bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
   return true;
 }
 
+bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet) {
+  if (!name) {
+    NXCLog(LOG_ERR, fn, "Invalid argument - vnet: %p", (const void *)name);
+    return false;
+  }
+  return ApiVnetNumber(name, fn, vnet);
+}
+
 bool ApiLockConfig(const char *fn, bool evenReadOnly) {
   if (!evenReadOnly && NXCNetCfgIsReadOnly(nullptr)) return true;
   if (NXCNetCfgLockConfig(nullptr)) return true;

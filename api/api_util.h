@@ -14,6 +14,10 @@ inline const char *OrNull(const char *s) { return s ? s : "null"; }
 // 0..255.
 bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet);
 
+// The same for a caller's required vnet argument: NULL first logs
+// "Invalid argument - vnet: %p".
+bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet);
+
 // Takes the database lock for a change; "Failed to obtain lock on vnet
 // config" under fn when it cannot be had. A read-only database is changed
 // in the cache only and so is not locked, unless evenReadOnly.

@@ -450,12 +450,8 @@ extern "C" bool NXC_DisableNetworkAdapter(const char *vnet) noexcept {
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
   char adapter[kAdapterNameSize] = "";
   if (!NXCGetVnetVirtAdapter(num, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, kFn, "Failed to get the name of hostonly adapter for vnet: %s", vnet);
@@ -489,12 +485,8 @@ extern "C" bool NXC_EnableNetworkAdapter(const char *vnet) noexcept {
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
   if (!NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)) {
     NXCLog(LOG_ERR, kFn, "Hostonly adapter not configured for vnet: %s", vnet);
     return ApiExit(kFn, __LINE__, false);

@@ -136,12 +136,8 @@ extern "C" bool NXC_SetVnetSubnetAddr(const char *vnet, const char *addr) noexce
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, sn: %p,%s", (const void *)vnet, OrNull(vnet),
          (const void *)addr, OrNull(addr));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   if (addr && !NXCIsValidIP(addr)) {
     NXCLog(LOG_ERR, kFn, "Subnet address is not valid: %s", addr);
     return ApiExit(kFn, __LINE__, false);
@@ -166,12 +162,8 @@ extern "C" bool NXC_SetVnetSubnetMask(const char *vnet, const char *mask) noexce
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, mask: %p,%s", (const void *)vnet, OrNull(vnet),
          (const void *)mask, OrNull(mask));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   if (mask && !NXCIsValidSubnetMask(mask)) {
     NXCLog(LOG_ERR, kFn, "Specified mask is not valid");
     return ApiExit(kFn, __LINE__, false);
@@ -194,12 +186,8 @@ extern "C" bool NXC_SetVnetAdapterAddr(const char *vnet, const char *addr) noexc
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, ad: %p,%s", (const void *)vnet, OrNull(vnet),
          (const void *)addr, OrNull(addr));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   if (addr && !NXCIsValidIP(addr)) {
     NXCLog(LOG_ERR, kFn, "Invalid adapter IP address: %s", addr);
     return ApiExit(kFn, __LINE__, false);
@@ -225,12 +213,8 @@ extern "C" bool NXC_SetVnetDisplayName(const char *vnet, const char *name) noexc
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, name: %p,%s", (const void *)vnet, OrNull(vnet),
          (const void *)name, OrNull(name));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
   // A NULL name is handed on as it is: the display name has no removal, so
   // the answer store refuses it.
@@ -251,12 +235,8 @@ extern "C" bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) noexcept {
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, mtu: %u", (const void *)vnet, OrNull(vnet), mtu);
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   // Any MTU is stored as given; the services that use it judge it.
   if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
   CPtr<char> text(AllocPrint("%u", mtu));
@@ -301,12 +281,8 @@ extern "C" bool NXC_RemoveMTU(const char *vnet) noexcept {
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
   if (!NXCRemoveVnetMTU(vnetNum)) {
     NXCLog(LOG_ERR, kFn, "Removing MTU setting failed for vnet: %s", vnet);
@@ -326,12 +302,8 @@ extern "C" bool NXC_AssignSubnetAddressToVnet(const char *vnet, bool overwriteEx
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, oE: %u", (const void *)vnet, OrNull(vnet),
          overwriteExisting ? 1u : 0u);
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t vnetNum = 0;
-  if (!ApiVnetNumber(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &vnetNum)) return ApiExit(kFn, __LINE__, false);
   const bool hasSubnet = NXCVnetIsOptionConfigured(vnetNum, NXC_VNET_OPTION_SUBNET);
   const bool hasUuid = NXCVnetIsOptionConfigured(vnetNum, NXC_VNET_OPTION_UUID);
 

@@ -212,12 +212,8 @@ extern "C" bool NXC_GetVnetUseDHCP(const char *vnet) noexcept {
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v:%p,%s", (const void *)vnet, OrNull(vnet));
-  if (!vnet) {
-    NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
-  }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
   bool on = NXCGetVnetUseDHCP(num);
   NXCLog(LOG_INFO2, kFn, "DHCP %s on vnet: %s", on ? "configured" : "not configured", vnet);
   return ApiExit(kFn, __LINE__, on);

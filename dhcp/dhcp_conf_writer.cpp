@@ -126,6 +126,19 @@ BlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
   return pos;
 }
 
+// Opens (truncating) the configuration file that is about to be written.
+bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
+  file->reset(fopen(path, "w+e"));
+  if (!*file) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
+           ErrText(err));
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
+  return true;
+}
+
 // A first configuration: makes the directories and the file and opens it.
 bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
   NXCLog(LOG_INFO, fn, "DHCP Config %s does not exist yet, Creating new", path);
@@ -142,15 +155,7 @@ bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char 
     NXCLog(LOG_ERR, fn, "Cannot create DHCP config file");
     return false;
   }
-  file->reset(fopen(path, "w+e"));
-  if (!*file) {
-    int err = errno;
-    NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
-           ErrText(err));
-    return false;
-  }
-  NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
-  return true;
+  return OpenForWriting(path, file, fn);
 }
 
 // Copies the whole existing file over the backup and reopens it truncated.
@@ -166,15 +171,7 @@ bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize]
     NXCLog(LOG_ERR, fn, "Failed to backup DHCP file. Aborting");
     return false;
   }
-  file->reset(fopen(path, "w+e"));
-  if (!*file) {
-    int err = errno;
-    NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
-           ErrText(err));
-    return false;
-  }
-  NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
-  return true;
+  return OpenForWriting(path, file, fn);
 }
 
 bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {

@@ -131,6 +131,30 @@ extern "C" bool NXCGetVnetVirtAdapterAddr(uint32_t vnet, char *buffer, size_t si
   return true;
 }
 
+namespace {
+
+// Reads the interface's flags, adds set and removes clear, and writes them
+// back; each step logs under fn.
+bool ChangeFlags(int fd, struct ifreq *request, const char *name, int set, int clear,
+                 const char *fn) {
+  if (ioctl(fd, SIOCGIFFLAGS, request) != 0) {
+    NXCLog(LOG_ERR, fn, "ioctl: SIOCGIFFLAGS failed, error: %s", strerror(errno));
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "ioctl: SIOCGIFFLAGS get interface flags: 0x%x for interface: %s",
+         (unsigned)(unsigned short)request->ifr_flags, name);
+  request->ifr_flags = (short)((request->ifr_flags | set) & ~clear);
+  if (ioctl(fd, SIOCSIFFLAGS, request) != 0) {
+    NXCLog(LOG_ERR, fn, "ioctl: SIOCSIFFLAGS failed, error: %s", strerror(errno));
+    return false;
+  }
+  NXCLog(LOG_INFO, fn, "ioctl: SIOCSIFFLAGS set interface flags to: 0x%x for interface: %s",
+         (unsigned)(unsigned short)request->ifr_flags, name);
+  return true;
+}
+
+}  // namespace
+
 extern "C" bool NXCVirtAdapterEnable(uint32_t vnet) noexcept {
   static constexpr char kFn[] = "NXCVirtAdapterEnable";
   if (NXCIsMacosVirtApiEnabled()) {
@@ -206,20 +230,7 @@ extern "C" bool NXCVirtAdapterEnable(uint32_t vnet) noexcept {
   NXCLog(LOG_INFO, kFn,
          "ioctl: SIOCSIFBRDADDR set interface broadcast address to: %.8x for interface: %s",
          (unsigned)netBroadcast, name);
-  if (ioctl(fd.get(), SIOCGIFFLAGS, &request) != 0) {
-    NXCLog(LOG_ERR, kFn, "ioctl: SIOCGIFFLAGS failed, error: %s", strerror(errno));
-    return false;
-  }
-  NXCLog(LOG_INFO, kFn, "ioctl: SIOCGIFFLAGS get interface flags: 0x%x for interface: %s",
-         (unsigned)(unsigned short)request.ifr_flags, name);
-  request.ifr_flags = (short)(request.ifr_flags | kEnableFlags);
-  if (ioctl(fd.get(), SIOCSIFFLAGS, &request) != 0) {
-    NXCLog(LOG_ERR, kFn, "ioctl: SIOCSIFFLAGS failed, error: %s", strerror(errno));
-    return false;
-  }
-  NXCLog(LOG_INFO, kFn, "ioctl: SIOCSIFFLAGS set interface flags to: 0x%x for interface: %s",
-         (unsigned)(unsigned short)request.ifr_flags, name);
-  return true;
+  return ChangeFlags(fd.get(), &request, name, /*set=*/kEnableFlags, /*clear=*/0, kFn);
 }
 
 extern "C" bool NXCVirtAdapterDisable(uint32_t vnet) noexcept {
@@ -246,18 +257,5 @@ extern "C" bool NXCVirtAdapterDisable(uint32_t vnet) noexcept {
     return false;
   }
   struct ifreq request = NamedRequest(name);
-  if (ioctl(fd.get(), SIOCGIFFLAGS, &request) != 0) {
-    NXCLog(LOG_ERR, kFn, "ioctl: SIOCGIFFLAGS failed, error: %s", strerror(errno));
-    return false;
-  }
-  NXCLog(LOG_INFO, kFn, "ioctl: SIOCGIFFLAGS get interface flags: 0x%x for interface: %s",
-         (unsigned)(unsigned short)request.ifr_flags, name);
-  request.ifr_flags = (short)(request.ifr_flags & ~IFF_UP);
-  if (ioctl(fd.get(), SIOCSIFFLAGS, &request) != 0) {
-    NXCLog(LOG_ERR, kFn, "ioctl: SIOCSIFFLAGS failed, error: %s", strerror(errno));
-    return false;
-  }
-  NXCLog(LOG_INFO, kFn, "ioctl: SIOCSIFFLAGS set interface flags to: 0x%x for interface: %s",
-         (unsigned)(unsigned short)request.ifr_flags, name);
-  return true;
+  return ChangeFlags(fd.get(), &request, name, /*set=*/0, /*clear=*/IFF_UP, kFn);
 }

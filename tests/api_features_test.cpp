@@ -19,7 +19,6 @@
 namespace nxc::test {
 namespace {
 
-constexpr char kPingDir[] = "/run/zymtra-ping";
 constexpr char kNatConf5[] = "/etc/zymtra/zynet5/nat/nat.conf";
 
 class FeaturesTest : public DbTest {
@@ -27,24 +26,15 @@ class FeaturesTest : public DbTest {
   void SetUp() override {
     DbTest::SetUp();
     if (HasFatalFailure()) return;
-    InstallTools();
+    ASSERT_TRUE(InstallStandinDaemonsAndPing());
   }
   void TearDown() override {
     KillAllDaemons();
     (void)Shell("ip link del zynet3 2>/dev/null");
     DbTest::TearDown();
   }
-  // The daemons and the ping program share the one bindir.
-  static void InstallTools() {
-    ASSERT_TRUE(InstallStandinDaemons());
-    ASSERT_EQ(Shell(std::string("ln -sf ") + StandinDir() + "/zymtra-ping " + kStandinBinDir +
-                    " && rm -rf " + kPingDir + " && mkdir " + kPingDir),
-              0);
-  }
-  static void EveryPingAnswered() {
-    ASSERT_TRUE(WriteFile(std::string(kPingDir) + "/exit-codes", "0"));
-  }
-  static bool PingRan() { return FileExists(std::string(kPingDir) + "/calls"); }
+  static void EveryPingAnswered() { ASSERT_TRUE(SetPingExitCodes("0")); }
+  static bool PingRan() { return !PingCalls().empty(); }
   // Every call releases the lock it took: the next one can take it.
   static void ExpectUnlocked() {
     EXPECT_TRUE(NXCNetCfgLockConfig(nullptr)) << "a call kept the database lock";
@@ -198,7 +188,7 @@ class FullDiskTest : public FeaturesTest {
     if (HasFatalFailure()) return;
     ASSERT_EQ(mount("tmpfs", "/etc/zymtra", "tmpfs", 0, "size=64k"), 0) << strerror(errno);
     mounted_ = true;
-    InstallTools();  // the config file now lives on the new tmpfs
+    ASSERT_TRUE(InstallStandinDaemonsAndPing());  // the config file lives on the new tmpfs
   }
   void TearDown() override {
     FeaturesTest::TearDown();

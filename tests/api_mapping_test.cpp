@@ -25,16 +25,10 @@ constexpr char kVnet8[] =
 constexpr char kLocked[] = "Database file locking success";
 constexpr char kUnlocked[] = "Config file unlocking success";
 
-class MappingTest : public DbTest {
+class MappingTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinDaemons());
-  }
   void TearDown() override {
-    KillAllDaemons();
-    DbTest::TearDown();
+    DaemonTest::TearDown();
     for (const std::string &link : links_) (void)Shell("ip link del " + link + " 2>/dev/null");
     (void)Shell("rm -f /dev/zynet*");
   }

@@ -68,6 +68,12 @@ bool InstallStandinPing() {
          WriteFile("/etc/zymtra/config", std::string("bindir = \"") + StandinDir() + "\"\n");
 }
 
+bool InstallStandinDaemonsAndPing() {
+  return InstallStandinDaemons() &&
+         Shell(std::string("ln -sf ") + StandinDir() + "/zymtra-ping " + kStandinBinDir +
+               " && rm -rf " + kPingDir + " && mkdir " + kPingDir) == 0;
+}
+
 bool SetPingExitCodes(const std::string &codes) {
   (void)unlink((std::string(kPingDir) + "/calls").c_str());
   return WriteFile(std::string(kPingDir) + "/exit-codes", codes);

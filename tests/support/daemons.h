@@ -54,6 +54,10 @@ class DaemonTest : public DbTest {
 // The stand-in ping program (standins/zymtra-ping.cpp): names the stand-in
 // folder as bindir in /etc/zymtra/config and empties the ping's records.
 bool InstallStandinPing();
+// Both kinds of stand-in in one bindir: the daemons of
+// InstallStandinDaemons and the ping program beside them, with its records
+// emptied.
+bool InstallStandinDaemonsAndPing();
 // The exit codes of the next ping runs, blank-separated; the last repeats.
 bool SetPingExitCodes(const std::string &codes);
 // The recorded ping command lines, and the address each one was given after

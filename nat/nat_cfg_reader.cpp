@@ -142,12 +142,22 @@ extern "C" NatCfgIterator *NatCfgListSectionsInit(void) noexcept {
   return it;
 }
 
-extern "C" char *NatCfgListSections(NatCfgIterator *it) noexcept {
+namespace {
+
+// The file positioned where the iterator stopped; null when it is done or
+// the file cannot be positioned.
+FILE *ResumeAt(NatCfgIterator *it) {
   if (!it || it->position < 0) return nullptr;
   FILE *f = it->handle->stream;
   clearerr(f);
-  if (fseeko(f, it->position, SEEK_SET) != 0) return nullptr;
-  CPtr<char> line(static_cast<char *>(malloc(kLineSize)));
+  return fseeko(f, it->position, SEEK_SET) == 0 ? f : nullptr;
+}
+
+}  // namespace
+
+extern "C" char *NatCfgListSections(NatCfgIterator *it) noexcept {
+  FILE *f = ResumeAt(it);
+  CPtr<char> line(f ? static_cast<char *>(malloc(kLineSize)) : nullptr);
   if (!line) return nullptr;
   while (fgets(line.get(), kLineSize, f)) {
     const char *p = Content(line.get());
@@ -191,11 +201,8 @@ extern "C" NatCfgIterator *NatCfgListItemsInit(const char *section) noexcept {
 }
 
 extern "C" char *NatCfgListItems(NatCfgIterator *it, char **value, char **comment) noexcept {
-  if (!it || it->position < 0) return nullptr;
-  FILE *f = it->handle->stream;
-  clearerr(f);
-  if (fseeko(f, it->position, SEEK_SET) != 0) return nullptr;
-  CPtr<char> line(static_cast<char *>(malloc(kLineSize)));
+  FILE *f = ResumeAt(it);
+  CPtr<char> line(f ? static_cast<char *>(malloc(kLineSize)) : nullptr);
   if (!line) return nullptr;
   while (fgets(line.get(), kLineSize, f)) {
     const char *p = Content(line.get());

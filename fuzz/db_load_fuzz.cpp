@@ -31,7 +31,7 @@ bool LoadAndExport(const std::string &path, bool backup, std::string *records) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
-  static const std::string path = nxc::fuzz::ScratchDir() + "/networking";
+  static const std::string path = std::string(nxc::fuzz::ScratchDir()) + "/networking";
   nxc::fuzz::WriteFile(path, std::string_view(reinterpret_cast<const char *>(data + 1), size - 1));
   std::string exported;
   if (!LoadAndExport(path, /*backup=*/data[0] & 1, &exported)) return 0;

@@ -76,7 +76,7 @@ nxc::DhcpBlockPos Regenerate(Files *files, std::string *written) {
 // A database for vnet 1 with DHCP, NAT and one static mapping, its files in
 // the scratch folder; loaded read-only, so stored hashes stay in memory.
 Files *SetUp() {
-  const std::string &dir = nxc::fuzz::ScratchDir();
+  const std::string dir = nxc::fuzz::ScratchDir();
   std::string db = dir + "/networking";
   nxc::fuzz::WriteFile(db, "VERSION=1,0\n"
                            "answer CONFIGDIR " + dir + "\n"

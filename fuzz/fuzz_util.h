@@ -23,22 +23,22 @@
 namespace nxc::fuzz {
 
 // A folder of this process's own under TMPDIR (or /tmp), made on first use
-// and removed with everything in it when the process exits.
-inline const std::string &ScratchDir() {
-  static const std::string dir = [] {
-    const char *tmp = getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/nxc-fuzz-XXXXXX";
-    if (!mkdtemp(pattern.data())) {
-      perror("mkdtemp");
-      abort();
-    }
-    atexit([] {
-      (void)nftw(ScratchDir().c_str(),
-                 [](const char *path, const struct stat *, int, struct FTW *) { return remove(path); },
-                 16, FTW_DEPTH | FTW_PHYS);
-    });
-    return pattern;
-  }();
+// and removed with everything in it when the process exits. The path is
+// kept in a plain array: exit handlers run after static strings are gone.
+inline const char *ScratchDir() {
+  static char dir[4096] = "";
+  if (*dir) return dir;
+  const char *tmp = getenv("TMPDIR");
+  int n = snprintf(dir, sizeof dir, "%s/nxc-fuzz-XXXXXX", tmp && *tmp ? tmp : "/tmp");
+  if (n < 0 || static_cast<size_t>(n) >= sizeof dir || !mkdtemp(dir)) {
+    perror("mkdtemp");
+    abort();
+  }
+  atexit([] {
+    (void)nftw(ScratchDir(),
+               [](const char *path, const struct stat *, int, struct FTW *) { return remove(path); },
+               16, FTW_DEPTH | FTW_PHYS);
+  });
   return dir;
 }
 

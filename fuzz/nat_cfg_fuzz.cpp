@@ -66,7 +66,7 @@ void CheckItems(const char *section, int maxSteps) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static const std::string path = nxc::fuzz::ScratchDir() + "/nat.conf";
+  static const std::string path = std::string(nxc::fuzz::ScratchDir()) + "/nat.conf";
   std::string_view rest(reinterpret_cast<const char *>(data), size);
   std::string section(Take(&rest));
   std::string key(Take(&rest));

@@ -16,4 +16,6 @@ PKG_CONFIG_PATH="$pcdir" cc "$here/consumer.c" -o "$work/pc-consumer" \
   $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs nexcfg)
 LD_LIBRARY_PATH="$libdir" "$work/pc-consumer"
 test -f "$work/prefix/share/man/man1/nexcfg.1"
-echo "installed library, headers, CMake package, pkg-config file and man page work"
+# The daemons go where the library starts them from: BINDIR under the prefix.
+for daemon in zynet-netifup zynet-dhcpd zynet-natd zynet-bridge; do test -x "$work/prefix/bin/$daemon"; done
+echo "installed library, headers, CMake package, pkg-config file, man page and daemons work"

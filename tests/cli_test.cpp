@@ -506,6 +506,9 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   ASSERT_EQ(0, Shell("touch /tmp/l && /usr/sbin/dhcpd -t -cf /etc/zymtra/zynet1/dhcpd/dhcpd.conf "
                      "-lf /tmp/l -pf /tmp/p >/dev/null 2>&1"));
 
+  // The stand-in netifup makes no interface; the tool gives this one the
+  // adapter's address.
+  ASSERT_EQ(0, Shell("ip link add zynet1 type bridge"));
   JValue started = Ok({"--json", "service", "start", "1"}).Json();
   ASSERT_EQ(started["started"].items.size(), 2u);  // the configured ones, in order
   EXPECT_EQ(started["started"][0].s, "netifup");
@@ -525,6 +528,7 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.err.find("NAT service is still running"), std::string::npos) << refused.err;
 
+  EXPECT_EQ(0, Shell("ip -4 addr show zynet1 | grep -q 'inet 192.168.56.1/24'"));
   Ok({"service", "stop", "1"});
   Ok({"service", "stop", "8"});
   for (const auto &s : Ok({"--json", "service", "status", "8"}).Json().items) EXPECT_EQ(s["status"].s, "stopped");
@@ -592,9 +596,13 @@ TEST_F(CliTest, HostOnlyAdapterComesUpAndGoesDown) {
   Ok({"adapter", "update", "6"});
   Ok({"adapter", "down", "6"});
   EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["up"].b);
+  // An adapter whose interface is gone still has its netifup stopped.
+  Ok({"adapter", "up", "6"});
+  ASSERT_EQ(0, Shell("ip link del zynet6"));
+  Ok({"adapter", "down", "6"});
+  EXPECT_EQ(Ok({"--json", "service", "status", "6", "netifup"}).Json()[0]["status"].s, "stopped");
   Ok({"adapter", "off", "6", "--cleanup"});
   EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["configured"].b);
-  (void)Shell("ip link del zynet6");
 }
 
 TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "adapter.h"
 #include "cli.h"
 #include "params.h"
 #include "sections.h"
@@ -64,9 +65,10 @@ int AdapterStatus(const Invocation &in) {
 
 int AdapterUpDown(const Invocation &in, bool up) {
   std::string vnet = VnetName(in.Arg(0));
-  Call(std::string("bring the host-only adapter of ") + vnet + (up ? " up" : " down"), [&] {
-    return up ? NXC_EnableNetworkAdapter(vnet.c_str()) : NXC_DisableNetworkAdapter(vnet.c_str());
-  });
+  if (up)
+    BringAdapterUp(vnet);
+  else
+    BringAdapterDown(vnet);
   Json out = Json::Object();
   out.Set("vnet", vnet);
   out.Set("up", up);
@@ -223,6 +225,17 @@ std::string DefaultBridge() {
   NXC_NetID id = NetId(kNoVnet);
   Call("read the default bridge", [&] { return NXC_GetBridgeDefaultNetwork(&id); });
   return VnetText(id.vnet);
+}
+
+void BringAdapterUp(const std::string &vnet) {
+  Call("bring the host-only adapter of " + vnet + " up", [&] { return NXC_EnableNetworkAdapter(vnet.c_str()); });
+}
+
+void BringAdapterDown(const std::string &vnet) {
+  Call("bring the host-only adapter of " + vnet + " down", [&] { return NXC_DisableNetworkAdapter(vnet.c_str()); });
+  // The library leaves netifup running when the interface is gone already.
+  Call("stop the netifup service of " + vnet,
+       [&] { return NXC_StopService(vnet.c_str(), NXC_SERVICE_TYPE_NETIFUP); });
 }
 
 std::span<const Command> BridgeCommands() { return kCommands; }

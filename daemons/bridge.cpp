@@ -161,14 +161,9 @@ int main(int argc, char **argv) {
   }
   int statusFd = StatusDescriptor(statusArg, kUsage);
 
-  if (!Detach(statusFd)) return 1;
   EventLoop loop;
   Rtnl rtnl;
-  if (!loop.Init()) return 1;
-  if (int rc = rtnl.Open()) {
-    Log("cannot open a routing netlink socket: %s", strerror(-rc));
-    return 1;
-  }
+  if (!BeginDaemon(statusFd, &loop, &rtnl)) return 1;
   std::vector<Link> adapters;
   if (!ChooseAdapters(&rtnl, kind == 'i', names, &adapters)) return 1;
   UndoList undo;

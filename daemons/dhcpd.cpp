@@ -41,13 +41,6 @@ struct ServedSubnet {
   uint32_t hostAddress = 0;  // the host entry's fixed address, or 0
 };
 
-bool ParseIPv4(const std::string &text, uint32_t *out) {
-  struct in_addr a;
-  if (inet_pton(AF_INET, text.c_str(), &a) != 1) return false;
-  *out = ntohl(a.s_addr);
-  return true;
-}
-
 // The words of a dhcpd.conf, without comments; ';', '{' and '}' are words
 // of their own.
 std::vector<std::string> ConfWords(std::istream &in) {
@@ -76,10 +69,10 @@ bool ReadServedSubnet(const std::string &conf, const std::string &name, ServedSu
   bool haveSubnet = false;
   for (size_t i = 0; i + 3 < w.size(); ++i) {
     if (!haveSubnet && w[i] == "subnet" && w[i + 2] == "netmask")
-      haveSubnet = ParseIPv4(w[i + 1], &s.network) && ParseIPv4(w[i + 3], &s.mask);
+      haveSubnet = ParseIpv4(w[i + 1], &s.network) && ParseIpv4(w[i + 3], &s.mask);
     if (w[i] != "host" || w[i + 1] != name || w[i + 2] != "{") continue;
     for (size_t j = i + 3; j + 1 < w.size() && w[j] != "}"; ++j)
-      if (w[j] == "fixed-address") (void)ParseIPv4(w[j + 1], &s.hostAddress);
+      if (w[j] == "fixed-address") (void)ParseIpv4(w[j + 1], &s.hostAddress);
   }
   if (!haveSubnet) {
     Log("%s declares no subnet", conf.c_str());
@@ -87,13 +80,6 @@ bool ReadServedSubnet(const std::string &conf, const std::string &name, ServedSu
   }
   *out = s;
   return true;
-}
-
-int PrefixLength(uint32_t mask) { return __builtin_popcount(mask); }
-
-std::string Raw(uint32_t hostOrder) {
-  uint32_t n = htonl(hostOrder);
-  return std::string(reinterpret_cast<const char *>(&n), sizeof n);
 }
 
 // Makes sure the bridge has an address in the served subnet (see above).
@@ -112,12 +98,7 @@ bool EnsureServerAddress(Rtnl *rtnl, const Link &bridge, const ServedSubnet &s, 
     Log("%s has no address in the served subnet, and dhcpd.conf reserves none for the host", bridge.name.c_str());
     return false;
   }
-  Address own;
-  own.family = AF_INET;
-  own.prefixLength = static_cast<uint8_t>(PrefixLength(s.mask));
-  own.local = own.peer = Raw(s.hostAddress);
-  own.broadcast = Raw(s.network | ~s.mask);
-  return EnsureAddress(rtnl, bridge, own, undo);
+  return EnsureAddress(rtnl, bridge, Ipv4Address(s.hostAddress, s.mask), undo);
 }
 
 // The ISC DHCP server, run as a child with its output on a pipe.
@@ -212,21 +193,16 @@ int main(int argc, char **argv) {
   int statusFd = StatusDescriptor(statusArg, kUsage);
   const std::string &name = rest[0];
 
-  if (!Detach(statusFd)) return 1;
   EventLoop loop;
   Rtnl rtnl;
   ServedSubnet subnet;
-  if (!loop.Init() || !ReadServedSubnet(conf, name, &subnet)) return 1;
+  if (!BeginDaemon(statusFd, &loop, &rtnl) || !ReadServedSubnet(conf, name, &subnet)) return 1;
   nxc::UniqueFd leasesFile(open(leases.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   if (!leasesFile) {
     Log("cannot create the leases file %s: %s", leases.c_str(), strerror(errno));
     return 1;
   }
   leasesFile.reset();
-  if (int rc = rtnl.Open()) {
-    Log("cannot open a routing netlink socket: %s", strerror(-rc));
-    return 1;
-  }
   UndoList undo;
   VnetBridge bridge;
   int vnet = TrailingNumber(name);

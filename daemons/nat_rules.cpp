@@ -9,6 +9,7 @@
 
 #include "base/unique_fd.h"
 #include "daemons/daemon.h"
+#include "daemons/rtnl.h"
 #include "nexcfg_internal.h"
 
 namespace zynetd {
@@ -24,13 +25,6 @@ constexpr char kCommentLead[] = "zynet NAT; host forwarding before: ";
 std::string Item(const char *section, const char *key) {
   nxc::CPtr<char> value(NatCfgGetItem(section, key));
   return value ? value.get() : "";
-}
-
-bool ParseIPv4(const std::string &text, uint32_t *out) {
-  struct in_addr a;
-  if (inet_pton(AF_INET, text.c_str(), &a) != 1) return false;
-  *out = ntohl(a.s_addr);
-  return true;
 }
 
 std::string DottedText(uint32_t hostOrder) {
@@ -64,7 +58,7 @@ void ReadForwards(const char *section, bool tcp, std::vector<PortForward> *out) 
     long hostPort = 0, guestPort = 0;
     uint32_t unused = 0;
     if (colon == std::string::npos || !ParseNumber(key.get(), 1, 65535, &hostPort) ||
-        !ParseNumber(target.substr(colon + 1), 1, 65535, &guestPort) || !ParseIPv4(f.guestAddress, &unused)) {
+        !ParseNumber(target.substr(colon + 1), 1, 65535, &guestPort) || !ParseIpv4(f.guestAddress, &unused)) {
       Log("ignoring the [%s] entry \"%s = %s\": not <port> = <address>:<port>", section, key.get(), target.c_str());
       continue;
     }
@@ -120,7 +114,7 @@ bool ReadNatConfig(const std::string &path, NatConfig *out) {
   NatConfig c;
   std::string ip = Item("host", "ip"), netmask = Item("host", "netmask"), device = Item("host", "device");
   c.vnet = TrailingNumber(device);
-  if (!ParseIPv4(ip, &c.gateway) || !ParseIPv4(netmask, &c.mask) || c.vnet < 0 || c.vnet > 255) {
+  if (!ParseIpv4(ip, &c.gateway) || !ParseIpv4(netmask, &c.mask) || c.vnet < 0 || c.vnet > 255) {
     Log("%s: [host] needs ip, netmask and device (/dev/zynet<n>); it has \"%s\", \"%s\" and \"%s\"", path.c_str(),
         ip.c_str(), netmask.c_str(), device.c_str());
     return false;

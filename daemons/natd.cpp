@@ -30,20 +30,6 @@ using namespace zynetd;
 
 constexpr char kUsage[] = "zynet-natd -s FD -d PIDFILE -m NATMAC -c NATCONF";
 
-std::string Raw(uint32_t hostOrder) {
-  uint32_t n = htonl(hostOrder);
-  return std::string(reinterpret_cast<const char *>(&n), sizeof n);
-}
-
-Address GatewayAddress(const NatConfig &c) {
-  Address a;
-  a.family = AF_INET;
-  a.prefixLength = static_cast<uint8_t>(__builtin_popcount(c.mask));
-  a.local = a.peer = Raw(c.gateway);
-  a.broadcast = Raw((c.gateway & c.mask) | ~c.mask);
-  return a;
-}
-
 // The gateway's IPv6 address: the prefix's second address, as the IPv4
 // gateway is the subnet's second.
 Address Gateway6Address(const NatConfig &c) {
@@ -83,20 +69,15 @@ int main(int argc, char **argv) {
   if (!rest.empty()) UsageExit(kUsage);
   int statusFd = StatusDescriptor(statusArg, kUsage);
 
-  if (!Detach(statusFd)) return 1;
   EventLoop loop;
   Rtnl rtnl;
   NatTable table;
   NatConfig config;
-  if (!loop.Init() || !ReadNatConfig(confFile, &config)) return 1;
-  if (int rc = rtnl.Open()) {
-    Log("cannot open a routing netlink socket: %s", strerror(-rc));
-    return 1;
-  }
+  if (!BeginDaemon(statusFd, &loop, &rtnl) || !ReadNatConfig(confFile, &config)) return 1;
   UndoList undo;
   VnetBridge bridge;
   if (!AcquireBridge(&rtnl, config.bridge, VnetAdapterMac(config.vnet), &bridge, &undo) ||
-      !EnsureUp(&rtnl, bridge, &undo) || !EnsureAddress(&rtnl, bridge.link, GatewayAddress(config), &undo) ||
+      !EnsureUp(&rtnl, bridge, &undo) || !EnsureAddress(&rtnl, bridge.link, Ipv4Address(config.gateway, config.mask), &undo) ||
       (config.nat6 && !EnsureAddress(&rtnl, bridge.link, Gateway6Address(config), &undo)))
     return 1;
   undo.Push([&table] { table.Remove(); });

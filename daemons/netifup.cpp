@@ -32,14 +32,9 @@ int main(int argc, char **argv) {
   int vnet = TrailingNumber(device);
   if (vnet < 0) vnet = TrailingNumber(name);
 
-  if (!Detach(statusFd)) return 1;
   EventLoop loop;
   Rtnl rtnl;
-  if (!loop.Init()) return 1;
-  if (int rc = rtnl.Open()) {
-    Log("cannot open a routing netlink socket: %s", strerror(-rc));
-    return 1;
-  }
+  if (!BeginDaemon(statusFd, &loop, &rtnl)) return 1;
   UndoList undo;
   VnetBridge bridge;
   if (!AcquireBridge(&rtnl, name, vnet >= 0 ? VnetAdapterMac(vnet) : "", &bridge, &undo)) return 1;

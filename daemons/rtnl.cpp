@@ -374,6 +374,26 @@ int Rtnl::DeleteRoute(const Route &route, int index) {
   return Transact(&request);
 }
 
+bool ParseIpv4(const std::string &text, uint32_t *out) {
+  struct in_addr a;
+  if (inet_pton(AF_INET, text.c_str(), &a) != 1) return false;
+  *out = ntohl(a.s_addr);
+  return true;
+}
+
+Address Ipv4Address(uint32_t address, uint32_t mask) {
+  auto raw = [](uint32_t hostOrder) {
+    uint32_t n = htonl(hostOrder);
+    return std::string(reinterpret_cast<const char *>(&n), sizeof n);
+  };
+  Address a;
+  a.family = AF_INET;
+  a.prefixLength = static_cast<uint8_t>(__builtin_popcount(mask));
+  a.local = a.peer = raw(address);
+  a.broadcast = raw((address & mask) | ~mask);
+  return a;
+}
+
 std::string MacText(const std::string &mac) {
   std::string text;
   char byte[4];

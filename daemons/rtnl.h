@@ -86,6 +86,12 @@ class Rtnl {
   uint32_t seq_ = 0;
 };
 
+// A dotted IPv4 address in host order; false when text is not one.
+bool ParseIpv4(const std::string &text, uint32_t *out);
+// The IPv4 address (host order) with the prefix of mask and the subnet's
+// broadcast address, as an interface carries it.
+Address Ipv4Address(uint32_t address, uint32_t mask);
+
 // "AA:BB:CC:DD:EE:FF" of a raw MAC address.
 std::string MacText(const std::string &mac);
 // The dotted or colon text of a raw IPv4 or IPv6 address.

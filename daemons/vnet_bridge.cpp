@@ -55,6 +55,15 @@ void ReleaseBridge(Rtnl *rtnl, const std::string &name) {
 
 }  // namespace
 
+bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl) {
+  if (!Detach(statusFd) || !loop->Init()) return false;
+  if (int rc = rtnl->Open()) {
+    Log("cannot open a routing netlink socket: %s", strerror(-rc));
+    return false;
+  }
+  return true;
+}
+
 std::string VnetAdapterMac(int vnet) {
   const unsigned char mac[6] = {0x02, 0x1C, 0x7E, static_cast<unsigned char>(0xC0 | ((vnet >> 16) & 0x3F)),
                                 static_cast<unsigned char>((vnet >> 8) & 0xFF),

@@ -17,6 +17,11 @@
 
 namespace zynetd {
 
+// Detaches (step 2 of the contract in daemon.h), sets up the loop and
+// opens routing netlink: what every daemon does first. Logs and returns
+// false on failure.
+bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl);
+
 // The MAC address the library gives vnet n's host adapter (02:1C:7E,
 // then 0xC0 | bits 16-21 of n, bits 8-15, bits 0-7), raw.
 std::string VnetAdapterMac(int vnet);

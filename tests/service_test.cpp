@@ -79,34 +79,6 @@ void SetPidFile(const std::string &path, const std::string &contents) {
 
 using ServiceTest = DaemonTest;
 
-TEST_F(ServiceTest, TablesAndPidFileNames) {
-  LoadWith("");
-  std::string table;
-  for (uint32_t id = 0; id <= 5; ++id)
-    table += std::string(NXCLookupDescStringForServiceID(id)) + ":" +
-             std::to_string(NXCLookupConfigOptionForServiceID(id)) + " ";
-  EXPECT_EQ(table, ":0 Bridge:1 Netifup:4 DHCP:2 NAT:3 :0 ");
-  for (uint32_t id : {0u, 5u}) {
-    char *path = nullptr;
-    EXPECT_FALSE(NXCGetPidFilename(8, id, &path, nullptr));
-    EXPECT_TRUE(LogHas("NXCGetPidFilename - Invalid service name: " + std::to_string(id)));
-  }
-  // Without program answers the daemon's own name is used.
-  char *path = nullptr;
-  const char *desc = nullptr;
-  ASSERT_TRUE(NXCGetPidFilename(8, NXC_SERVICE_BRIDGE, &path, &desc));
-  EXPECT_EQ(std::string(path) + " " + desc, "/var/run/zynet-bridge-8.pid Bridge");
-  free(path);
-  EXPECT_TRUE(LogHas("Cannot find BRIDGE_PROGRAM value in Vnet Config"));
-
-  // The program answers and RUNDIR name the pid files.
-  ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "RUNDIR", "/run/svc"));
-  ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "DHCP_PROGRAM", "dhcp"));
-  ASSERT_TRUE(NXCGetPidFilename(3, NXC_SERVICE_DHCP, &path, &desc));
-  EXPECT_EQ(std::string(path) + " " + desc, "/run/svc/dhcp-zynet3.pid DHCP");
-  free(path);
-}
-
 TEST_F(ServiceTest, ExtractPidFromFile) {
   LoadWith("");
   const std::pair<const char *, int32_t> cases[] = {
@@ -369,27 +341,6 @@ TEST_F(ServiceTest, DaemonInheritsOnlyItsStandardDescriptors) {
       ADD_FAILURE() << "daemon inherited fd " << fd << " -> " << to;
     }
   }
-}
-
-TEST_F(ServiceTest, RemovingBridgeMappingsRestartsTheDefaultBridge) {
-  LoadWith("add_bridge_mapping ethB 2\n");
-  // Not running: the restart leaves it stopped and succeeds.
-  EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
-  EXPECT_FALSE(FileExists("/var/run/zynet-bridge-0.pid"));
-
-  ASSERT_TRUE(NXCSetBridgeMappingForAdapter("ethB", 2));
-  ASSERT_TRUE(NXCServiceStart(0, NXC_SERVICE_BRIDGE));
-  EXPECT_EQ(Argv("zynet-bridge").back(), "-eethB");
-  pid_t before = PidInFile("/var/run/zynet-bridge-0.pid");
-  EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
-  // ethB now belongs to the default bridge, whose daemon runs anew without
-  // excluding it.
-  pid_t after = PidInFile("/var/run/zynet-bridge-0.pid");
-  EXPECT_NE(after, before);
-  EXPECT_TRUE(Alive(after));
-  EXPECT_EQ(Argv("zynet-bridge"), (V{std::string(kStandinBinDir) + "/zynet-bridge", "-s", "<S>",
-                                     "-d", "/var/run/zynet-bridge-0.pid", "-n", "0"}));
-  EXPECT_FALSE(LogHas("Failed to restart bridge service"));
 }
 
 }  // namespace

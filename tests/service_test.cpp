@@ -190,55 +190,41 @@ TEST_F(ServiceTest, StatusAndStopFollowThePidFile) {
   ASSERT_TRUE(NXCServiceStart(8, NXC_SERVICE_NAT));
   const pid_t running = PidInFile(kNatPid), dead = DeadPid();
   ASSERT_TRUE(Alive(running));
-  ASSERT_GT(dead, 0);
-  ASSERT_FALSE(Alive(dead));
+  ASSERT_TRUE(dead > 0 && !Alive(dead));
   const struct {
     const char *name;
     std::string contents;  // "": no pid file
     uint32_t status;
-    std::string line;
-  } statuses[] = {
-      {"running", std::to_string(running) + "\n", NXC_SERVICE_RUNNING,
-       "Successfully tracked NAT daemon on vnet: 8, pid: " + std::to_string(running)},
-      {"no pid file", "", NXC_SERVICE_NOT_RUNNING, "Could not extract PID of NAT"},
-      {"garbage", "abc\n", NXC_SERVICE_STATUS_UNKNOWN, "Could not extract PID of NAT"},
+    std::string statusLine;
+    bool stopped;
+    std::string stopLine;
+  } cases[] = {
+      {"no pid file", "", NXC_SERVICE_NOT_RUNNING, "Could not extract PID of NAT", true,
+       "Could not extract PID of NAT"},
+      {"garbage", "abc\n", NXC_SERVICE_STATUS_UNKNOWN, "Could not extract PID of NAT", false,
+       "Could not extract PID of NAT"},
       {"stale pid", std::to_string(dead) + "\n", NXC_SERVICE_NOT_RUNNING,
-       "pid: " + std::to_string(dead) + " for NAT service daemon on vnet: 8 is stale"},
+       "pid: " + std::to_string(dead) + " for NAT service daemon on vnet: 8 is stale", true,
+       "NAT service daemon does not seem to be running, pid: "},
+      {"running", std::to_string(running) + "\n", NXC_SERVICE_RUNNING,
+       "Successfully tracked NAT daemon on vnet: 8, pid: " + std::to_string(running), true,
+       "Successfully killed NAT service daemon, pid: " + std::to_string(running)},
   };
-  for (const auto &c : statuses) {
+  for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     ClearLog();
     SetPidFile(kNatPid, c.contents);
     EXPECT_EQ(NXCServiceStatus(8, NXC_SERVICE_NAT), c.status);
-    EXPECT_TRUE(LogHas(c.line));
+    EXPECT_TRUE(LogHas(c.statusLine));
     EXPECT_EQ(FileExists(kNatPid), !c.contents.empty()) << "status leaves the pid file alone";
-  }
-  EXPECT_EQ(NXCServiceStatus(8, 7), NXC_SERVICE_STATUS_UNKNOWN);
-
-  const struct {
-    const char *name;
-    std::string contents;
-    bool result;
-    std::string line;
-    bool pidFileKept;
-  } stops[] = {
-      {"running", std::to_string(running) + "\n", true,
-       "Successfully killed NAT service daemon, pid: " + std::to_string(running), false},
-      {"no pid file", "", true, "Could not extract PID of NAT", false},
-      {"garbage", "abc\n", false, "Could not extract PID of NAT", true},
-      {"stale pid", std::to_string(dead) + "\n", true,
-       "NAT service daemon does not seem to be running, pid: ", false},
-  };
-  for (const auto &c : stops) {
-    SCOPED_TRACE(std::string("stop: ") + c.name);
     ClearLog();
-    SetPidFile(kNatPid, c.contents);
-    EXPECT_EQ(NXCServiceStop(8, NXC_SERVICE_NAT), c.result);
-    EXPECT_TRUE(LogHas(c.line));
-    EXPECT_EQ(FileExists(kNatPid), c.pidFileKept);
-    EXPECT_EQ(LogHas("Successfully killed"), &c == &stops[0]);
+    EXPECT_EQ(NXCServiceStop(8, NXC_SERVICE_NAT), c.stopped);
+    EXPECT_TRUE(LogHas(c.stopLine));
+    EXPECT_EQ(FileExists(kNatPid), !c.stopped) << "a successful stop removes the pid file";
+    EXPECT_EQ(LogHas("Successfully killed"), c.status == NXC_SERVICE_RUNNING);
   }
   EXPECT_FALSE(Alive(running));
+  EXPECT_EQ(NXCServiceStatus(8, 7), NXC_SERVICE_STATUS_UNKNOWN);
 }
 
 TEST_F(ServiceTest, StopKillsADaemonThatIgnoresTerm) {

@@ -76,10 +76,7 @@ TEST_F(MappingTest, BadArgumentsAreRefusedBeforeTheLock) {
   uint16_t port = 0;
   std::string tooLong(128, 'd');
   const char *good = "00:00:00:00:00:01";
-  struct Case {
-    const char *line;
-    std::function<bool()> call;
-  } cases[] = {
+  struct Case { const char *line; std::function<bool()> call; } cases[] = {
       {"Invalid argument - vnet: (nil), mac: ",
        [&] { return NXC_SetDHCPIPToMAC(nullptr, "192.168.8.5", good); }},
       {"IP address is not valid: 192.168.8.256",

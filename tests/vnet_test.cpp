@@ -80,28 +80,6 @@ TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
   }
 }
 
-TEST_F(VnetModelTest, SwitchingOffWithCleanUpRemovesTheServicesSettings) {
-  LoadWith(
-      "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP yes\nanswer VNET_3_NAT yes\n"
-      "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
-      "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n"
-      "answer VNET_4_VIRTUAL_ADAPTER yes\nanswer VNET_4_VIRTUAL_ADAPTER_ADDR 10.0.4.1\n"
-      "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n");
-  EXPECT_TRUE(NXCSetVnetUseDHCP(1, false, false));
-  EXPECT_TRUE(NXCSetVnetUseDHCP(2, false, true));
-  EXPECT_TRUE(NXCSetVnetUseNAT(3, false, true));
-  EXPECT_TRUE(NXCSetVnetUseAdapter(4, false, true));
-  EXPECT_EQ(Answers({"VNET_1_DHCP", "VNET_2_DHCP", "VNET_2_DHCP_PARAM_LEASE_START_IP", "VNET_3_NAT",
-                     "VNET_3_NAT_PARAM_UDP_TIMEOUT", "VNET_4_VIRTUAL_ADAPTER",
-                     "VNET_4_VIRTUAL_ADAPTER_ADDR", "VNET_4_VIRTUAL_ADAPTER_NAME"}),
-            "no no <absent> no <absent> no <absent> <absent>");
-  for (const char *line : {"DHCP set to 0 in vnet config for vnet: 1",
-                           "DHCP set to 0 in vnet config for vnet: 2",
-                           "NAT set to 0 in vnet config for vnet: 3",
-                           "VIRTUAL_ADAPTER set to 0 in vnet config for vnet: 4"})
-    EXPECT_TRUE(LogHas(line)) << line;
-}
-
 TEST_F(VnetModelTest, FailedCleanUpOnAFullDiskFailsDhcpAndAdapterButNatOnlyLogs) {
   WriteDb(
       "answer VNET_6_VIRTUAL_ADAPTER yes\nanswer VNET_6_VIRTUAL_ADAPTER_ADDR 10.0.6.1\n"

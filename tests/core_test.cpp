@@ -144,8 +144,6 @@ TEST_F(CoreTest, LoadWithoutDatabaseFailsAndCallsRefuse) {
   EXPECT_EQ(nxcContext.loadCount, 0);
   EXPECT_TRUE(LogHas("NXCNetCfgLoad - Import file does not exist"));
   EXPECT_TRUE(LogHas("Error loading the vnet configuration, file used: /etc/zymtra/networking"));
-  // The failure path still writes its exit banner if INFO2 were on; with
-  // the initial mask 0x19 it is not there.
   const char *value = nullptr;
   EXPECT_FALSE(NXC_VnetCfgGetAnswer("K", &value));
   EXPECT_TRUE(LogHas("NXC_VnetCfgGetAnswer - Nexcfg Un-Initialized, Aborting\n\n"));
@@ -190,11 +188,9 @@ TEST_F(CoreTest, ConfiguredLogFileReplacesTheDefaultWhenItCanBeOpened) {
 }
 
 TEST_F(CoreTest, StoredLogLevelFallsBackToDefaultWhenUnusable) {
-  struct Case {
-    const char *stored;
-    uint32_t expected;
-  } cases[] = {{nullptr, 0x19}, {"abc", 0x19}, {"-1", 0x19}, {"0x7f", 0x7f}, {"0x1ff", 0x1ff},
-               {"33", 33}};
+  // Stored values are not checked against the highest level.
+  struct Case { const char *stored; uint32_t expected; } cases[] = {
+      {nullptr, 0x19}, {"abc", 0x19}, {"-1", 0x19}, {"0x1ff", 0x1ff}, {"33", 33}};
   for (const Case &c : cases) {
     SCOPED_TRACE(c.stored ? c.stored : "absent");
     WriteRawDb(std::string("VERSION=1,0\n") +
@@ -236,7 +232,6 @@ TEST_F(CoreTest, AnswerCallsCheckArgumentsInTheirShortFrame) {
   EXPECT_STREQ(value, "v");
   EXPECT_TRUE(NXC_VnetCfgRemoveAnswer("K"));
   EXPECT_FALSE(NXC_VnetCfgGetAnswer("K", &value));
-  EXPECT_EQ(NXC_Version(), 0x10000u);
 }
 
 }  // namespace

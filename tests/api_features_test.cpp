@@ -19,18 +19,8 @@ namespace {
 
 constexpr char kNatConf5[] = "/etc/zymtra/zynet5/nat/nat.conf";
 
-class FeaturesTest : public DbTest {
+class FeaturesTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinDaemonsAndPing());
-  }
-  void TearDown() override {
-    KillAllDaemons();
-    (void)Shell("ip link del zynet3 2>/dev/null");
-    DbTest::TearDown();
-  }
   static void EveryPingAnswered() { ASSERT_TRUE(SetPingExitCodes("0")); }
   static bool PingRan() { return !PingCalls().empty(); }
   // Every call releases the lock it took: the next one can take it.
@@ -293,7 +283,8 @@ TEST_F(FeaturesTest, AdapterStatusAndUpdate) {
   EXPECT_EQ(status("zynet4"), "failed");  // its name does not fit
   EXPECT_TRUE(LogHas("Failed to get the name of hostonly adapter for vnet: zynet4"));
 
-  ASSERT_EQ(Shell("ip link add zynet3 type veth peer name zypeer3"), 0);
+  TestLinks links;
+  ASSERT_TRUE(links.Add("zynet3", "link add zynet3 type veth peer name zypeer3"));
   EXPECT_EQ(status("zynet3"), "installed,down");
   EXPECT_TRUE(NXC_UpdateAdapterFromConfig("zynet3"));
   EXPECT_TRUE(LogHas("Adapter is currently disabled, nothing to update on vnet: zynet3"));

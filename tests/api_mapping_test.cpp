@@ -10,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "nexcfg.h"
 #include "support/daemons.h"

@@ -30,14 +30,7 @@ unsigned long NumberAfter(const std::string &log, const std::string &text) {
 // True when nobody, this process included, holds the database lock.
 bool LockIsFree() { return LockFromOtherProcess(kDbPath, 0) == 0; }
 
-class ApiVnetTest : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinPing());
-  }
-};
+using ApiVnetTest = DaemonTest;
 
 // ---- Getters ---------------------------------------------------------------
 
@@ -241,7 +234,7 @@ TEST_F(ApiVnetTest, NatPrefixesAreStoredAndFoundByText) {
 
 TEST_F(ApiVnetTest, SubnetAvailabilityIsAnsweredThroughTheFlag) {
   LoadWith("answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\n");
-  const std::string ping = std::string(StandinDir()) + "/zymtra-ping -q -b ";
+  const std::string ping = std::string(kStandinBinDir) + "/zymtra-ping -q -b ";
   struct Case { const char *codes; bool broadcast; bool available; V calls; } const cases[] = {
       {"1 1", true, true, {ping + "10.3.0.0 -t 2 -i 5", ping + "10.3.0.1 -t 2 -i 5"}},
       {"0", false, false, {ping + "10.3.0.1 -t 2 -i 5"}},

@@ -9,10 +9,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "base/sha1.h"
 #include "nexcfg_internal.h"

@@ -6,7 +6,6 @@
 #include <sys/sysmacros.h>
 
 #include <string>
-#include <vector>
 
 #include "support/db_fixture.h"
 

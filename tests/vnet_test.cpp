@@ -23,13 +23,8 @@ namespace {
 
 using V = std::vector<std::string>;
 
-class VnetModelTest : public DbTest {
+class VnetModelTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinPing());
-  }
   // The answers of keys, joined with blanks.
   std::string Answers(std::initializer_list<const char *> keys) const {
     std::string out;
@@ -136,7 +131,7 @@ TEST(SubnetCandidates, FollowTheFixedOrderAndLeaveOutUsedSubnets) {
 
 TEST_F(VnetModelTest, PingCommandLineAndExitCodesDecideWhetherASubnetIsFree) {
   LoadWith("");
-  const std::string ping = std::string(StandinDir()) + "/zymtra-ping";
+  const std::string ping = std::string(kStandinBinDir) + "/zymtra-ping";
   const std::string bcast = ping + " -q -b 10.1.2.0 -t 3 -i 7";
   const std::string host = ping + " -q -b 10.1.2.1 -t 3 -i 7";
   struct Case { const char *name, *codes; bool broadcast, free; V calls; } const cases[] = {
@@ -239,10 +234,6 @@ class BridgeTest : public VnetModelTest {
     if (HasFatalFailure()) return;
     ASSERT_TRUE(links_.AddHostAdapters());
   }
-  void TearDown() override {
-    KillAllDaemons();
-    VnetModelTest::TearDown();
-  }
   TestLinks links_;
 
   // The bridge list of vnet as sorted "name:vnet" texts.
@@ -291,7 +282,6 @@ TEST_F(BridgeTest, DefaultBridgeTakesEveryUnmappedEthernetAdapter) {
 }
 
 TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeAndRestartsIt) {
-  ASSERT_TRUE(InstallStandinDaemons());
   LoadWith("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
   // Not running: the restart leaves the default bridge stopped and succeeds.
   EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));

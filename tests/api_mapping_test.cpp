@@ -26,10 +26,6 @@ constexpr char kUnlocked[] = "Config file unlocking success";
 
 class MappingTest : public DaemonTest {
  protected:
-  void TearDown() override {
-    DaemonTest::TearDown();
-    (void)Shell("rm -f /dev/zynet*");
-  }
   static int32_t VnetOf(const char *adapter) {
     int32_t vnet = 42;
     return NXCGetBridgeMappingForAdapter(adapter, &vnet) ? vnet : 42;

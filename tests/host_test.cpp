@@ -32,10 +32,6 @@ class HostTest : public DbTest {
     if (HasFatalFailure()) return;
     LoadWith("");
   }
-  void TearDown() override {
-    DbTest::TearDown();
-    (void)Shell("rm -rf /dev/zynet*");
-  }
   static void SetAnswer(const char *key, const char *value) {
     ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, key, value)) << key;
   }
@@ -180,7 +176,7 @@ mode_t Mode(const std::string &path) {
 
 using FileTest = HostTest;
 
-// Each type's own name shows where the files it is made for appear.
+// The other types' names are checked where their files are made.
 TEST_F(FileTest, NamesFollowConfigDirExceptTheDeviceAndUnnamedTypesFailSilently) {
   EXPECT_EQ(Name(-1, NXC_FILE_NETWORKING_DB), "/etc/zymtra/networking");
   SetAnswer("CONFIGDIR", "/tmp/c");

@@ -11,8 +11,9 @@ std::string Golden(const std::string &name) {
 
 void DbTest::SetUp() {
   ASSERT_TRUE(InSandbox()) << "this test must run inside the private namespaces";
-  // Each test starts from an empty configuration directory.
-  (void)Shell("rm -rf /etc/zymtra/* /etc/zymtra/.networking.*");
+  // Each test starts from an empty configuration directory and no vnet
+  // device nodes.
+  (void)Shell("rm -rf /etc/zymtra/* /etc/zymtra/.networking.* /dev/zynet*");
   ClearLog();
 }
 

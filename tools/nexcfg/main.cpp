@@ -27,6 +27,7 @@ const Group kGroups[] = {
     {"Host-only adapters and bridges", BridgeCommands},
     {"Services and devices", ServiceCommands},
     {"Features", FindCommands},
+    {"Checking", CheckCommands},
 };
 
 constexpr char kIntro[] =

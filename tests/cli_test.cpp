@@ -440,7 +440,7 @@ TEST_F(CliTest, CheckFindsEveryKindOfProblemPlantedIntoTheDatabaseAndTheHost) {
       0,
       Shell("sed -i 's/allow unknown-clients/deny unknown-clients/' /etc/zymtra/zynet2/dhcpd/dhcpd.conf && "
             "sed -i 's/^8080 = /8081 = /' /etc/zymtra/zynet8/nat/nat.conf && rm /dev/zynet8 && "
-            "echo 99999 > /run/zynet-dhcpd-zynet1.pid && echo abc > /run/zynet-bridge-6.pid && "
+            "echo 99999 > /var/run/zynet-dhcpd-zynet1.pid && echo abc > /var/run/zynet-bridge-6.pid && "
             "touch /dev/zynet7 && ip link add br-route type bridge && "
             "ip addr add 10.50.0.1/16 dev br-route && ip link set br-route up"));
   Plant(
@@ -548,7 +548,7 @@ TEST_F(CliTest, DeletingTheDatabaseWaitsForItsDaemons) {
   Ok({"nat", "on", "8"});
   Ok({"nat", "update", "8"});
   Ok({"service", "start", "8", "nat"});
-  pid_t natd = PidInFile("/run/zynet-natd-8.pid");
+  pid_t natd = PidInFile("/var/run/zynet-natd-8.pid");
   ASSERT_GT(natd, 0);
   EXPECT_TRUE(Has(Fails({"db", "delete"}, "refused")["error"]["message"].s, "zynet8 nat"));
   EXPECT_TRUE(FileExists(kDb));

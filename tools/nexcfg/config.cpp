@@ -82,19 +82,21 @@ bool IsRuleField(const std::string &field) {
 }
 
 std::vector<Lease> ReadLeases(const std::string &vnet) {
+  LogWatch quiet(/*quiet=*/true);  // the end of the table is a false result
   std::vector<Lease> leases;
   uint32_t cursor = 0;
   for (;;) {
     char ip[kIpCapacity] = "", mac[kMacCapacity] = "";
     uint32_t ipLength = sizeof ip, macLength = sizeof mac;
-    // The end of the table is a false result.
-    if (!Ask([&] { return NXC_EnumDHCPIPToMAC(vnet.c_str(), &cursor, ip, &ipLength, mac, &macLength); }))
-      return leases;
+    if (!NXC_EnumDHCPIPToMAC(vnet.c_str(), &cursor, ip, &ipLength, mac, &macLength)) break;
     leases.push_back({mac, ip});
   }
+  quiet.Report();
+  return leases;
 }
 
 std::vector<Forward> ReadForwards(const std::string &vnet) {
+  LogWatch quiet(/*quiet=*/true);
   std::vector<Forward> forwards;
   for (bool tcp : {true, false}) {
     uint32_t cursor = 0;
@@ -102,14 +104,13 @@ std::vector<Forward> ReadForwards(const std::string &vnet) {
       char vmIp[kIpCapacity] = "", desc[kDescriptionCapacity] = "";
       uint32_t vmIpLength = sizeof vmIp, descLength = sizeof desc;
       uint16_t hostPort = 0, vmPort = 0;
-      if (!Ask([&] {
-            return NXC_EnumNATPortForward(vnet.c_str(), tcp, &cursor, &hostPort, vmIp, &vmIpLength, &vmPort,
-                                          desc, &descLength);
-          }))
+      if (!NXC_EnumNATPortForward(vnet.c_str(), tcp, &cursor, &hostPort, vmIp, &vmIpLength, &vmPort, desc,
+                                  &descLength))
         break;
       forwards.push_back({tcp, hostPort, vmIp, vmPort, descLength ? desc : ""});
     }
   }
+  quiet.Report();
   return forwards;
 }
 
@@ -117,16 +118,19 @@ Config ReadConfig() {
   Config config;
   config.vnets.resize(NXC_NUM_VNETS);
   std::vector<std::string> fields = RuleFields();
+  LogWatch quiet(/*quiet=*/true);  // most settings are not set
   for (uint32_t n = 0; n < NXC_NUM_VNETS; ++n) {
     VnetConfig &v = config.vnets[n];
     v.name = VnetNameOf(n);
     for (const auto &field : fields) {
-      std::string value = AskAnswer("VNET_" + std::to_string(n) + "_" + field);
-      if (!value.empty()) v.fields[field] = value;
+      const char *value = nullptr;
+      std::string key = "VNET_" + std::to_string(n) + "_" + field;
+      if (NXC_VnetCfgGetAnswer(key.c_str(), &value) && value) v.fields[field] = value;
     }
     v.leases = ReadLeases(v.name);
     v.forwards = ReadForwards(v.name);
   }
+  quiet.Report();
   config.routes = HostRoutes();
   return config;
 }

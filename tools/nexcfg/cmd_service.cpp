@@ -88,7 +88,7 @@ int StartOrStop(const Invocation &in, bool start) {
   if (Opts().json) {
     Json out = Json::Object();
     out.Set("vnet", vnet);
-    out.Set(start ? "started" : "stopped", std::move(done));
+    out.Set("services", std::move(done));
     PrintJson(out);
   }
   return kExitOk;
@@ -138,9 +138,8 @@ int Device(const Invocation &in, bool create) {
   Json out = Json::Object();
   out.Set("vnet", vnet);
   out.Set("device", "/dev/" + vnet);
-  out.Set(create ? "created" : "deleted", true);
-  if (Opts().json) PrintJson(out);
-  Say(std::string(create ? "created /dev/" : "deleted /dev/") + vnet);
+  out.Set("exists", create);
+  Report(out, std::string(create ? "created /dev/" : "deleted /dev/") + vnet);
   return kExitOk;
 }
 

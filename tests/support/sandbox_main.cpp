@@ -4,16 +4,21 @@
 // Before gtest runs any test (and before any thread exists) the program
 // moves into new mount, network and pid namespaces, becomes pid 1 of the new
 // pid namespace in a forked child, and puts private file systems over every
-// path the library writes: /etc (rebuilt from bind mounts, with an empty
-// /etc/zymtra), /var/log, /run (= /var/run), /tmp (keeping a checkout or
-// build that lies under it) and /dev (rebuilt from the
-// few device nodes tests need). Nothing a test does can reach the machine's
-// own files or interfaces. The namespace's first process stays its init:
-// it runs the tests in a child and reaps orphaned daemons as a host's init
-// would; when it ends, nothing started by a test outlives it. When the
-// namespaces cannot be had, the program exits with 77 (skipped); it never
-// falls back to the real paths.
+// path the library writes: /etc (rebuilt from bind mounts of the host's
+// entries except /etc/zymtra, which starts empty), /var/log, /run and
+// /var/run, /tmp (keeping a checkout or build that lies under it), /dev
+// (rebuilt from the few device nodes tests need) and /sys (the sysfs of the
+// private network namespace, so /sys/class/net lists its interfaces only).
+// Whatever the host already has at those paths stays where it is, unread
+// and unchanged. The namespace's first process stays its init: it runs the
+// tests in a child and reaps orphaned daemons as a host's init would; when
+// it ends, nothing started by a test outlives it.
+//
+// Without root the program cannot make the namespaces and exits with 77
+// (skipped). As root a test never passes by skipping: a sandbox that cannot
+// be built, or a test that skips, fails the program.
 #include <errno.h>
+#include <limits.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -81,9 +86,9 @@ bool BindInto(const std::string &from, const std::string &to, std::string *why) 
 }
 
 // Puts a tmpfs over dir that holds bind mounts of the listed entries of the
-// original dir (all of them when names is null).
+// original dir (all of them but those named in leaveOut when names is null).
 bool RebuildDir(const char *dir, const char *const *names, std::string *why,
-                const char *mode = "mode=0755") {
+                const char *mode = "mode=0755", const char *leaveOut = nullptr) {
   std::string stage = std::string(kStage) + dir;
   std::string mk = "mkdir -p '" + stage + "'";
   if (system(mk.c_str()) != 0) {
@@ -98,6 +103,7 @@ bool RebuildDir(const char *dir, const char *const *names, std::string *why,
   if (names) {
     for (const char *const *n = names; *n; ++n)
       if (!BindInto(stage + "/" + *n, std::string(dir) + "/" + *n, why)) return false;
+    (void)umount2(stage.c_str(), MNT_DETACH);
     return true;
   }
   std::string list = "ls -A '" + stage + "'";
@@ -110,9 +116,13 @@ bool RebuildDir(const char *dir, const char *const *names, std::string *why,
   bool ok = true;
   while (ok && fgets(line, sizeof line, ls)) {
     line[strcspn(line, "\n")] = '\0';
+    if (leaveOut && strcmp(line, leaveOut) == 0) continue;
     ok = BindInto(stage + "/" + line, std::string(dir) + "/" + line, why);
   }
   pclose(ls);
+  // The entries stay bound; the stage goes, so the host's whole dir (what
+  // was left out included) is no longer reachable from the sandbox.
+  if (ok) (void)umount2(stage.c_str(), MNT_DETACH);
   return ok;
 }
 
@@ -157,6 +167,18 @@ bool PrivateTmp(std::string *why) {
   return RebuildDir("/tmp", names, why, "mode=1777");
 }
 
+// /var/run is a link to /run on most hosts, which the private /run already
+// covers; where it is a directory of its own it gets its own tmpfs.
+bool PrivateVarRun(std::string *why) {
+  char target[PATH_MAX];
+  if (realpath("/var/run", target) && strcmp(target, "/run") == 0) return true;
+  if (mkdir("/var/run", 0755) != 0 && errno != EEXIST) {
+    *why = Errno("mkdir", "/var/run");
+    return false;
+  }
+  return MountTmpfs("/var/run", "mode=0755", why);
+}
+
 bool BuildSandbox(std::string *why) {
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     *why = Errno("make private", "/");
@@ -166,8 +188,12 @@ bool BuildSandbox(std::string *why) {
     *why = Errno("mount proc on", "/proc");
     return false;
   }
-  if (!MountTmpfs("/run", "mode=0755", why)) return false;
-  if (!RebuildDir("/etc", nullptr, why)) return false;
+  if (mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
+    *why = Errno("mount sysfs on", "/sys");
+    return false;
+  }
+  if (!MountTmpfs("/run", "mode=0755", why) || !PrivateVarRun(why)) return false;
+  if (!RebuildDir("/etc", nullptr, why, "mode=0755", /*leaveOut=*/"zymtra")) return false;
   if (mkdir("/etc/zymtra", 0755) != 0) {
     *why = Errno("mkdir", "/etc/zymtra");
     return false;
@@ -208,19 +234,22 @@ int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
   if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
 
-  if (geteuid() != 0) {
+  // Without root the namespaces cannot be had: the tests are skipped, and
+  // scripts/test says so. As root, not getting them is a failure.
+  const bool root = geteuid() == 0;
+  if (!root) {
     fprintf(stderr, "SKIPPED: these tests need root to make private namespaces\n");
     return kSkipped;
   }
   if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID) != 0) {
-    fprintf(stderr, "SKIPPED: cannot make private namespaces: %s\n", strerror(errno));
-    return kSkipped;
+    fprintf(stderr, "FAILED: cannot make private namespaces: %s\n", strerror(errno));
+    return 1;
   }
   fflush(nullptr);
   pid_t child = fork();
   if (child < 0) {
-    fprintf(stderr, "SKIPPED: fork into the pid namespace failed: %s\n", strerror(errno));
-    return kSkipped;
+    fprintf(stderr, "FAILED: fork into the pid namespace failed: %s\n", strerror(errno));
+    return 1;
   }
   if (child > 0) {
     int status = 0;
@@ -235,8 +264,8 @@ int main(int argc, char **argv) {
   }
   std::string why;
   if (!BuildSandbox(&why)) {
-    fprintf(stderr, "SKIPPED: cannot build the private sandbox: %s\n", why.c_str());
-    _exit(kSkipped);
+    fprintf(stderr, "FAILED: cannot build the private sandbox: %s\n", why.c_str());
+    _exit(1);
   }
   // This process is the namespace's init: it runs the tests in a child and
   // reaps every orphan, as a host's init does for the daemons a test
@@ -249,7 +278,7 @@ int main(int argc, char **argv) {
   }
   if (tests == 0) {
     nxc::test::gInSandbox = true;
-    int rc = RUN_ALL_TESTS();
+    int rc = nxc::test::RunAllTestsRefusingSkips();
     fflush(nullptr);
     if (__lsan_do_leak_check) __lsan_do_leak_check();  // exits non-zero on a leak
     _exit(rc);

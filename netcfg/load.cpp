@@ -47,8 +47,8 @@ bool NextToken(std::string_view *rest, std::string_view *token) {
 template <size_t N>
 bool CopyToken(std::string_view token, char (&out)[N]) {
   if (token.size() >= N) return false;
-  memcpy(out, token.data(), token.size());
-  out[token.size()] = '\0';
+  // copy() and not memcpy(): an empty token may have no data pointer.
+  out[token.copy(out, token.size())] = '\0';
   return true;
 }
 
@@ -318,7 +318,6 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
   std::string_view text(line.get());
   size_t eq = text.find('=');
   std::string_view name = text.substr(0, eq);
-  std::string_view numbers = eq == std::string_view::npos ? std::string_view() : text.substr(eq + 1);
   if (!db->backup && name != "VERSION") {
     NXCLog(LOG_ERR, fn, "Database file must have version number, aborting");
     return VersionLine::kFailed;
@@ -332,9 +331,10 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
     }
     return VersionLine::kLegacy;
   }
-  CPtr<char> numbersText(strndup(numbers.data(), numbers.size()));
-  if (!numbersText || !ParseVersionString(numbersText.get(), &db->major, &db->minor))
-    return VersionLine::kFailed;
+  // The numbers are the rest of the line after the "="; a line without one
+  // has none.
+  const char *numbers = eq == std::string_view::npos ? "" : line.get() + eq + 1;
+  if (!ParseVersionString(numbers, &db->major, &db->minor)) return VersionLine::kFailed;
   return VersionLine::kOk;
 }
 

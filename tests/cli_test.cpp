@@ -1,7 +1,8 @@
 // cli_test.cpp - the nexcfg tool run as a program on real command lines,
-// inside the test sandbox: exit statuses and usage errors, failure reports
-// with the library's log lines, --json shapes, set-then-show round trips,
-// and a whole session with stand-in daemons.
+// inside the test sandbox: usage errors, values refused before they reach
+// the library, `nexcfg check` on problems planted into the database and
+// the host, safe import and merge, failures told in plain words, the one
+// JSON contract, completion, and whole sessions with stand-in daemons.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -130,11 +131,25 @@ class JReader {
 
 // ---- Running the tool ----------------------------------------------------------
 
+// True when text is well-formed UTF-8.
+bool IsUtf8(const std::string &text) {
+  for (size_t i = 0; i < text.size();) {
+    auto c = static_cast<unsigned char>(text[i]);
+    size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (n == 0 || i + n > text.size() || (n > 1 && c < 0xC2)) return false;
+    for (size_t k = 1; k < n; ++k)
+      if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
+    i += n;
+  }
+  return true;
+}
+
 struct Result {
   int status = -1;
   std::string out, err;
   JValue Json() const {
     JValue v;
+    EXPECT_TRUE(IsUtf8(out)) << out;
     EXPECT_TRUE(JReader(out).Read(&v)) << "not JSON:\n" << out;
     return v;
   }
@@ -174,6 +189,20 @@ Result Ok(const std::vector<std::string> &args) {
   return r;
 }
 
+// Runs a command with --json that must fail with the error code given; the
+// error object.
+JValue Fails(std::vector<std::string> args, const std::string &code) {
+  args.insert(args.begin(), "--json");
+  Result r = Nexcfg(args);
+  JValue v = r.Json();
+  EXPECT_EQ(r.status, code == "usage" ? 2 : 1) << Joined(args) << "\n" << r.err;
+  EXPECT_EQ(v["error"]["code"].s, code) << Joined(args) << "\n" << r.out;
+  EXPECT_EQ(v["log"].kind, JValue::kArray);
+  return v;
+}
+
+bool Has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
 class CliTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -185,7 +214,21 @@ class CliTest : public ::testing::Test {
   void TearDown() override { KillAllDaemons(); }
 
   void CreateDb() { Ok({"db", "create"}); }
-  std::string DbText() const { return ReadFile("/etc/zymtra/networking"); }
+  std::string DbText() const { return ReadFile(kDb); }
+  // Plants records straight into the database, behind the tool's back.
+  void Plant(const std::string &records) { ASSERT_TRUE(WriteFile(kDb, DbText() + records)); }
+  // The codes of `nexcfg --json check`'s problems.
+  std::vector<std::string> CheckCodes(const std::vector<std::string> &vnets = {}) {
+    std::vector<std::string> args{"--json", "check"};
+    args.insert(args.end(), vnets.begin(), vnets.end());
+    Result r = Nexcfg(args);
+    std::vector<std::string> codes;
+    for (const auto &p : r.Json().items) codes.push_back(p["vnet"].s + " " + p["code"].s);
+    EXPECT_EQ(r.status, codes.empty() ? 0 : 1);
+    return codes;
+  }
+
+  static constexpr char kDb[] = "/etc/zymtra/networking";
 };
 
 // ---- Command lines -------------------------------------------------------------
@@ -196,42 +239,39 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndNameTheProblem) {
     std::vector<std::string> args;
     const char *says;
   } cases[] = {
-      {{}, "usage: nexcfg"},
+      {{}, "no command given"},
       {{"frobnicate"}, "no command \"frobnicate\""},
       {{"dhcp"}, "the dhcp commands are"},
       {{"dhcp", "lease", "bogus"}, "dhcp lease add"},
-      {{"vnet", "set", "zynet1", "subnet"}, "missing arguments"},
-      {{"vnet", "set", "zynet1", "subnet", "10.0.0.0", "more"}, "too many arguments"},
+      {{"vnet", "set", "zynet1", "subnet"}, "missing VALUE"},
+      {{"vnet", "set", "zynet1"}, "missing FIELD VALUE"},
+      {{"vnet", "set", "zynet1", "subnet", "10.0.0.0", "more"}, "\"more\" and after it are not wanted"},
       {{"vnet", "set", "zynet256", "mtu", "1"}, "\"zynet256\" is not a vnet"},
       {{"vnet", "set", "zynet01", "mtu", "1"}, "is not a vnet"},
-      {{"vnet", "set", "eth0", "mtu", "1"}, "is not a vnet"},
       {{"vnet", "set", "1", "mtu", "12x"}, "the MTU must be a number"},
-      {{"vnet", "set", "1", "mtu", "4294967296"}, "the MTU must be a number"},
       {{"vnet", "set", "1", "colour", "red"}, "unknown field \"colour\""},
       {{"vnet", "unset", "1", "name"}, "can be changed but not removed"},
       {{"dhcp", "on", "1", "--bogus"}, "unknown option --bogus"},
       {{"dhcp", "on", "1", "--cleanup=yes"}, "takes no value"},
       {{"find", "--nat"}, "option --nat needs a value"},
       {{"find", "--nat", "maybe"}, "must be on or off"},
-      {{"dhcp", "set", "1", "colour", "x"}, "unknown DHCP parameter \"colour\""},
       {{"nat", "unset", "1", "lease-start"}, "unknown NAT parameter"},
       {{"nat", "forward", "add", "1", "icmp", "80", "10.0.0.1", "80"}, "tcp or udp"},
-      {{"nat", "forward", "add", "1", "tcp", "0", "10.0.0.1", "80"}, "the host port must be"},
       {{"nat", "forward", "rm", "1", "udp", "65536"}, "the host port must be"},
       {{"service", "start", "1", "ftp"}, "unknown service \"ftp\""},
       {{"bridge", "default", "set", "zynet3"}, "only zynet0 or none"},
-      {{"log", "set-default", "loud"}, "unknown log level \"loud\""},
       {{"help", "nosuch"}, "no command \"nosuch\""},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(Joined(c.args));
     Result r = Nexcfg(c.args);
     EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
-    if (c.args.size() > 1) {
-      EXPECT_EQ(r.out, "");
-    }
+    EXPECT_TRUE(Has(r.err, c.says)) << r.err;
+    EXPECT_EQ(r.out, "");
   }
+  // With --json each kind of usage error is the error object on stdout.
+  for (const Case &c : {cases[0], cases[2], cases[5], cases[10], cases[14]})
+    EXPECT_TRUE(Has(Fails(c.args, "usage")["error"]["message"].s, c.says)) << Joined(c.args);
   // No usage error reached the library as a change.
   EXPECT_EQ(Nexcfg({"answer", "get", "VNET_1_MTU"}).status, 1);
 }
@@ -246,11 +286,12 @@ TEST_F(CliTest, HelpDescribesEveryCommandItLists) {
       continue;
     std::istringstream words(line.substr(2, line.find("  ", 2) - 2));
     std::string name;
-    for (std::string w; words >> w && islower(static_cast<unsigned char>(w[0])) && w.find('|') == std::string::npos;)
+    for (std::string w;
+         words >> w && islower(static_cast<unsigned char>(w[0])) && w.find('|') == std::string::npos;)
       name += (name.empty() ? "" : " ") + w;
     names.push_back(name);
   }
-  ASSERT_GE(names.size(), 50u) << overview.out;
+  ASSERT_GE(names.size(), 55u) << overview.out;
   for (const auto &name : names) {
     SCOPED_TRACE(name);
     std::vector<std::string> args{"help"};
@@ -263,54 +304,419 @@ TEST_F(CliTest, HelpDescribesEveryCommandItLists) {
     EXPECT_EQ(help.status, 0) << help.err;
     EXPECT_EQ(help.out.rfind("usage: nexcfg " + name, 0), 0u) << help.out;
   }
-  Result family = Ok({"help", "nat", "forward"});
-  EXPECT_NE(family.out.find("nat forward list"), std::string::npos);
-  EXPECT_NE(Ok({"dhcp", "set", "--help"}).out.find("lease-start"), std::string::npos);
-  EXPECT_NE(Ok({"--version"}).out.find("interface version 1.0"), std::string::npos);
+  EXPECT_TRUE(Has(Ok({"help", "nat", "forward"}).out, "nat forward list"));
+  EXPECT_TRUE(Has(Ok({"dhcp", "set", "--help"}).out, "lease-start"));
+  // --help and --version speak JSON too.
+  EXPECT_EQ(Ok({"--json", "help", "dhcp", "set"}).Json()["command"].s, "dhcp set");
+  EXPECT_EQ(Ok({"--json", "--help"}).Json()["text"].s, overview.out);
+  EXPECT_EQ(Ok({"--json", "--version"}).Json()["interface"].s, "1.0");
+}
+
+// ---- Validation ------------------------------------------------------------------
+
+TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
+  CreateDb();
+  Ok({"vnet", "set", "1", "subnet", "192.168.56.0/24"});
+  Ok({"dhcp", "lease", "add", "1", "00:50:56:00:00:01", "192.168.56.10"});
+  Ok({"vnet", "set", "8", "subnet", "10.8.0.0/24"});
+  Ok({"nat", "on", "8"});
+  ASSERT_EQ(0, Shell("ip link add br-route type bridge && ip addr add 10.50.0.1/16 dev br-route && "
+                     "ip link set br-route up"));
+  struct Case {
+    std::vector<std::string> args;
+    const char *says, *fix;
+  } cases[] = {
+      {{"dhcp", "set", "1", "lease-start", "10.0.0.5"},
+       "lease-start \"10.0.0.5\" of zynet1 is outside the subnet 192.168.56.0/24",
+       "192.168.56.1 to 192.168.56.254"},
+      {{"dhcp", "lease", "add", "1", "00:50:56:00:00:02", "192.168.56.10"},
+       "given to both 00:50:56:00:00:01 and",
+       ""},
+      {{"dhcp", "lease", "add", "1", "00:50:56:00:00:03", "192.168.56.255"},
+       "is the broadcast address of",
+       ""},
+      {{"dhcp", "lease", "add", "8", "00:50:56:00:00:01", "10.8.0.9"},
+       "has static leases on both zynet1 and zynet8",
+       ""},
+      {{"vnet", "set", "1", "subnet", "192.168.4.77"},
+       "has host bits set under the mask 255.255.255.0",
+       "192.168.4.0/24"},
+      {{"vnet", "set", "5", "subnet", "192.168.56.0/24"},
+       "subnet 192.168.56.0/24 of zynet5 overlaps the subnet 192.168.56.0/24 of zynet1",
+       ""},
+      {{"vnet", "set", "4", "subnet", "10.50.3.0/24"},
+       "overlaps the host's route to 10.50.0.0/16 on br-route",
+       ""},
+      {{"vnet", "set", "2", "subnet", " 10.2.0.0"},
+       "is not an IPv4 address in its usual form",
+       "subnet 10.2.0.0"},
+      {{"vnet", "set", "3", "subnet", "010.3.0.0"},
+       "is not an IPv4 address in its usual form",
+       "subnet 10.3.0.0"},
+      {{"vnet", "set", "1", "mask", "0.0.0.0"}, "is not a subnet mask from /1 to /29", ""},
+      {{"vnet", "set", "1", "mtu", "0"}, "mtu \"0\" of zynet1 is not a number from 68 to 65535", ""},
+      {{"vnet", "set", "1", "mtu", "99999999"}, "is not a number from 68 to 65535", ""},
+      {{"vnet", "set", "1", "adapter-address", "192.168.57.1"},
+       "adapter-address 192.168.57.1 of zynet1 is outside",
+       ""},
+      {{"dhcp", "set", "1", "lease-end", "192.168.56.100"},
+       "lease-end 192.168.56.100 of zynet1 is below its lease-start 192.168.56.128",
+       ""},
+      {{"dhcp", "set", "1", "default-lease-time", "9000"},
+       "default-lease-time 9000 of zynet1 is above its max-lease-time 7200",
+       ""},
+      {{"nat", "set", "8", "nat66-prefix", "notaprefix"},
+       "nat66-prefix \"notaprefix\" of zynet8 is not an IPv6 prefix",
+       ""},
+      {{"nat", "set", "8", "config-port", "70000"}, "is not a port number", ""},
+      {{"nat", "forward", "add", "8", "tcp", "8080", "192.168.8.128", "80"},
+       "goes to 192.168.8.128, which is outside the subnet 10.8.0.0/24",
+       ""},
+      {{"nat", "forward", "add", "1", "tcp", "8080", "192.168.56.20", "80"},
+       "zynet1 has 1 port forward(s) but NAT is off",
+       "nexcfg nat on zynet1"},
+      {{"nat", "prefix", "add", "8", "fd00::1/64"}, "has address bits set past its length", ""},
+      {{"vnet", "set", "1", "name", "lab\nanswer VNET_1_NAT yes"}, "holds a line break", ""},
+      {{"nat", "forward", "add", "8", "tcp", "81", "10.8.0.9", "80", std::string(128, 'd')},
+       "longer than 127 bytes",
+       ""},
+      {{"dhcp", "lease", "add", "1", "0:-2:2:3:4:3", "192.168.56.11"}, "is not six bytes", ""},
+      {{"answer", "set", "VNET_1_HOSTONLY_SUBNET", "192.168.56.9"}, "has host bits set", ""},
+  };
+  std::string before = DbText();
+  for (const Case &c : cases) {
+    SCOPED_TRACE(Joined(c.args));
+    JValue e = Fails(c.args, "invalid");
+    EXPECT_TRUE(Has(e["error"]["message"].s, c.says)) << e["error"]["message"].s;
+    EXPECT_TRUE(Has(e["error"]["fix"].s, c.fix)) << e["error"]["fix"].s;
+    EXPECT_EQ(DbText(), before);  // nothing stored
+  }
+  // A subnet given with its length sets the mask too; --force stores what
+  // the rules refuse, with a warning.
+  EXPECT_EQ(Ok({"--json", "vnet", "set", "6", "subnet", "10.6.0.0/16"}).Json()["value"].s, "10.6.0.0/16");
+  EXPECT_EQ(Ok({"answer", "get", "VNET_6_HOSTONLY_NETMASK"}).out, "255.255.0.0\n");
+  Result forced = Ok({"--json", "dhcp", "set", "1", "lease-start", "10.0.0.5", "--force"});
+  EXPECT_EQ(forced.Json()["warnings"][0]["code"].s, "param-invalid");
+  EXPECT_TRUE(Has(forced.err, "warning: dhcp lease-start \"10.0.0.5\""));
+  EXPECT_EQ(Ok({"answer", "get", "VNET_1_DHCP_PARAM_LEASE_START_IP"}).out, "10.0.0.5\n");
+  // A problem the configuration has already does not block other changes.
+  Ok({"vnet", "set", "1", "name", "still works"});
+  // Forwards need NAT: switching it off keeps them only with --cleanup.
+  Ok({"nat", "forward", "add", "8", "tcp", "2222", "10.8.0.9", "22"});
+  EXPECT_TRUE(Has(Fails({"nat", "off", "8"}, "invalid")["error"]["message"].s, "but NAT is off"));
+  Ok({"nat", "off", "8", "--cleanup"});
+  EXPECT_EQ(Ok({"--json", "nat", "forward", "list", "8"}).Json()["forwards"].items.size(), 0u);
+  (void)Shell("ip link del br-route");
+}
+
+// ---- nexcfg check ----------------------------------------------------------------
+
+TEST_F(CliTest, CheckFindsEveryKindOfProblemPlantedIntoTheDatabaseAndTheHost) {
+  CreateDb();
+  Ok({"vnet", "set", "9", "subnet", "10.9.0.0/24"});
+  EXPECT_EQ(CheckCodes(), std::vector<std::string>{});
+  EXPECT_EQ(Ok({"check"}).out, "no problems found\n");
+
+  // Files the library writes, then the database changed behind them.
+  Plant(
+      "answer VNET_1_HOSTONLY_SUBNET 192.168.56.0\nanswer VNET_1_HOSTONLY_NETMASK 255.255.255.0\n"
+      "answer VNET_1_DHCP yes\nanswer VNET_1_DHCP_PARAM_LEASE_START_IP 10.0.0.5\n"
+      "add_dhcp_mac_to_ip 1 00:50:56:00:00:01 192.168.56.10\nadd_dhcp_mac_to_ip 1 00:50:56:00:00:02 "
+      "192.168.56.10\n"
+      "answer VNET_2_HOSTONLY_SUBNET 10.2.0.0\nanswer VNET_2_HOSTONLY_NETMASK 255.255.255.0\nanswer "
+      "VNET_2_DHCP yes\n"
+      "answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\nanswer VNET_3_HOSTONLY_NETMASK 255.255.255.0\nanswer "
+      "VNET_3_DHCP yes\n"
+      "answer VNET_8_HOSTONLY_SUBNET 10.8.0.0\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\nanswer "
+      "VNET_8_NAT yes\n"
+      "add_nat_portfwd 8 tcp 8080 10.8.0.128 80\nadd_nat_prefix 8 fd00:1:2:3::/64\n"
+      "answer VNET_10_HOSTONLY_SUBNET 10.10.0.0\nanswer VNET_10_HOSTONLY_NETMASK 255.255.255.0\nanswer "
+      "VNET_10_NAT yes\n");
+  for (const char *vnet : {"1", "2", "3"}) Ok({"dhcp", "update", vnet});
+  for (const char *vnet : {"8", "10"}) {
+    Ok({"nat", "update", vnet});
+    Ok({"service", "start", vnet, "nat"});
+  }
+  ASSERT_EQ(
+      0,
+      Shell("sed -i 's/allow unknown-clients/deny unknown-clients/' /etc/zymtra/zynet2/dhcpd/dhcpd.conf && "
+            "sed -i 's/^8080 = /8081 = /' /etc/zymtra/zynet8/nat/nat.conf && rm /dev/zynet8 && "
+            "echo 99999 > /var/run/zynet-dhcpd-zynet1.pid && echo abc > /var/run/zynet-bridge-6.pid && "
+            "touch /dev/zynet7 && ip link add br-route type bridge && "
+            "ip addr add 10.50.0.1/16 dev br-route && ip link set br-route up"));
+  Plant(
+      "add_dhcp_mac_to_ip 3 00:50:56:00:00:03 10.3.0.50\nanswer VNET_4_DHCP yes\n"
+      "answer VNET_4_HOSTONLY_SUBNET 10.4.0.7\nanswer VNET_4_HOSTONLY_NETMASK 255.255.255.0\nanswer "
+      "VNET_4_MTU 99999999\n"
+      "answer VNET_5_HOSTONLY_SUBNET 010.5.0.0\nanswer VNET_5_HOSTONLY_NETMASK 255.0.255.0\n"
+      "answer VNET_6_HOSTONLY_SUBNET 10.50.3.0\nanswer VNET_6_HOSTONLY_NETMASK 255.255.255.0\n"
+      "answer VNET_6_DHCP_PARAM_LEASE_END_IP 10.50.3.20\nanswer VNET_6_DHCP_PARAM_SUB_DEFAULT_LEASE_TIME "
+      "9000\n"
+      "answer VNET_6_VIRTUAL_ADAPTER_ADDR 10.50.3.255\nadd_dhcp_mac_to_ip 6 00:50:56:00:00:01 10.50.3.99\n"
+      "add_nat_portfwd 6 udp 53 10.51.0.1 53\nanswer VNET_10_NAT no\nanswer VNET_9_HOSTONLY_SUBNET "
+      "10.2.0.0\n");
+  ASSERT_TRUE(FileExists("/usr/sbin/dhcpd")) << "the DHCP server must be installed for `dhcpd -t`";
+  std::vector<std::string> codes = CheckCodes();
+  for (const char *expected : {"zynet1 param-invalid",
+                               "zynet1 lease-duplicate-ip",
+                               "zynet1 dhcpd-rejects",
+                               "zynet1 service-not-running",
+                               "zynet1 pid-file-stale",
+                               "zynet2 dhcpd-conf-edited",
+                               "zynet2 subnet-overlap",
+                               "zynet3 dhcpd-conf-stale",
+                               "zynet4 dhcpd-conf-missing",
+                               "zynet4 subnet-host-bits",
+                               "zynet4 mtu-range",
+                               "zynet5 subnet-invalid",
+                               "zynet5 mask-invalid",
+                               "zynet6 subnet-host-route",
+                               "zynet6 lease-range-order",
+                               "zynet6 lease-times",
+                               "zynet6 adapter-address",
+                               "zynet6 lease-duplicate-mac",
+                               "zynet6 forward-address",
+                               "zynet6 forward-without-nat",
+                               "zynet6 service-status",
+                               "zynet7 device-wrong",
+                               "zynet8 device-missing",
+                               "zynet8 nat-conf-differs",
+                               "zynet8 nat66-prefix-journal-only",
+                               "zynet9 subnet-overlap",
+                               "zynet10 service-not-configured",
+                               "zynet10 nat-conf-left"}) {
+    EXPECT_NE(std::find(codes.begin(), codes.end(), expected), codes.end()) << expected;
+  }
+  // The real server's words, and a check of some vnets only.
+  Result text = Nexcfg({"check", "zynet1"});
+  EXPECT_TRUE(Has(text.out, "the DHCP server rejects /etc/zymtra/zynet1/dhcpd/dhcpd.conf: bad range"))
+      << text.out;
+  EXPECT_TRUE(Has(text.out, "fix: ")) << text.out;
+  for (const auto &code : CheckCodes({"zynet7", "8"}))
+    EXPECT_TRUE(code.rfind("zynet7 ", 0) == 0 || code.rfind("zynet8 ", 0) == 0) << code;
+  (void)Shell("ip link del br-route");
+}
+
+// ---- Import and merge ------------------------------------------------------------
+
+TEST_F(CliTest, ImportAndMergeShowTheChangeRefuseJunkAndKeepEveryBackup) {
+  CreateDb();
+  Ok({"vnet", "set", "1", "subnet", "192.168.56.0/24"});
+  Ok({"vnet", "set", "1", "name", "Lab"});
+  Ok({"db", "export", "/tmp/one"});
+  Ok({"vnet", "set", "5", "subnet", "10.5.0.0/24"});
+  ASSERT_TRUE(WriteFile("/tmp/empty", "") &&
+              WriteFile("/tmp/binary", std::string("VERSION=1,0\n\0\x01\xff", 15)) &&
+              WriteFile("/tmp/five", "BACKUP_VERSION=1,0\nanswer VNET_5_HOSTONLY_SUBNET 10.6.0.0\n") &&
+              Shell("cp /etc/zymtra/networking /tmp/database") == 0);
+  std::string before = DbText();
+  for (const char *junk : {"/etc/passwd", "/tmp/empty", "/tmp/binary", "/tmp/database"}) {
+    SCOPED_TRACE(junk);
+    Fails({"db", "import", junk}, "refused");
+    Fails({"db", "merge", junk}, "refused");
+    EXPECT_EQ(DbText(), before);
+  }
+  // What changes is shown vnet by vnet; --dry-run does nothing else.
+  JValue dry = Ok({"--json", "db", "import", "/tmp/one", "--dry-run"}).Json();
+  ASSERT_EQ(dry["changes"].items.size(), 2u) << Ok({"db", "import", "/tmp/one", "--dry-run"}).out;
+  EXPECT_EQ(dry["changes"][0]["vnet"].s, "zynet5");
+  EXPECT_EQ(dry["changes"][1]["setting"].s, "HOSTONLY_SUBNET");
+  EXPECT_EQ(dry["changes"][1]["before"].s, "10.5.0.0");
+  EXPECT_EQ(dry["changes"][1]["after"].kind, JValue::kNull);
+  EXPECT_EQ(DbText(), before);
+  // Every import keeps the database it replaces; none overwrites another.
+  for (int i = 0; i < 3; ++i) Ok({"db", "import", "/tmp/one"});
+  EXPECT_TRUE(Has(ReadFile("/etc/zymtra/networking.bak.1"), "VNET_5_HOSTONLY_SUBNET 10.5.0.0"));
+  EXPECT_TRUE(FileExists("/etc/zymtra/networking.bak.0") && FileExists("/etc/zymtra/networking.bak.2"));
+  EXPECT_EQ(Ok({"--json", "show", "1"}).Json()[0]["name"].s, "Lab");  // the export is a backup
+  // A merge replaces: a vnet the file does not name loses its settings.
+  JValue merged = Ok({"--json", "db", "merge", "/tmp/five"}).Json();
+  bool tellsLoss = false;
+  for (const auto &c : merged["changes"].items)
+    tellsLoss = tellsLoss || (c["vnet"].s == "zynet1" && c["after"].kind == JValue::kNull);
+  EXPECT_TRUE(tellsLoss);
+  EXPECT_EQ(merged["backup"].s, "/etc/zymtra/networking.bak.3");
+  EXPECT_TRUE(Has(ReadFile("/etc/zymtra/networking.bak.3"), "VNET_1_DISPLAY_NAME Lab"));
+  EXPECT_EQ(Ok({"--json", "show", "1"}).Json()[0]["subnet"].kind, JValue::kNull);
+  // --force hands a file that is not a backup to the library anyway.
+  EXPECT_EQ(Ok({"--json", "db", "import", "/tmp/database", "--force"}).Json()["warnings"][0]["code"].s,
+            "not-a-database");
+}
+
+TEST_F(CliTest, DeletingTheDatabaseWaitsForItsDaemons) {
+  CreateDb();
+  Ok({"vnet", "set", "8", "subnet", "10.8.0.0/24"});
+  Ok({"nat", "on", "8"});
+  Ok({"nat", "update", "8"});
+  Ok({"service", "start", "8", "nat"});
+  pid_t natd = PidInFile("/var/run/zynet-natd-8.pid");
+  ASSERT_GT(natd, 0);
+  EXPECT_TRUE(Has(Fails({"db", "delete"}, "refused")["error"]["message"].s, "zynet8 nat"));
+  EXPECT_TRUE(FileExists(kDb));
+  JValue deleted = Ok({"--json", "db", "delete", "--stop-services"}).Json();
+  EXPECT_EQ(deleted["stopped"][0]["service"].s, "nat");
+  EXPECT_TRUE(WaitGone(natd, 3000));
+  EXPECT_FALSE(FileExists(kDb));
 }
 
 // ---- Failures --------------------------------------------------------------------
 
-TEST_F(CliTest, FailureShowsTheLibraryLogLinesOfThatCallOnly) {
-  CreateDb();
-  Ok({"vnet", "set", "1", "name", "first"});
-  Result r = Nexcfg({"vnet", "set", "1", "subnet", "10.1.2.300"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "");
-  EXPECT_NE(r.err.find("nexcfg: cannot set the subnet of zynet1 to 10.1.2.300"), std::string::npos);
-  EXPECT_NE(r.err.find("library log (/var/log/nexcfg)"), std::string::npos);
-  EXPECT_NE(r.err.find("NXC_SetVnetSubnetAddr - Subnet address is not valid: 10.1.2.300"),
-            std::string::npos)
-      << r.err;
-  // Lines of the load and of the earlier command are not part of it.
-  EXPECT_EQ(r.err.find("Successfully initialized"), std::string::npos) << r.err;
-  EXPECT_EQ(r.err.find("display name"), std::string::npos) << r.err;
-
-  Result j = Nexcfg({"--json", "vnet", "set", "1", "mask", "255.0.255.0"});
-  EXPECT_EQ(j.status, 1);
-  JValue v = j.Json();
-  EXPECT_EQ(v["error"].s, "cannot set the mask of zynet1 to 255.0.255.0");
-  ASSERT_EQ(v["log"].kind, JValue::kArray);
-  bool named = false;
-  for (const auto &line : v["log"].items) named = named || line.s.find("Specified mask is not valid") != std::string::npos;
-  EXPECT_TRUE(named) << j.out;
-}
-
-TEST_F(CliTest, FailureReadsTheConfiguredLogFile) {
+TEST_F(CliTest, LibraryFailuresAreToldInPlainWordsWithTheLinesThatMatter) {
   CreateDb();
   Ok({"answer", "set", "NXC_LOG_FILE", "/var/log/other.log"});
-  Result r = Nexcfg({"nat", "set", "8", "config-port", "70000"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("library log (/var/log/other.log)"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("Invalid config port value: 70000"), std::string::npos) << r.err;
-  EXPECT_NE(Ok({"log", "show"}).out.find("/var/log/other.log"), std::string::npos);
+  Ok({"vnet", "set", "1", "subnet", "192.168.56.0/24"});
+  Ok({"dhcp", "on", "1"});
+  Ok({"dhcp", "update", "1"});
+  Ok({"service", "start", "1", "dhcp"});
+  Result running = Nexcfg({"dhcp", "update", "1"});
+  EXPECT_EQ(running.status, 1);
+  EXPECT_EQ(running.err.rfind(
+                "nexcfg: cannot write the DHCP configuration file of zynet1: the vnet's daemon is running\n"
+                "  fix: stop it first",
+                0),
+            0u)
+      << running.err;
+  EXPECT_TRUE(Has(running.err, "library log (/var/log/other.log)"));
+  EXPECT_TRUE(Has(running.err, "NXC_UpdateDHCPFromConfig - DHCP service is not in stopped state"))
+      << running.err;
+  EXPECT_FALSE(Has(running.err, "Successfully")) << running.err;  // lines of the load are not part of it
+
+  // Ten pings that all get an answer: each library line once, at most five.
+  ASSERT_TRUE(SetPingExitCodes("0"));
+  JValue busy = Fails({"vnet", "assign-subnet", "10"}, "failed");
+  EXPECT_TRUE(Has(busy["error"]["message"].s, "no free subnet was found")) << busy["error"]["message"].s;
+  ASSERT_LE(busy["log"].items.size(), 5u);
+  int answered = 0;
+  for (const auto &line : busy["log"].items) answered += Has(line.s, "Return value of zymtra-ping: 0");
+  EXPECT_EQ(answered, 1);
+  Result all = Nexcfg({"-v", "vnet", "assign-subnet", "10"});
+  size_t every = 0;
+  for (size_t at = 0; (at = all.err.find("Return value of zymtra-ping: 0", at)) != std::string::npos; ++at)
+    ++every;
+  EXPECT_GE(every, 10u) << all.err;  // -v: every line
+  // A value forced past the tool meets the library's own refusal.
+  Result forced = Nexcfg({"nat", "set", "1", "config-port", "70000", "--force"});
+  EXPECT_EQ(forced.status, 1);
+  EXPECT_TRUE(Has(forced.err, "Invalid config port value: 70000")) << forced.err;
 }
+
+// ---- One JSON contract -------------------------------------------------------------
+
+// A JSON scalar as text: "7200", "true", "10.0.0.1", "null".
+std::string Scalar(const JValue &v) {
+  switch (v.kind) {
+    case JValue::kNumber:
+      return std::to_string(v.n);
+    case JValue::kBool:
+      return v.b ? "true" : "false";
+    case JValue::kString:
+      return v.s;
+    default:
+      return "null";
+  }
+}
+
+TEST_F(CliTest, EveryCommandSpeaksTheOneJsonContract) {
+  CreateDb();
+  Ok({"vnet", "set", "2", "subnet", "192.168.2.0/24"});
+  Ok({"vnet", "set", "2", "name", "caf\xc3\xa9 \xff\xfe"});
+  Ok({"nat", "on", "2"});
+  Ok({"nat", "forward", "add", "2", "tcp", "8080", "192.168.2.20", "80", "web \"server\""});
+  Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
+  // Each command, the keys of its object (or of each element of its array),
+  // all of them and no others.
+  struct Case {
+    std::vector<std::string> args;
+    std::vector<std::string> keys;
+  } cases[] = {
+      {{"list"}, {"config", "has_subnet", "mask", "name", "runtime", "subnet", "vnet"}},
+      {{"show", "2"},
+       {"adapter_address", "adapter_address_computed", "bridged_adapters", "config", "default_bridge", "dhcp",
+        "has_subnet", "mask", "mtu", "name", "nat", "runtime", "subnet", "vnet"}},
+      {{"vnet", "set", "2", "mtu", "1400"}, {"field", "value", "vnet", "warnings"}},
+      {{"vnet", "unset", "2", "mtu"}, {"field", "value", "vnet", "warnings"}},
+      {{"dhcp", "show", "2"}, {"enabled", "leases", "parameters", "vnet"}},
+      {{"dhcp", "update", "2"}, {"action", "file", "vnet"}},
+      {{"dhcp", "lease", "list", "2"}, {"leases", "vnet"}},
+      {{"dhcp", "lease", "get", "2", "00:50:56:c0:00:02"}, {"ip", "mac", "vnet"}},
+      {{"nat", "show", "2"}, {"enabled", "forwards", "parameters", "prefixes", "vnet"}},
+      {{"nat", "set", "2", "active-ftp", "off"}, {"name", "value", "vnet", "warnings"}},
+      {{"nat", "forward", "get", "2", "tcp", "8080"},
+       {"description", "host_port", "protocol", "vm_ip", "vm_port", "vnet"}},
+      {{"nat", "update", "2"}, {"action", "file", "vnet"}},
+      {{"service", "status", "2", "nat"}, {"service", "status", "vnet"}},
+      {{"device", "create", "2"}, {"device", "exists", "vnet"}},
+      {{"features", "2"}, {"config", "has_subnet", "runtime", "vnet"}},
+      {{"find", "--nat", "yes"}, {"config", "has_subnet", "runtime", "vnet"}},
+      {{"bridge", "default"}, {"vnet"}},
+      {{"db", "export", "/tmp/saved"}, {"file", "text"}},
+      {{"log", "show"}, {"current", "default", "file"}},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(Joined(c.args));
+    std::vector<std::string> args{"--json"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    JValue v = Ok(args).Json();
+    std::vector<std::string> keys;
+    for (const auto &[key, value] : (v.kind == JValue::kArray ? v[0] : v).members) keys.push_back(key);
+    EXPECT_EQ(keys, c.keys);  // members are sorted by the reader
+  }
+  // Numbers as numbers, switches as booleans, every string valid UTF-8.
+  JValue nat = Ok({"--json", "nat", "show", "2"}).Json();
+  EXPECT_EQ(nat["forwards"][0]["host_port"].kind, JValue::kNumber);
+  EXPECT_EQ(nat["forwards"][0]["description"].s, "web \"server\"");
+  std::map<std::string, JValue> parameters;
+  for (const auto &p : nat["parameters"].items) parameters[p["name"].s] = p["value"];
+  EXPECT_EQ(parameters["udp-timeout"].n, 60);
+  EXPECT_EQ(parameters["active-ftp"].kind, JValue::kBool);
+  EXPECT_EQ(Ok({"--json", "show", "2"}).Json()[0]["name"].s, "caf\xc3\xa9 \xef\xbf\xbd\xef\xbf\xbd");
+  JValue lease = Ok({"--json", "dhcp", "lease", "add", "2", "00:50:56:c0:00:03", "192.168.2.30"}).Json();
+  EXPECT_EQ(lease["warnings"].kind, JValue::kArray);
+  // A question without an answer is a not-found error in the one shape.
+  EXPECT_TRUE(
+      Has(Fails({"nat", "forward", "get", "2", "udp", "53"}, "not-found")["error"]["fix"].s, "forward list"));
+  Fails({"answer", "get", "NO_SUCH_KEY"}, "not-found");
+  Fails({"dhcp", "lease", "rm", "2", "00:50:56:c0:00:09"}, "not-found");
+}
+
+// ---- Completion --------------------------------------------------------------------
+
+TEST_F(CliTest, CompletionWorksInAPlainBashWithoutTouchingTheDatabase) {
+  CreateDb();
+  // A nexcfg on the path that tells when it runs.
+  ASSERT_EQ(0, Shell("mkdir -p /tmp/spy && printf '#!/bin/sh\\ntouch /tmp/spy/ran\\n' > /tmp/spy/nexcfg && "
+                     "chmod +x /tmp/spy/nexcfg && ip link add eth-comp type bridge"));
+  std::string db = DbText();
+  std::string script =
+      std::string("source ") + SourceDir() +
+      "/tools/nexcfg.bash-completion\n"
+      "t() { COMP_WORDS=(\"$@\"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _nexcfg; echo \"${COMPREPLY[*]}\"; "
+      "}\n"
+      "t nexcfg dh\nt nexcfg dhcp set zynet1 ''\nt nexcfg nat forward add zynet25\n"
+      "t nexcfg --json check zynet1 zynet200\nt nexcfg db import --d\nt nexcfg bridge move eth-c\n";
+  ASSERT_TRUE(WriteFile("/tmp/complete.sh", script));
+  std::string out = CommandOutput(
+      "env -i PATH=/tmp/spy:/usr/sbin:/sbin /bin/bash --norc --noprofile /tmp/complete.sh 2>&1");
+  EXPECT_EQ(out,
+            "dhcp\n"
+            "lease-start lease-end default-lease-time max-lease-time dns router netbios\n"
+            "zynet25 zynet250 zynet251 zynet252 zynet253 zynet254 zynet255\n"
+            "zynet200\n"
+            "--dry-run\n"
+            "eth-comp\n");
+  EXPECT_FALSE(FileExists("/tmp/spy/ran"));
+  EXPECT_EQ(DbText(), db);
+  (void)Shell("ip link del eth-comp");
+}
+
+// ---- Round trips and sessions ------------------------------------------------------
 
 TEST_F(CliTest, MissingDatabaseAndQueriesWithoutAnAnswer) {
   Result show = Nexcfg({"show"});
   EXPECT_EQ(show.status, 1);
-  EXPECT_NE(show.err.find("cannot load the networking database (it does not exist"), std::string::npos);
-  EXPECT_NE(show.err.find("NXC_Load - Error loading the vnet configuration"), std::string::npos);
+  EXPECT_TRUE(
+      Has(show.err, "cannot load the networking database: it does not exist\n  fix: nexcfg db create"));
+  EXPECT_TRUE(Has(show.err, "NXC_Load - Error loading the vnet configuration"));
   Result check = Nexcfg({"--json", "db", "check"});
   EXPECT_EQ(check.status, 1);
   EXPECT_FALSE(check.Json()["exists"].b);
@@ -325,14 +731,11 @@ TEST_F(CliTest, MissingDatabaseAndQueriesWithoutAnAnswer) {
   Ok({"db", "create", "--overwrite"});
   EXPECT_TRUE(FileExists("/etc/zymtra/networking.bak.0"));
 
-  EXPECT_EQ(Nexcfg({"answer", "get", "NO_SUCH_KEY"}).status, 1);
   EXPECT_EQ(Nexcfg({"find", "--nat", "yes"}).status, 1);
   EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "8", "fd00::/64"}).status, 1);
   Ok({"db", "delete"});
   EXPECT_FALSE(FileExists("/etc/zymtra/networking"));
 }
-
-// ---- Round trips ------------------------------------------------------------------
 
 TEST_F(CliTest, VnetAttributesSetThenShow) {
   CreateDb();
@@ -347,17 +750,17 @@ TEST_F(CliTest, VnetAttributesSetThenShow) {
   for (const Case &c : cases) {
     SCOPED_TRACE(c.field);
     Ok({"vnet", "set", "zynet5", c.field, c.value});
-    EXPECT_EQ(Ok({"--json", "show", "zynet5"}).Json()[c.key].s, c.value);
+    EXPECT_EQ(Ok({"--json", "show", "zynet5"}).Json()[0][c.key].s, c.value);
   }
-  Ok({"vnet", "set", "5", "mtu", "4294967295"});
-  JValue v = Ok({"--json", "show", "5"}).Json();
-  EXPECT_EQ(v["mtu"].n, 4294967295LL);
+  Ok({"vnet", "set", "5", "mtu", "9000"});
+  JValue v = Ok({"--json", "show", "5"}).Json()[0];
+  EXPECT_EQ(v["mtu"].n, 9000);
   EXPECT_FALSE(v["adapter_address_computed"].b);
   EXPECT_TRUE(v["has_subnet"].b);
 
   Ok({"vnet", "unset", "5", "adapter-address"});
   Ok({"vnet", "unset", "5", "mtu"});
-  v = Ok({"--json", "show", "5"}).Json();
+  v = Ok({"--json", "show", "5"}).Json()[0];
   EXPECT_EQ(v["adapter_address"].s, "10.20.30.1");  // computed from the subnet
   EXPECT_TRUE(v["adapter_address_computed"].b);
   EXPECT_EQ(v["mtu"].kind, JValue::kNull);
@@ -375,14 +778,14 @@ TEST_F(CliTest, VnetAttributesSetThenShow) {
 
 TEST_F(CliTest, ParametersShowTheirSource) {
   CreateDb();
-  Ok({"vnet", "set", "3", "subnet", "192.168.40.0"});
-  Ok({"vnet", "set", "3", "mask", "255.255.255.0"});
+  Ok({"vnet", "set", "3", "subnet", "192.168.40.0/24"});
   struct Case {
     const char *family, *param, *value, *defaultValue;
   } cases[] = {
       {"dhcp", "lease-start", "192.168.40.50", "192.168.40.128"},
-      {"dhcp", "max-lease-time", "600", "7200"},
+      {"dhcp", "max-lease-time", "9000", "7200"},
       {"nat", "udp-timeout", "0", "60"},
+      {"nat", "active-ftp", "false", "true"},
       {"nat", "gateway", "192.168.40.9", "192.168.40.2"},
   };
   auto find = [](const JValue &shown, const char *param) {
@@ -394,11 +797,11 @@ TEST_F(CliTest, ParametersShowTheirSource) {
   for (const Case &c : cases) {
     SCOPED_TRACE(std::string(c.family) + " " + c.param);
     JValue p = find(Ok({"--json", c.family, "show", "3"}).Json(), c.param);
-    EXPECT_EQ(p["value"].s, c.defaultValue);
+    EXPECT_EQ(Scalar(p["value"]), c.defaultValue);
     EXPECT_EQ(p["source"].s, "default");
     Ok({c.family, "set", "3", c.param, c.value});
     p = find(Ok({"--json", c.family, "show", "3"}).Json(), c.param);
-    EXPECT_EQ(p["value"].s, c.value);
+    EXPECT_EQ(Scalar(p["value"]), c.value);
     EXPECT_EQ(p["source"].s, "set");
     Ok({c.family, "unset", "3", c.param});
     EXPECT_EQ(find(Ok({"--json", c.family, "show", "3"}).Json(), c.param)["source"].s, "default");
@@ -407,22 +810,23 @@ TEST_F(CliTest, ParametersShowTheirSource) {
 
 TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   CreateDb();
-  Ok({"vnet", "set", "2", "subnet", "192.168.2.0"});
+  Ok({"vnet", "set", "2", "subnet", "192.168.2.0/24"});
+  Ok({"nat", "on", "2"});
   Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
   Ok({"dhcp", "lease", "add", "2", "00:50:56:C0:00:03", "192.168.2.30"});
-  JValue leases = Ok({"--json", "dhcp", "lease", "list", "2"}).Json();
+  JValue leases = Ok({"--json", "dhcp", "lease", "list", "2"}).Json()["leases"];
   ASSERT_EQ(leases.items.size(), 2u);
   std::map<std::string, std::string> byMac;
   for (const auto &l : leases.items) byMac[l["mac"].s] = l["ip"].s;
   EXPECT_EQ(byMac["00:50:56:C0:00:02"], "192.168.2.20");  // stored in standard form
   EXPECT_EQ(Ok({"dhcp", "lease", "get", "2", "00:50:56:c0:00:03"}).out, "192.168.2.30\n");
   Ok({"dhcp", "lease", "rm", "2", "00:50:56:c0:00:02"});
-  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "2"}).Json().items.size(), 1u);
+  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "2"}).Json()["leases"].items.size(), 1u);
   EXPECT_EQ(Nexcfg({"dhcp", "lease", "get", "2", "00:50:56:c0:00:02"}).status, 1);
 
   Ok({"nat", "forward", "add", "2", "tcp", "8080", "192.168.2.20", "80", "web server"});
   Ok({"nat", "forward", "add", "2", "udp", "53", "192.168.2.20", "5353"});
-  JValue forwards = Ok({"--json", "nat", "forward", "list", "2"}).Json();
+  JValue forwards = Ok({"--json", "nat", "forward", "list", "2"}).Json()["forwards"];
   ASSERT_EQ(forwards.items.size(), 2u);
   EXPECT_EQ(forwards[0]["protocol"].s, "tcp");  // TCP first
   EXPECT_EQ(forwards[0]["host_port"].n, 8080);
@@ -432,16 +836,20 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   EXPECT_EQ(forwards[1]["description"].kind, JValue::kNull);
   JValue one = Ok({"--json", "nat", "forward", "get", "2", "udp", "53"}).Json();
   EXPECT_EQ(one["vm_port"].n, 5353);
-  EXPECT_EQ(Ok({"--json", "nat", "forward", "list", "2", "udp"}).Json().items.size(), 1u);
+  EXPECT_EQ(Ok({"--json", "nat", "forward", "list", "2", "udp"}).Json()["forwards"].items.size(), 1u);
   Ok({"nat", "forward", "rm", "2", "tcp", "8080"});
   EXPECT_EQ(Nexcfg({"nat", "forward", "get", "2", "tcp", "8080"}).status, 1);
-  Result tooLong = Nexcfg({"nat", "forward", "add", "2", "tcp", "81", "192.168.2.20", "80", std::string(128, 'd')});
-  EXPECT_EQ(tooLong.status, 1);
-  EXPECT_NE(tooLong.err.find("Description is too long"), std::string::npos);
-
+  // NAT66 prefixes: listed, and one removed while the others stay.
   Ok({"nat", "prefix", "add", "2", "fd00:1:2:3::/64", "lab"});
+  Ok({"nat", "prefix", "add", "2", "fd00:1:2:4::/64"});
+  Ok({"nat", "prefix", "add", "3", "fd00:3::/64"});
   EXPECT_TRUE(Ok({"--json", "nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).Json()["present"].b);
-  EXPECT_EQ(Nexcfg({"nat", "prefix", "add", "2", "not-a-prefix"}).status, 1);
+  Ok({"nat", "prefix", "rm", "2", "fd00:1:2:4::/64"});
+  JValue prefixes = Ok({"--json", "nat", "prefix", "list", "2"}).Json()["prefixes"];
+  ASSERT_EQ(prefixes.items.size(), 1u);
+  EXPECT_EQ(prefixes[0].s, "fd00:1:2:3::/64");
+  EXPECT_EQ(Ok({"--json", "show", "3"}).Json()[0]["nat"]["prefixes"][0].s, "fd00:3::/64");
+  Fails({"nat", "prefix", "rm", "2", "fd00:1:2:4::/64"}, "not-found");
   // A compact rewrite keeps no NAT66 prefixes; without one the journal does.
   Ok({"answer", "set", "SOME_KEY", "1"});
   EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 0);
@@ -449,41 +857,6 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 1);
   EXPECT_EQ(DbText().find("add_nat_prefix"), std::string::npos);
 }
-
-// ---- JSON shapes -------------------------------------------------------------------
-
-TEST_F(CliTest, JsonShapesOfListsAndRecords) {
-  CreateDb();
-  Ok({"vnet", "set", "4", "subnet", "10.4.0.0"});
-  JValue list = Ok({"--json", "list"}).Json();
-  ASSERT_EQ(list.kind, JValue::kArray);
-  const JValue *four = nullptr;
-  for (const auto &v : list.items)
-    if (v["vnet"].s == "zynet4") four = &v;
-  ASSERT_NE(four, nullptr) << Ok({"list"}).out;
-  for (const char *key : {"vnet", "name", "subnet", "mask", "has_subnet", "config", "runtime"})
-    EXPECT_TRUE(four->Has(key)) << key;
-  for (const char *key : {"dhcp", "nat", "bridge", "adapter"}) EXPECT_EQ((*four)["config"][key].kind, JValue::kBool);
-  for (const char *key : {"dhcp", "nat", "bridge", "adapter_up"})
-    EXPECT_EQ((*four)["runtime"][key].kind, JValue::kBool);
-  EXPECT_EQ((*four)["name"].kind, JValue::kNull);
-
-  JValue all = Ok({"--json", "list", "--all"}).Json();
-  EXPECT_EQ(all.items.size(), 256u);
-  JValue status = Ok({"--json", "service", "status", "4", "dhcp", "nat"}).Json();
-  ASSERT_EQ(status.items.size(), 2u);
-  EXPECT_EQ(status[1]["service"].s, "nat");
-  EXPECT_EQ(status[1]["status"].s, "stopped");
-  JValue version = Ok({"--json", "version"}).Json();
-  EXPECT_EQ(version["vnets"].n, 256);
-  EXPECT_EQ(version["interface"].s, "1.0");
-  JValue shown = Ok({"--json", "show"}).Json();
-  EXPECT_EQ(shown.kind, JValue::kArray);  // every configured vnet
-  for (const char *key : {"dhcp", "nat", "bridged_adapters", "default_bridge", "mtu"})
-    EXPECT_TRUE(Ok({"--json", "show", "4"}).Json().Has(key)) << key;
-}
-
-// ---- A whole session ----------------------------------------------------------------
 
 TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   CreateDb();
@@ -494,9 +867,10 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   Ok({"dhcp", "lease", "add", "1", "00:50:56:3f:00:10", "192.168.56.10"});
   // NAT on a vnet without a subnet: the library finds it one.
   JValue nat = Ok({"--json", "nat", "on", "8"}).Json();
-  EXPECT_EQ(nat["subnet"].kind, JValue::kString);
+  ASSERT_EQ(nat["subnet"].kind, JValue::kString);
   EXPECT_EQ(nat["mask"].s, "255.255.255.0");
-  Ok({"nat", "forward", "add", "8", "tcp", "2222", "10.0.0.2", "22"});
+  std::string guest = nat["subnet"].s.substr(0, nat["subnet"].s.size() - 1) + "128";
+  Ok({"nat", "forward", "add", "8", "tcp", "2222", guest, "22"});
 
   // A running daemon blocks the regeneration of its file.
   Ok({"dhcp", "update", "1"});
@@ -506,10 +880,13 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   ASSERT_EQ(0, Shell("touch /tmp/l && /usr/sbin/dhcpd -t -cf /etc/zymtra/zynet1/dhcpd/dhcpd.conf "
                      "-lf /tmp/l -pf /tmp/p >/dev/null 2>&1"));
 
+  // The stand-in netifup makes no interface; the tool gives this one the
+  // adapter's address.
+  ASSERT_EQ(0, Shell("ip link add zynet1 type bridge"));
   JValue started = Ok({"--json", "service", "start", "1"}).Json();
-  ASSERT_EQ(started["started"].items.size(), 2u);  // the configured ones, in order
-  EXPECT_EQ(started["started"][0].s, "netifup");
-  EXPECT_EQ(started["started"][1].s, "dhcp");
+  ASSERT_EQ(started["services"].items.size(), 2u);  // the configured ones, in order
+  EXPECT_EQ(started["services"][0].s, "netifup");
+  EXPECT_EQ(started["services"][1].s, "dhcp");
   Ok({"service", "start", "8", "nat"});
   Result blocked = Nexcfg({"dhcp", "update", "1"});
   EXPECT_EQ(blocked.status, 1);
@@ -525,14 +902,16 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.err.find("NAT service is still running"), std::string::npos) << refused.err;
 
+  EXPECT_EQ(0, Shell("ip -4 addr show zynet1 | grep -q 'inet 192.168.56.1/24'"));
   Ok({"service", "stop", "1"});
   Ok({"service", "stop", "8"});
-  for (const auto &s : Ok({"--json", "service", "status", "8"}).Json().items) EXPECT_EQ(s["status"].s, "stopped");
+  for (const auto &s : Ok({"--json", "service", "status", "8"}).Json().items)
+    EXPECT_EQ(s["status"].s, "stopped");
 
   // Export, change, import: the exported configuration comes back.
   Ok({"db", "export", "/tmp/saved"});
   Ok({"vnet", "delete", "8"});
-  EXPECT_EQ(Ok({"--json", "show", "8"}).Json()["subnet"].kind, JValue::kNull);
+  EXPECT_EQ(Ok({"--json", "show", "8"}).Json()[0]["subnet"].kind, JValue::kNull);
   Ok({"db", "import", "/tmp/saved"});
   EXPECT_TRUE(Ok({"--json", "features", "8"}).Json()["config"]["nat"].b);
   EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
@@ -549,7 +928,7 @@ TEST_F(CliTest, BridgesMoveHostAdapters) {
 
   Ok({"bridge", "move", "eth-test", "--to", "zynet2"});
   EXPECT_EQ(Ok({"--json", "bridge", "list"}).Json()[0]["vnet"].s, "zynet2");
-  JValue two = Ok({"--json", "show", "2"}).Json();
+  JValue two = Ok({"--json", "show", "2"}).Json()[0];
   ASSERT_EQ(two["bridged_adapters"].items.size(), 1u);
   EXPECT_TRUE(two["config"]["bridge"].b);
   Result wrongSource = Nexcfg({"bridge", "move", "eth-test", "--from", "zynet3"});
@@ -558,7 +937,7 @@ TEST_F(CliTest, BridgesMoveHostAdapters) {
   EXPECT_EQ(Nexcfg({"bridge", "move", "eth-nope"}).status, 1);
 
   Ok({"bridge", "default", "set", "none"});
-  EXPECT_EQ(Ok({"--json", "bridge", "default"}).Json()["default_bridge"].kind, JValue::kNull);
+  EXPECT_EQ(Ok({"--json", "bridge", "default"}).Json()["vnet"].kind, JValue::kNull);
   Ok({"bridge", "move", "eth-test"});  // to the default bridge: none
   EXPECT_EQ(Ok({"--json", "bridge", "list"}).Json()[0]["vnet"].kind, JValue::kNull);
   (void)Shell("ip link del eth-test");
@@ -592,15 +971,18 @@ TEST_F(CliTest, HostOnlyAdapterComesUpAndGoesDown) {
   Ok({"adapter", "update", "6"});
   Ok({"adapter", "down", "6"});
   EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["up"].b);
+  // An adapter whose interface is gone still has its netifup stopped.
+  Ok({"adapter", "up", "6"});
+  ASSERT_EQ(0, Shell("ip link del zynet6"));
+  Ok({"adapter", "down", "6"});
+  EXPECT_EQ(Ok({"--json", "service", "status", "6", "netifup"}).Json()[0]["status"].s, "stopped");
   Ok({"adapter", "off", "6", "--cleanup"});
   EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["configured"].b);
-  (void)Shell("ip link del zynet6");
 }
 
 TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {
   CreateDb();
-  Ok({"vnet", "set", "7", "subnet", "10.7.0.0"});
-  Ok({"vnet", "set", "7", "mask", "255.255.255.0"});
+  Ok({"vnet", "set", "7", "subnet", "10.7.0.0/24"});
   Ok({"dhcp", "on", "7"});
   Ok({"dhcp", "set", "7", "dns", "10.7.0.53"});
   Ok({"dhcp", "lease", "add", "7", "00:50:56:00:00:07", "10.7.0.7"});
@@ -609,7 +991,7 @@ TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {
   // Off without clean-up keeps the settings; on again finds them.
   Ok({"dhcp", "off", "7"});
   Ok({"dhcp", "on", "7"});
-  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "7"}).Json().items.size(), 1u);
+  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "7"}).Json()["leases"].items.size(), 1u);
   Ok({"dhcp", "off", "7", "--cleanup"});
   Ok({"nat", "off", "7", "--cleanup"});
   JValue dhcp = Ok({"--json", "dhcp", "show", "7"}).Json();
@@ -620,7 +1002,7 @@ TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {
   EXPECT_FALSE(nat["enabled"].b);
   EXPECT_TRUE(nat["forwards"].items.empty());
   // The subnet stays: it belongs to the vnet, not to the feature.
-  EXPECT_EQ(Ok({"--json", "show", "7"}).Json()["subnet"].s, "10.7.0.0");
+  EXPECT_EQ(Ok({"--json", "show", "7"}).Json()[0]["subnet"].s, "10.7.0.0");
 }
 
 TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
@@ -638,13 +1020,10 @@ TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
   EXPECT_FALSE(Ok({"--json", "vnet", "check-subnet", "9", "--timeout", "2"}).Json()["available"].b);
   ASSERT_EQ(PingCalls().size(), 1u);
   EXPECT_NE(PingCalls()[0].find("-t 2"), std::string::npos);
-  Result busy = Nexcfg({"vnet", "assign-subnet", "10"});
-  EXPECT_EQ(busy.status, 1);
-  EXPECT_NE(busy.err.find("Failed to assign subnet to vnet: zynet10"), std::string::npos) << busy.err;
   EXPECT_EQ(Nexcfg({"vnet", "check-subnet", "10"}).status, 1);  // no subnet to check
 }
 
-TEST_F(CliTest, DevicesMergeAndVerboseOutput) {
+TEST_F(CliTest, DevicesAndVerboseOutput) {
   CreateDb();
   Ok({"device", "create", "3"});
   struct stat st;
@@ -652,13 +1031,6 @@ TEST_F(CliTest, DevicesMergeAndVerboseOutput) {
   EXPECT_TRUE(S_ISCHR(st.st_mode));
   Ok({"device", "delete", "3"});
   EXPECT_FALSE(FileExists("/dev/zynet3"));
-
-  Ok({"vnet", "set", "3", "name", "before"});
-  Ok({"db", "export", "/tmp/merge-me"});
-  Ok({"vnet", "set", "3", "name", "after"});
-  Ok({"db", "merge", "/tmp/merge-me"});
-  EXPECT_EQ(Ok({"--json", "show", "3"}).Json()["name"].s, "before");
-  EXPECT_EQ(Nexcfg({"db", "merge", "/tmp/no-such-file"}).status, 1);
 
   // -v shows the calls' own log lines, banners and arguments included.
   Result verbose = Ok({"-v", "vnet", "set", "3", "mtu", "1400"});

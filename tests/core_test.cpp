@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -24,25 +25,20 @@ bool HasTimePrefix(const std::string &line) {
 class LogStreamTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    stream_ = tmpfile();
-    ASSERT_NE(stream_, nullptr);
     saved_ = nxcContext;
+    ASSERT_NE(stream_, nullptr);
     nxcContext.logStream = stream_;
   }
   void TearDown() override {
     nxcContext = saved_;
-    fclose(stream_);
+    if (stream_) fclose(stream_);
   }
   std::string Text() {
     fflush(stream_);
-    rewind(stream_);
-    std::string out;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, stream_)) > 0) out.append(buf, n);
-    return out;
+    return ReadFile(dir_.File("log"));
   }
-  FILE *stream_ = nullptr;
+  TempDir dir_;
+  FILE *stream_ = fopen(dir_.File("log").c_str(), "w");
   NXCContext saved_{};
 };
 
@@ -50,16 +46,12 @@ TEST_F(LogStreamTest, LineCarriesTimeFunctionNameAndMessage) {
   nxcContext.logMask = 0x19;
   NXCLog(LOG_OK, "NXCNetCfgLoad", "Database file, Major version: %u, Minor version: %u", 1u, 2u);
   NXCLog(LOG_ERR, nullptr, "no name %d", 7);
-  std::string text = Text();
-  size_t newline = text.find('\n');
-  ASSERT_NE(newline, std::string::npos);
-  std::string first = text.substr(0, newline);
-  std::string second = text.substr(newline + 1);
-  EXPECT_TRUE(HasTimePrefix(first)) << text;
-  EXPECT_EQ(first.substr(16), "NXCNetCfgLoad - Database file, Major version: 1, Minor version: 2");
+  const std::vector<std::string> lines = SplitLines(Text());
+  ASSERT_EQ(lines.size(), 2u) << Text();
+  for (const std::string &line : lines) EXPECT_TRUE(HasTimePrefix(line)) << line;
+  EXPECT_EQ(lines[0].substr(16), "NXCNetCfgLoad - Database file, Major version: 1, Minor version: 2");
   // Without a name there is no " - ", only the time and one blank.
-  EXPECT_TRUE(HasTimePrefix(second)) << text;
-  EXPECT_EQ(second.substr(16), "no name 7\n");
+  EXPECT_EQ(lines[1].substr(16), "no name 7");
 }
 
 TEST_F(LogStreamTest, MaskSelectsLinesByAnyOfTheirBitsAndNoStreamWritesNothing) {
@@ -152,8 +144,6 @@ TEST_F(CoreTest, LoadWithoutDatabaseFailsAndCallsRefuse) {
   EXPECT_EQ(nxcContext.loadCount, 0);
   EXPECT_TRUE(LogHas("NXCNetCfgLoad - Import file does not exist"));
   EXPECT_TRUE(LogHas("Error loading the vnet configuration, file used: /etc/zymtra/networking"));
-  // The failure path still writes its exit banner if INFO2 were on; with
-  // the initial mask 0x19 it is not there.
   const char *value = nullptr;
   EXPECT_FALSE(NXC_VnetCfgGetAnswer("K", &value));
   EXPECT_TRUE(LogHas("NXC_VnetCfgGetAnswer - Nexcfg Un-Initialized, Aborting\n\n"));
@@ -198,11 +188,9 @@ TEST_F(CoreTest, ConfiguredLogFileReplacesTheDefaultWhenItCanBeOpened) {
 }
 
 TEST_F(CoreTest, StoredLogLevelFallsBackToDefaultWhenUnusable) {
-  struct Case {
-    const char *stored;
-    uint32_t expected;
-  } cases[] = {{nullptr, 0x19}, {"abc", 0x19}, {"-1", 0x19}, {"0x7f", 0x7f}, {"0x1ff", 0x1ff},
-               {"33", 33}};
+  // Stored values are not checked against the highest level.
+  struct Case { const char *stored; uint32_t expected; } cases[] = {
+      {nullptr, 0x19}, {"abc", 0x19}, {"-1", 0x19}, {"0x1ff", 0x1ff}, {"33", 33}};
   for (const Case &c : cases) {
     SCOPED_TRACE(c.stored ? c.stored : "absent");
     WriteRawDb(std::string("VERSION=1,0\n") +
@@ -244,7 +232,6 @@ TEST_F(CoreTest, AnswerCallsCheckArgumentsInTheirShortFrame) {
   EXPECT_STREQ(value, "v");
   EXPECT_TRUE(NXC_VnetCfgRemoveAnswer("K"));
   EXPECT_FALSE(NXC_VnetCfgGetAnswer("K", &value));
-  EXPECT_EQ(NXC_Version(), 0x10000u);
 }
 
 }  // namespace

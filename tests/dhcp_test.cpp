@@ -9,10 +9,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "base/sha1.h"
 #include "nexcfg_internal.h"
@@ -107,23 +105,6 @@ class DhcpTest : public DbTest {
 
 // ---- Parameters ------------------------------------------------------------
 
-TEST_F(DhcpTest, ExternalIdsMapWithTheirDeliberateGaps) {
-  LoadWith("");
-  const struct { uint32_t external, internal; } kCases[] = {
-      {13350, 9542}, {13351, 9543}, {13352, 9555}, {13353, 9555}, {13354, 9552},
-      {13355, 9553}, {13356, 9556}, {13357, 9549}, {13358, 9550}, {13359, 9555},
-      {13360, 9555}, {13361, 9555}, {13362, 9554}, {0, 9555},     {9542, 9555},
-  };
-  for (const auto &c : kCases) {
-    SCOPED_TRACE(c.external);
-    EXPECT_EQ(NXCDHCPMapIntParamID(c.external), c.internal);
-    EXPECT_TRUE(LogHas("Mapped external ParamID: " + std::to_string(c.external) +
-                       " to internal ParamID: " + std::to_string(c.internal)));
-  }
-  EXPECT_TRUE(LogHas("NXCDHCPMapIntParamID - Could not map external paramID: 13352"));
-  EXPECT_FALSE(LogHas("Could not map external paramID: 13356"));
-}
-
 TEST_F(DhcpTest, SetParameterChecksEachKindOfValue) {
   LoadWith(kVnet8Subnet);
   const std::string k63(63, 'd'), k64(64, 'd');
@@ -142,7 +123,6 @@ TEST_F(DhcpTest, SetParameterChecksEachKindOfValue) {
       {"netbios address", 9554, "10.0.0.300", false,
        "Invalid IP address: 10.0.0.300 for parameter: \"Netbios\""},
       {"lease time zero", 9546, "0", true, ""},
-      {"lease time", 9553, "86400", true, ""},
       {"negative lease time", 9547, "-1", false, "Invalid argument for time"},
       {"lease time with unit", 9552, "10m", false, "Invalid argument for time"},
       {"63-character domain", 9551, k63, true, ""},
@@ -169,46 +149,33 @@ TEST_F(DhcpTest, SetParameterChecksEachKindOfValue) {
   EXPECT_EQ(DbText().find("1000"), std::string::npos);
 }
 
+// The /24 defaults, with and without NAT, are in the golden files.
 TEST_F(DhcpTest, DefaultsFollowTheSubnetMaskAndNat) {
-  constexpr char k24[] = "192.168.40.0/255.255.255.0", kOther[] = "10.1.2.0/255.255.255.0";
   const struct {
     const char *name, *subnetAndMask;
-    bool nat;
     uint32_t id;
     const char *expected, *logLine = nullptr;
   } kCases[] = {
-      {"begin", k24, true, 9542, "192.168.40.128"},
-      {"end", k24, true, 9543, "192.168.40.254"},
-      {"broadcast", k24, true, 9548, "192.168.40.255"},
-      {"dns with nat", k24, true, 9549, "192.168.40.2"},
-      {"dns without nat", k24, false, 9549, "192.168.40.1"},
-      {"routers", k24, false, 9550, "192.168.40.2"},
-      {"netbios", k24, true, 9554, "192.168.40.2"},
-      {"host bits in the subnet are masked", "192.168.40.77/255.255.255.0", false, 9542,
+      {"routers even without nat", "192.168.40.0/255.255.255.0", 9550, "192.168.40.2"},
+      {"host bits in the subnet are masked", "192.168.40.77/255.255.255.0", 9542,
        "192.168.40.128"},
       // The first address of the upper half: net + 4 for a /29.
-      {"/29 begin", "10.1.2.8/255.255.255.248", false, 9542, "10.1.2.12"},
-      {"/29 end", "10.1.2.8/255.255.255.248", false, 9543, "10.1.2.14"},
-      {"/29 broadcast", "10.1.2.8/255.255.255.248", false, 9548, "10.1.2.15"},
-      {"/16 begin", "172.20.0.0/255.255.0.0", false, 9542, "172.20.128.0"},
-      {"/30 is too small", "10.1.2.8/255.255.255.252", false, 9548, "<fail>",
+      {"/29 begin", "10.1.2.8/255.255.255.248", 9542, "10.1.2.12"},
+      {"/29 end", "10.1.2.8/255.255.255.248", 9543, "10.1.2.14"},
+      {"/29 broadcast", "10.1.2.8/255.255.255.248", 9548, "10.1.2.15"},
+      {"/16 begin", "172.20.0.0/255.255.0.0", 9542, "172.20.128.0"},
+      {"/30 is too small", "10.1.2.8/255.255.255.252", 9548, "<fail>",
        "The subnet: 10.1.2.8, mask: 255.255.255.252 is too small, we need atleast 8 hosts"},
-      {"default lease", kOther, false, 9546, "1800"},
-      {"max lease", kOther, false, 9547, "7200"},
-      {"subnet default lease", kOther, false, 9552, "1800"},
-      {"subnet max lease", kOther, false, 9553, "7200"},
-      {"domain", kOther, false, 9551, "localdomain"},
-      {"unused id", kOther, false, 9545, "<fail>",
+      {"unused id", "10.1.2.0/255.255.255.0", 9545, "<fail>",
        "NXCDHCPGetParameterDefault - Invalid DHCP Param Name 9545"},
-      {"one past the tables", kOther, false, 9556, "<fail>"},
+      {"one past the tables", "10.1.2.0/255.255.255.0", 9556, "<fail>"},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
     const std::string net = c.subnetAndMask;
     const size_t slash = net.find('/');
     Reload("answer VNET_3_HOSTONLY_SUBNET " + net.substr(0, slash) +
-           "\nanswer VNET_3_HOSTONLY_NETMASK " + net.substr(slash + 1) + "\nanswer VNET_3_NAT " +
-           (c.nat ? "yes" : "no") + "\n");
+           "\nanswer VNET_3_HOSTONLY_NETMASK " + net.substr(slash + 1) + "\n");
     char buf[128] = "";
     EXPECT_EQ(NXCDHCPGetParameterDefault(3, c.id, buf, sizeof buf) ? buf : "<fail>",
               std::string(c.expected));
@@ -218,20 +185,13 @@ TEST_F(DhcpTest, DefaultsFollowTheSubnetMaskAndNat) {
 
 TEST_F(DhcpTest, GetterPrefersTheStoredValueAndDefaultsNeedRoomButLeaseTimesSucceedWithout) {
   LoadWith(std::string(kVnet8Subnet) + "answer VNET_8_DHCP_PARAM_DNS_ADDR 8.8.8.8\n");
-  const struct {
-    const char *name;
-    uint32_t id;
-    size_t size;
-    bool ok;
-    const char *copied;  // what the buffer holds afterwards
-  } kCases[] = {
+  // copied: what the buffer holds afterwards.
+  const struct { const char *name; uint32_t id; size_t size; bool ok; const char *copied; }
+      kCases[] = {
       {"lease time fits exactly", 9546, 5, true, "1800"},
       {"lease time short buffer still succeeds", 9546, 4, true, "xxx"},
-      {"subnet lease time short buffer", 9553, 1, true, "xxx"},
       {"domain fits exactly", 9551, 12, true, "localdomain"},
       {"domain one short", 9551, 11, false, "xxx"},
-      {"address fits exactly", 9542, 15, true, "192.168.40.128"},
-      {"address one short", 9542, 14, false, "xxx"},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
@@ -283,7 +243,7 @@ TEST_F(DhcpTest, GetterPrefersTheStoredValueAndDefaultsNeedRoomButLeaseTimesSucc
   EXPECT_TRUE(NXCDHCPRemoveParameter(8, 9540));
 }
 
-TEST_F(DhcpTest, RemovingTheConfigurationLeavesRoutersAndNetbiosWithoutNat) {
+TEST_F(DhcpTest, RemovingTheConfigurationTakesTheMappingsAndLeavesRoutersAndNetbiosWithoutNat) {
   for (bool nat : {false, true}) {
     SCOPED_TRACE(nat ? "with NAT" : "without NAT");
     Reload(std::string(kVnet8Subnet) + (nat ? kVnet8Nat : "") +
@@ -294,6 +254,8 @@ TEST_F(DhcpTest, RemovingTheConfigurationLeavesRoutersAndNetbiosWithoutNat) {
              "answer VNET_8_DHCP_PARAM_NETBIOS 192.168.40.4\n"
              "answer VNET_8_DHCP_CFG_HASH ABCDEF\n"
              "answer VNET_9_DHCP_PARAM_DOMAIN_NAME other\n");
+    EXPECT_FALSE(NXCDHCPSetIPToMAC(8, "192.168.40", "00:50:56:00:00:01"));
+    EXPECT_TRUE(LogHas("NXCDHCPSetIPToMAC - IP address: 192.168.40 is not valid"));
     ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.30", "00:50:56:00:00:01"));
     EXPECT_TRUE(NXCDHCPRemoveDHCPConfig(8));
     std::string left;
@@ -305,33 +267,10 @@ TEST_F(DhcpTest, RemovingTheConfigurationLeavesRoutersAndNetbiosWithoutNat) {
     EXPECT_EQ(Answer("VNET_9_DHCP_PARAM_DOMAIN_NAME"), "other");
     char ip[16] = "";
     EXPECT_FALSE(NXCDHCPGetIPToMAC(8, ip, sizeof ip, "00:50:56:00:00:01"));
+    EXPECT_TRUE(LogHas("Failure while getting the value of DHCP IP to MAC in vnet config"));
     // The removals reached the database file.
-    EXPECT_NE(DbText().find("remove_dhcp_mac_to_ip 8 00:50:56:00:00:01"), std::string::npos);
+    EXPECT_TRUE(DbHas("remove_dhcp_mac_to_ip 8 00:50:56:00:00:01"));
   }
-}
-
-TEST_F(DhcpTest, StaticMappingsAreCheckedStoredEnumeratedAndRemoved) {
-  LoadWith(kVnet8Subnet);
-  EXPECT_FALSE(NXCDHCPSetIPToMAC(8, "192.168.40", "00:50:56:00:00:01"));
-  EXPECT_TRUE(LogHas("NXCDHCPSetIPToMAC - IP address: 192.168.40 is not valid"));
-  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.31", "00:50:56:00:00:01"));
-  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.32", "00:50:56:00:00:02"));
-  char ip[16] = "";
-  ASSERT_TRUE(NXCDHCPGetIPToMAC(8, ip, sizeof ip, "00:50:56:00:00:02"));
-  EXPECT_STREQ(ip, "192.168.40.32");
-
-  std::vector<std::string> seen;
-  uint32_t cookie = 0;
-  char mac[18] = "";
-  while (NXCDHCPEnumIPToMAC(8, &cookie, ip, sizeof ip, mac, sizeof mac))
-    seen.push_back(std::string(mac) + "=" + ip);
-  std::sort(seen.begin(), seen.end());
-  EXPECT_EQ(seen, (std::vector<std::string>{"00:50:56:00:00:01=192.168.40.31",
-                                            "00:50:56:00:00:02=192.168.40.32"}));
-
-  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, nullptr, "00:50:56:00:00:01"));
-  EXPECT_FALSE(NXCDHCPGetIPToMAC(8, ip, sizeof ip, "00:50:56:00:00:01"));
-  EXPECT_TRUE(LogHas("Failure while getting the value of DHCP IP to MAC in vnet config"));
 }
 
 // ---- dhcpd.conf --------------------------------------------------------------
@@ -364,6 +303,7 @@ TEST_F(DhcpTest, FreshFilesMatchTheGoldenFiles) {
     std::string golden = Golden(c.golden);
     ASSERT_FALSE(golden.empty());
     EXPECT_EQ(MaskStamp(ReadFile(c.path)), golden);
+    ExpectDhcpdAccepts(c.path);
     EXPECT_TRUE(FileExists(std::string(c.path).substr(0, strlen(c.path) - 5) + ".leases"));
     EXPECT_FALSE(FileExists(std::string(c.path) + ".bak"));  // nothing to back up yet
   }
@@ -417,11 +357,9 @@ TEST_F(DhcpTest, HashComparisonLooksAtTwentyDigitsIgnoringCase) {
          for (char &ch : h) ch = static_cast<char>(tolower(ch));
          return h;
        }, true},
-      {"last digit changed", [](std::string h) { return FlipDigit(h, 39); }, true},
       {"21st digit changed", [](std::string h) { return FlipDigit(h, 20); }, true},
       {"only 20 digits stored", [](std::string h) { return h.substr(0, 20); }, true},
       {"20th digit changed", [](std::string h) { return FlipDigit(h, 19); }, false},
-      {"first digit changed", [](std::string h) { return FlipDigit(h, 0); }, false},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
@@ -523,23 +461,22 @@ TEST_F(DhcpTest, AFailedFirstWriteLeavesNoFileButAFailedRewriteKeepsTheBackup) {
   EXPECT_EQ(Answer("VNET_8_DHCP_CFG_HASH"), Sha1Upper(BlockOf(good)));
 }
 
-TEST_F(DhcpTest, DhcpdAcceptsEveryShapeTheWriterProduces) {
+// The golden shapes and user text around the block are checked where they
+// are made; these are the rest.
+TEST_F(DhcpTest, DhcpdAcceptsSeveralMappingsAndStoredValues) {
   // The check itself must be able to fail here.
   ASSERT_TRUE(WriteFile("/tmp/broken.conf", "subnet 10.0.0.0 netmask 255.255.255.0 {\n"));
   ASSERT_GT(DhcpdCheck("/tmp/broken.conf"), 0);
-  const struct { const char *name; const char *records; int mappings; bool userText; } kCases[] = {
-      {"host-only", "", 0, false},
-      {"NAT", "answer VNET_8_NAT yes\n", 0, false},
-      {"static mappings", "", 3, false},
-      {"NAT and static mappings", "answer VNET_8_NAT yes\n", 3, false},
-      {"user text before and after", "answer VNET_8_NAT yes\n", 1, true},
+  const struct { const char *name, *records; int mappings; } kCases[] = {
+      {"static mappings", "", 3},
       {"stored values, quoted domain name",
+       "answer VNET_8_NAT yes\n"
        "answer VNET_8_DHCP_PARAM_DOMAIN_NAME \"example.com\"\n"
        "answer VNET_8_DHCP_PARAM_DNS_ADDR 1.1.1.1\n"
        "answer VNET_8_DHCP_PARAM_LEASE_START_IP 192.168.40.50\n"
        "answer VNET_8_DHCP_PARAM_MAX_LEASE_TIME 0\n"
        "answer VNET_8_VIRTUAL_ADAPTER_NAME hostnet8\n",
-       1, false},
+       1},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);
@@ -550,14 +487,6 @@ TEST_F(DhcpTest, DhcpdAcceptsEveryShapeTheWriterProduces) {
                                     ("00:50:56:00:01:" + n).c_str()));
     }
     ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
-    if (c.userText) {
-      std::string text = ReadFile(kConf);
-      ASSERT_TRUE(WriteFile(kConf, "# site settings\nddns-update-style none;\n" + text +
-                                       "host printer {\n\thardware ethernet 00:50:56:00:02:01;\n"
-                                       "\tfixed-address 192.168.40.90;\n}\n"));
-      ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
-      ASSERT_NE(ReadFile(kConf).find("host printer {"), std::string::npos);
-    }
     ExpectDhcpdAccepts(kConf);
   }
 }

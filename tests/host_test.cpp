@@ -6,7 +6,6 @@
 #include <sys/sysmacros.h>
 
 #include <string>
-#include <vector>
 
 #include "support/db_fixture.h"
 
@@ -33,23 +32,13 @@ class HostTest : public DbTest {
     if (HasFatalFailure()) return;
     LoadWith("");
   }
-  void TearDown() override {
-    DbTest::TearDown();
-    for (const std::string &link : links_) (void)Shell("ip link del " + link + " 2>/dev/null");
-    (void)Shell("rm -rf /dev/zynet*");
-  }
   static void SetAnswer(const char *key, const char *value) {
     ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, key, value)) << key;
   }
-  // Runs the `ip` command that makes the link called name.
-  void MakeLink(const std::string &name, const std::string &command) {
-    links_.push_back(name);
-    ASSERT_EQ(Shell(command), 0) << command;
+  void MakeTap(const std::string &name) {
+    ASSERT_TRUE(links_.Add(name, "tuntap add " + name + " mode tap"));
   }
-  void MakeTap(const std::string &name) { MakeLink(name, "ip tuntap add " + name + " mode tap"); }
-
- private:
-  std::vector<std::string> links_;
+  TestLinks links_;
 };
 
 // ---- Address and name utilities --------------------------------------------
@@ -61,10 +50,8 @@ TEST_F(AddressTest, IPv4TextAndSubnetMasks) {
   struct Case { const char *text; uint32_t value; const char *log; };  // log null: valid
   const Case addresses[] = {
       {"192.168.1.2", 0xC0A80102u, nullptr}, {"255.255.255.255", 0xFFFFFFFFu, nullptr},
-      {" 10.0.0.1", 0x0A000001u, nullptr},   {"10. 0.0.1", 0x0A000001u, nullptr},
-      {"192.168.1.1 ", 0, kScan},            {"192.168.1.1\n", 0, kScan},
-      {"192.168.1.1x", 0, kScan},            {"1.2.3", 0, kScan},
-      {"1234.1.1.1", 0, kScan},              {"", 0, kScan},
+      {"10. 0.0.1", 0x0A000001u, nullptr},   {"192.168.1.1 ", 0, kScan},
+      {"1.2.3", 0, kScan},                   {"1234.1.1.1", 0, kScan},
       {"256.1.1.1", 0, "Invalid values: 256, 1, 1, 1"},
   };
   for (const Case &c : addresses) {
@@ -79,9 +66,9 @@ TEST_F(AddressTest, IPv4TextAndSubnetMasks) {
 
   constexpr char kSmall[] = "The subnet is too small, we need at least 8 hosts";
   const Case masks[] = {
-      {"255.255.255.248", 0, nullptr}, {"128.0.0.0", 0, nullptr},
+      {"255.255.255.248", 0, nullptr},
       {"0.255.255.0", 0, nullptr},  // only the ones after the trailing zeros must be contiguous
-      {"255.255.255.252", 0, kSmall},  {"255.255.255.255", 0, kSmall}, {"0.0.0.0", 0, kSmall},
+      {"255.255.255.252", 0, kSmall},  {"0.0.0.0", 0, kSmall},
       {"255.0.255.0", 0, "Mask is not a contiguous string of 1s: ff00ff"},
       {"255.255.255", 0, "Could not convert mask to integer: 255.255.255"},
   };
@@ -194,27 +181,15 @@ mode_t Mode(const std::string &path) {
 
 using FileTest = HostTest;
 
-TEST_F(FileTest, NamesOfEveryType) {
+// The other types' names are checked where their files are made.
+TEST_F(FileTest, NamesFollowConfigDirExceptTheDeviceAndUnnamedTypesFailSilently) {
   EXPECT_EQ(Name(-1, NXC_FILE_NETWORKING_DB), "/etc/zymtra/networking");
   SetAnswer("CONFIGDIR", "/tmp/c");
-  const char *expected[] = {"/tmp/c/networking",
-                            "/tmp/c/zynet8",
-                            "/tmp/c/zynet8/dhcpd",
-                            "/tmp/c/zynet8/nat",
-                            "<none>",
-                            "/tmp/c/zynet8/dhcpd/dhcpd.conf",
-                            "/tmp/c/zynet8/dhcpd/dhcpd.conf.bak",
-                            "/tmp/c/zynet8/dhcpd/dhcpd.leases",
-                            "/tmp/c/zynet8/dhcpd/dhcpd.leases~",
-                            "/tmp/c/zynet8/nat.mac",
-                            "/tmp/c/zynet8/nat/nat.conf",
-                            "/tmp/c/zynet8/nat/nat.conf.bak",
-                            "/tmp/c/config",
-                            "/dev/zynet8",  // never under CONFIGDIR
-                            "<none>"};
-  for (uint32_t type = 0; type < std::size(expected); ++type)
-    EXPECT_EQ(Name(8, type), expected[type]) << "type " << type;
-  EXPECT_EQ(LogText(), "") << "unnamed types fail without a word";
+  EXPECT_EQ(Name(8, NXC_FILE_NAT_CONF), "/tmp/c/zynet8/nat/nat.conf");
+  EXPECT_EQ(Name(8, NXC_FILE_VNET_DEVICE), "/dev/zynet8");
+  EXPECT_EQ(Name(8, NXC_FILE_CUSTOM), "<none>");  // needs its own name
+  EXPECT_EQ(Name(8, 14), "<none>");
+  EXPECT_EQ(LogText(), "");
 
   char small[20];
   EXPECT_FALSE(NXCGetFileName(8, NXC_FILE_NAT_CONF, small, sizeof small));
@@ -348,10 +323,10 @@ TEST_F(FileTest, VnetDeviceNodes) {
 using AdapterTest = HostTest;
 
 TEST_F(AdapterTest, ListsNamedEthernetLinksWithTheirDrivers) {
-  MakeLink("hv-veth0", "ip link add hv-veth0 type veth peer name hv-veth1");
+  ASSERT_TRUE(links_.Add("hv-veth0", "link add hv-veth0 type veth peer name hv-veth1"));
   MakeTap("hv-tap0");
-  MakeLink("hv-tun0", "ip tuntap add hv-tun0 mode tun");  // not Ethernet
-  MakeLink("abcdefghijklmno", "ip link add abcdefghijklmno type veth peer name hv-p");  // longest
+  ASSERT_TRUE(links_.Add("hv-tun0", "tuntap add hv-tun0 mode tun"));  // not Ethernet
+  ASSERT_TRUE(links_.Add("abcdefghijklmno", "link add abcdefghijklmno type veth peer name hv-p"));
   ASSERT_EQ(Shell("ip link set hv-veth0 up && ip link set hv-veth1 up"), 0);
   // The kernel marks the pair running a moment after both ends are up.
   ASSERT_EQ(Shell("for i in $(seq 200); do ip link show hv-veth0 | grep -q LOWER_UP && exit 0; "

@@ -23,13 +23,8 @@ namespace {
 
 using V = std::vector<std::string>;
 
-class VnetModelTest : public DbTest {
+class VnetModelTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinPing());
-  }
   // The answers of keys, joined with blanks.
   std::string Answers(std::initializer_list<const char *> keys) const {
     std::string out;
@@ -39,24 +34,6 @@ class VnetModelTest : public DbTest {
 };
 
 // ---- Settings stored as answers ------------------------------------------
-
-TEST_F(VnetModelTest, FieldSettersUseTheirOwnKeysAndWriteThrough) {
-  LoadWith("");
-  const std::pair<bool (*)(uint32_t, const char *), const char *> setters[] = {
-      {NXCSetVnetDisplayName, "VNET_17_DISPLAY_NAME"},
-      {NXCSetVnetSubnetAddr, "VNET_17_HOSTONLY_SUBNET"},
-      {NXCSetVnetSubnetMask, "VNET_17_HOSTONLY_NETMASK"},
-      {NXCSetVnetVirtAdapterAddr, "VNET_17_VIRTUAL_ADAPTER_ADDR"},
-      {NXCSetVnetVirtAdapter, "VNET_17_VIRTUAL_ADAPTER_NAME"},
-      {NXCSetVnetMTU, "VNET_17_MTU"},
-  };
-  for (const auto &[set, key] : setters) {
-    SCOPED_TRACE(key);
-    ASSERT_TRUE(set(17, "v1"));
-    EXPECT_EQ(Answer(key), "v1");
-    EXPECT_NE(DbText().find(std::string("answer ") + key + " v1\n"), std::string::npos);
-  }
-}
 
 TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
   LoadWith("answer VNET_3_NOTE abcdef\n");
@@ -96,28 +73,6 @@ TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
     EXPECT_EQ(NXCGetVnetVirtAdapter(c.vnet, buf, c.size), c.ok);
     EXPECT_STREQ(buf, c.name);
   }
-}
-
-TEST_F(VnetModelTest, SwitchingOffWithCleanUpRemovesTheServicesSettings) {
-  LoadWith(
-      "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP yes\nanswer VNET_3_NAT yes\n"
-      "answer VNET_2_DHCP_PARAM_LEASE_START_IP 10.0.2.10\n"
-      "answer VNET_3_NAT_PARAM_UDP_TIMEOUT 60\n"
-      "answer VNET_4_VIRTUAL_ADAPTER yes\nanswer VNET_4_VIRTUAL_ADAPTER_ADDR 10.0.4.1\n"
-      "answer VNET_4_VIRTUAL_ADAPTER_NAME host4\n");
-  EXPECT_TRUE(NXCSetVnetUseDHCP(1, false, false));
-  EXPECT_TRUE(NXCSetVnetUseDHCP(2, false, true));
-  EXPECT_TRUE(NXCSetVnetUseNAT(3, false, true));
-  EXPECT_TRUE(NXCSetVnetUseAdapter(4, false, true));
-  EXPECT_EQ(Answers({"VNET_1_DHCP", "VNET_2_DHCP", "VNET_2_DHCP_PARAM_LEASE_START_IP", "VNET_3_NAT",
-                     "VNET_3_NAT_PARAM_UDP_TIMEOUT", "VNET_4_VIRTUAL_ADAPTER",
-                     "VNET_4_VIRTUAL_ADAPTER_ADDR", "VNET_4_VIRTUAL_ADAPTER_NAME"}),
-            "no no <absent> no <absent> no <absent> <absent>");
-  for (const char *line : {"DHCP set to 0 in vnet config for vnet: 1",
-                           "DHCP set to 0 in vnet config for vnet: 2",
-                           "NAT set to 0 in vnet config for vnet: 3",
-                           "VIRTUAL_ADAPTER set to 0 in vnet config for vnet: 4"})
-    EXPECT_TRUE(LogHas(line)) << line;
 }
 
 TEST_F(VnetModelTest, FailedCleanUpOnAFullDiskFailsDhcpAndAdapterButNatOnlyLogs) {
@@ -176,7 +131,7 @@ TEST(SubnetCandidates, FollowTheFixedOrderAndLeaveOutUsedSubnets) {
 
 TEST_F(VnetModelTest, PingCommandLineAndExitCodesDecideWhetherASubnetIsFree) {
   LoadWith("");
-  const std::string ping = std::string(StandinDir()) + "/zymtra-ping";
+  const std::string ping = std::string(kStandinBinDir) + "/zymtra-ping";
   const std::string bcast = ping + " -q -b 10.1.2.0 -t 3 -i 7";
   const std::string host = ping + " -q -b 10.1.2.1 -t 3 -i 7";
   struct Case { const char *name, *codes; bool broadcast, free; V calls; } const cases[] = {
@@ -241,40 +196,6 @@ TEST_F(VnetModelTest, ProbeTriesEveryCandidateOnceAndThenFailsWithoutPinging) {
     EXPECT_EQ(pinged.count(never), 0u) << never;
 }
 
-TEST_F(VnetModelTest, AssignedSubnetIsStoredWithA24BitMaskAndCanBeRemoved) {
-  WriteDb("");
-  ASSERT_TRUE(SetPingExitCodes("0 1 1"));  // the first candidate answers, the second is silent
-  V report = ReportFromChild([](V *out) {
-    if (!NXC_Load(0)) return out->push_back("load failed");
-    out->push_back(NXCAssignUnusedSubnetAddressToVNet(3) ? "assigned" : "failed");
-    uint32_t subnet = 0;
-    char mask[16] = "", text[16];
-    if (NXCGetHostOnlySubnet(3, &subnet) && NXCGetVnetSubnetMask(3, mask, sizeof mask) &&
-        NXCIPInt2Str(subnet, text))
-      out->push_back(std::string(text) + "/" + mask);
-    NXC_Unload();
-  });
-  V pinged = PingedAddresses();
-  ASSERT_EQ(pinged.size(), 3u);
-  const std::string chosen = pinged[1];
-  EXPECT_NE(pinged[0], chosen);
-  EXPECT_EQ(report, (V{"assigned", chosen + "/255.255.255.0"}));
-  EXPECT_TRUE(LogHas("Success: vnet 3 assigned subnet " + chosen + "."));
-  const std::string db = DbText();
-  EXPECT_NE(db.find("answer VNET_3_HOSTONLY_SUBNET " + chosen + "\n"), std::string::npos);
-  EXPECT_NE(db.find("answer VNET_3_HOSTONLY_NETMASK 255.255.255.0\n"), std::string::npos);
-
-  report = ReportFromChild([](V *out) {
-    if (!NXC_Load(0)) return out->push_back("load failed");
-    out->push_back(NXCRemoveSubnetAssignment(3) ? "removed" : "failed");
-    out->push_back(NXCVnetIsOptionConfigured(3, NXC_VNET_OPTION_SUBNET) ? "subnet" : "no subnet");
-    out->push_back(NXCGetVnetCfg(3, "HOSTONLY_NETMASK") ? "mask" : "no mask");
-    NXC_Unload();
-  });
-  EXPECT_EQ(report, (V{"removed", "no subnet", "no mask"}));
-  EXPECT_TRUE(LogHas("Marking subnet: " + chosen + " as unused"));
-}
-
 // ---- Bridging ------------------------------------------------------------
 
 TEST_F(VnetModelTest, DefaultBridgeAcceptsOnlyZeroOrMinusOneFromTheDatabase) {
@@ -310,15 +231,10 @@ class BridgeTest : public VnetModelTest {
  protected:
   void SetUp() override {
     VnetModelTest::SetUp();
-    for (const char *pair : {"ethA type veth peer name ethB", "ethC type veth peer name ethD",
-                             "zynet1 type veth peer name ZYNET8"})
-      ASSERT_EQ(Shell(std::string("ip link add ") + pair), 0) << pair;
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(links_.AddHostAdapters());
   }
-  void TearDown() override {
-    VnetModelTest::TearDown();
-    for (const char *name : {"ethA", "ethC", "zynet1"})
-      (void)Shell(std::string("ip link del ") + name + " 2>/dev/null");
-  }
+  TestLinks links_;
 
   // The bridge list of vnet as sorted "name:vnet" texts.
   static V Bridged(int32_t vnet) {
@@ -365,11 +281,26 @@ TEST_F(BridgeTest, DefaultBridgeTakesEveryUnmappedEthernetAdapter) {
   EXPECT_EQ(Bridged(-1), (V{"ethA:-1", "ethC:-1"}));
 }
 
-TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeOrToNone) {
+TEST_F(BridgeTest, RemovingMappingsHandsAdaptersToTheDefaultBridgeAndRestartsIt) {
   LoadWith("add_bridge_mapping ethB 2\nadd_bridge_mapping ethC 2\n");
-  (void)NXCRemoveBridgeMappingsForVnet(2);
+  // Not running: the restart leaves the default bridge stopped and succeeds.
+  EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
   EXPECT_EQ(MappingOf("ethB"), 0);
   EXPECT_EQ(MappingOf("ethC"), 0);
+  EXPECT_FALSE(FileExists("/var/run/zynet-bridge-0.pid"));
+
+  // Running: it runs anew without excluding the adapter it took over.
+  ASSERT_TRUE(NXCSetBridgeMappingForAdapter("ethB", 2));
+  ASSERT_TRUE(NXCServiceStart(0, NXC_SERVICE_BRIDGE));
+  EXPECT_EQ(StandinArgv("zynet-bridge").back(), "-eethB");
+  const pid_t before = PidInFile("/var/run/zynet-bridge-0.pid");
+  EXPECT_TRUE(NXCRemoveBridgeMappingsForVnet(2));
+  const pid_t after = PidInFile("/var/run/zynet-bridge-0.pid");
+  EXPECT_NE(after, before);
+  EXPECT_TRUE(Alive(after));
+  EXPECT_EQ(StandinArgv("zynet-bridge").back(), "0") << "no adapter is excluded any more";
+  EXPECT_FALSE(LogHas("Failed to restart bridge service"));
+  KillAllDaemons();
 
   // The default bridge itself: the default is switched off and its adapters
   // belong to no vnet.

@@ -9,10 +9,13 @@ trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 cmake -S "$here" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
-LD_LIBRARY_PATH="$work/prefix/lib" "$work/consumer/consumer"
-libdir=$(dirname "$(find "$work/prefix" -name nexcfg.pc)")
-PKG_CONFIG_PATH="$libdir" cc "$here/consumer.c" -o "$work/pc-consumer" \
-  $(PKG_CONFIG_PATH="$libdir" pkg-config --cflags --libs nexcfg)
-LD_LIBRARY_PATH="$work/prefix/lib" "$work/pc-consumer"
+libdir=$(dirname "$(find "$work/prefix" -name libnexcfg.so.1)")
+LD_LIBRARY_PATH="$libdir" "$work/consumer/consumer"
+pcdir=$(dirname "$(find "$work/prefix" -name nexcfg.pc)")
+PKG_CONFIG_PATH="$pcdir" cc "$here/consumer.c" -o "$work/pc-consumer" \
+  $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs nexcfg)
+LD_LIBRARY_PATH="$libdir" "$work/pc-consumer"
 test -f "$work/prefix/share/man/man1/nexcfg.1"
-echo "installed library, headers, CMake package, pkg-config file and man page work"
+# The daemons go where the library starts them from: BINDIR under the prefix.
+for daemon in zynet-netifup zynet-dhcpd zynet-natd zynet-bridge; do test -x "$work/prefix/bin/$daemon"; done
+echo "installed library, headers, CMake package, pkg-config file, man page and daemons work"

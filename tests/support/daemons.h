@@ -36,21 +36,6 @@ std::vector<std::string> StandinArgv(const std::string &name);
 // Makes the stand-in daemon called name behave as mode says.
 void SetStandinMode(const std::string &name, const std::string &mode);
 
-// A database test whose BINDIR holds the stand-in daemons; whatever a test
-// started is killed after it.
-class DaemonTest : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (HasFatalFailure()) return;
-    ASSERT_TRUE(InstallStandinDaemons());
-  }
-  void TearDown() override {
-    KillAllDaemons();
-    DbTest::TearDown();
-  }
-};
-
 // The stand-in ping program (standins/zymtra-ping.cpp): names the stand-in
 // folder as bindir in /etc/zymtra/config and empties the ping's records.
 bool InstallStandinPing();
@@ -64,5 +49,21 @@ bool SetPingExitCodes(const std::string &codes);
 // "-b".
 std::vector<std::string> PingCalls();
 std::vector<std::string> PingedAddresses();
+
+// A database test whose bindir holds the stand-in daemons and ping program
+// (InstallStandinDaemonsAndPing); whatever a test started is killed after
+// it.
+class DaemonTest : public DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (HasFatalFailure()) return;
+    ASSERT_TRUE(InstallStandinDaemonsAndPing());
+  }
+  void TearDown() override {
+    KillAllDaemons();
+    DbTest::TearDown();
+  }
+};
 
 }  // namespace nxc::test

@@ -11,8 +11,9 @@ std::string Golden(const std::string &name) {
 
 void DbTest::SetUp() {
   ASSERT_TRUE(InSandbox()) << "this test must run inside the private namespaces";
-  // Each test starts from an empty configuration directory.
-  (void)Shell("rm -rf /etc/zymtra/* /etc/zymtra/.networking.*");
+  // Each test starts from an empty configuration directory and no vnet
+  // device nodes.
+  (void)Shell("rm -rf /etc/zymtra/* /etc/zymtra/.networking.* /dev/zynet*");
   ClearLog();
 }
 
@@ -49,14 +50,14 @@ std::string DbTest::Answer(const char *key) const {
   return value;
 }
 
-void DbTest::FillDatabaseDisk() {
+void DbTest::FillDatabaseDisk(size_t room) {
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  const size_t padOverhead = sizeof("answer PAD \n") - 1;
-  std::string db = DbText();
+  ASSERT_LT(room, page);
+  std::string db = DbText() + "answer PAD ";
   const std::string config = ReadFile("/etc/zymtra/config");
-  size_t room = page - db.size() % page;
-  if (room <= padOverhead) room += page;
-  db += "answer PAD " + std::string(room - padOverhead, 'p') + "\n";
+  // Pad up to the end of a page less room, the newline included.
+  size_t pad = (2 * page - room - (db.size() + 1) % page) % page;
+  db += std::string(pad == 0 ? page : pad, 'p') + "\n";
   ASSERT_EQ(mount("tmpfs", "/etc/zymtra", "tmpfs", 0, "size=64k"), 0);
   diskMounted_ = true;
   ASSERT_TRUE(WriteFile(kDbPath, db));

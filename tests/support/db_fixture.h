@@ -28,6 +28,7 @@ class DbTest : public ::testing::Test {
   void WriteDb(const std::string &records) { WriteRawDb(kDbHeader + records); }
   void WriteRawDb(const std::string &text);
   std::string DbText() const { return ReadFile(kDbPath); }
+  bool DbHas(const std::string &text) const { return DbText().find(text) != std::string::npos; }
   // NXC_Load on the database file.
   bool Load(bool readOnly = false);
   // WriteDb and Load (which must work), then an empty log.
@@ -41,10 +42,11 @@ class DbTest : public ::testing::Test {
   std::string Answer(const std::string &key) const { return Answer(key.c_str()); }
 
   // Puts a small tmpfs over /etc/zymtra holding the current database file
-  // (padded to whole pages, so that any later append needs a new block)
-  // and the product config, and fills it up: every later write of the
-  // database fails with ENOSPC. TearDown takes the tmpfs away.
-  void FillDatabaseDisk();
+  // and the product config, and fills it up. The file is padded so that
+  // exactly room bytes are left in its last page: appends beyond them fail
+  // with ENOSPC (with room 0, every append does). TearDown takes the tmpfs
+  // away.
+  void FillDatabaseDisk(size_t room = 0);
 
  private:
   bool diskMounted_ = false;

@@ -121,6 +121,21 @@ LockHolder::~LockHolder() {
   (void)waitpid(pid_, nullptr, 0);
 }
 
+TestLinks::~TestLinks() {
+  for (const std::string &name : names_) (void)Shell("ip link del " + name + " 2>/dev/null");
+}
+
+bool TestLinks::Add(const std::string &name, const std::string &command) {
+  names_.push_back(name);
+  return Shell("ip " + command) == 0;
+}
+
+bool TestLinks::AddHostAdapters() {
+  return Add("ethA", "link add ethA type veth peer name ethB") &&
+         Add("ethC", "link add ethC type veth peer name ethD") &&
+         Add("zynet1", "link add zynet1 type veth peer name ZYNET8");
+}
+
 std::string LogText() { return ReadFile(kLogPath); }
 
 bool LogHas(const std::string &text) { return LogText().find(text) != std::string::npos; }

@@ -58,6 +58,23 @@ class LockHolder {
   bool held_ = false;
 };
 
+// Network links a test makes in its own namespace, deleted at scope exit.
+class TestLinks {
+ public:
+  TestLinks() = default;
+  ~TestLinks();
+  TestLinks(const TestLinks &) = delete;
+  TestLinks &operator=(const TestLinks &) = delete;
+  // Runs `ip <command>`, which makes the link called name; true when it did.
+  bool Add(const std::string &name, const std::string &command);
+  // The host adapters of the bridging tests: the veth pairs ethA/ethB and
+  // ethC/ethD, and zynet1/ZYNET8, which are the system's own by their names.
+  bool AddHostAdapters();
+
+ private:
+  std::vector<std::string> names_;
+};
+
 // The library's log as the tests see it: the default log file. Tests run in
 // the sandbox, so this is the private /var/log/nexcfg.
 constexpr char kLogPath[] = "/var/log/nexcfg";

@@ -1,5 +1,5 @@
-// cli.cpp - JSON values, output, command-line words and watched library
-// calls shared by every nexcfg command.
+// cli.cpp - output, command-line words and watched library calls shared by
+// every nexcfg command.
 #include "cli.h"
 
 #include <sys/stat.h>
@@ -11,138 +11,6 @@
 #include <cstring>
 
 namespace nexcfg {
-
-// ---- JSON values -----------------------------------------------------------
-
-Json &Json::Push(Json value) {
-  items_.push_back(std::move(value));
-  return items_.back();
-}
-
-Json &Json::Set(const std::string &key, Json value) {
-  for (auto &member : members_) {
-    if (member.first == key) {
-      member.second = std::move(value);
-      return member.second;
-    }
-  }
-  members_.emplace_back(key, std::move(value));
-  return members_.back().second;
-}
-
-void Json::Merge(const Json &other) {
-  for (const auto &[key, value] : other.members_) Set(key, value);
-}
-
-const Json *Json::Find(const std::string &key) const {
-  for (const auto &member : members_)
-    if (member.first == key) return &member.second;
-  return nullptr;
-}
-
-namespace {
-
-void Quote(const std::string &s, std::string *out) {
-  out->push_back('"');
-  for (unsigned char c : s) {
-    switch (c) {
-      case '"':
-        *out += "\\\"";
-        break;
-      case '\\':
-        *out += "\\\\";
-        break;
-      case '\n':
-        *out += "\\n";
-        break;
-      case '\r':
-        *out += "\\r";
-        break;
-      case '\t':
-        *out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          char esc[8];
-          snprintf(esc, sizeof esc, "\\u%04x", c);
-          *out += esc;
-        } else {
-          out->push_back(static_cast<char>(c));
-        }
-    }
-  }
-  out->push_back('"');
-}
-
-void Indent(std::string *out, int indent) { out->append(static_cast<size_t>(indent) * 2, ' '); }
-
-}  // namespace
-
-void Json::DumpTo(std::string *out, int indent) const {
-  switch (kind_) {
-    case Kind::kNull:
-      *out += "null";
-      return;
-    case Kind::kBool:
-      *out += bool_ ? "true" : "false";
-      return;
-    case Kind::kInt:
-      *out += std::to_string(int_);
-      return;
-    case Kind::kString:
-      Quote(string_, out);
-      return;
-    case Kind::kArray:
-      if (items_.empty()) {
-        *out += "[]";
-        return;
-      }
-      *out += "[\n";
-      for (size_t i = 0; i < items_.size(); ++i) {
-        Indent(out, indent + 1);
-        items_[i].DumpTo(out, indent + 1);
-        *out += i + 1 < items_.size() ? ",\n" : "\n";
-      }
-      Indent(out, indent);
-      *out += "]";
-      return;
-    case Kind::kObject:
-      if (members_.empty()) {
-        *out += "{}";
-        return;
-      }
-      *out += "{\n";
-      for (size_t i = 0; i < members_.size(); ++i) {
-        Indent(out, indent + 1);
-        Quote(members_[i].first, out);
-        *out += ": ";
-        members_[i].second.DumpTo(out, indent + 1);
-        *out += i + 1 < members_.size() ? ",\n" : "\n";
-      }
-      Indent(out, indent);
-      *out += "}";
-      return;
-  }
-}
-
-std::string Json::Dump() const {
-  std::string out;
-  DumpTo(&out, 0);
-  return out;
-}
-
-std::string Json::Text() const {
-  switch (kind_) {
-    case Kind::kBool:
-      return bool_ ? "yes" : "no";
-    case Kind::kInt:
-      return std::to_string(int_);
-    case Kind::kString:
-      return string_.empty() ? "-" : string_;
-    default:
-      return "-";
-  }
-}
 
 // ---- Output ----------------------------------------------------------------
 
@@ -156,8 +24,7 @@ Options &MutableOpts() { return gOptions; }
 void Table::Print(int indent) const {
   std::vector<size_t> width(header_.size(), 0);
   auto measure = [&](const std::vector<std::string> &row) {
-    for (size_t i = 0; i < row.size() && i < width.size(); ++i)
-      width[i] = std::max(width[i], row[i].size());
+    for (size_t i = 0; i < row.size() && i < width.size(); ++i) width[i] = std::max(width[i], row[i].size());
   };
   measure(header_);
   for (const auto &row : rows_) measure(row);
@@ -181,8 +48,7 @@ void PrintFields(const Json &object) {
       width = std::max(width, key.size());
   for (const auto &[key, value] : object.members()) {
     if (value.kind() == Json::Kind::kArray || value.kind() == Json::Kind::kObject) continue;
-    printf("%s:%*s%s\n", key.c_str(), static_cast<int>(width - key.size() + 2), "",
-           value.Text().c_str());
+    printf("%s:%*s%s\n", key.c_str(), static_cast<int>(width - key.size() + 2), "", value.Text().c_str());
   }
 }
 
@@ -197,6 +63,27 @@ void PrintRecord(const Json &object) {
 
 void Say(const std::string &line) {
   if (!Opts().json) printf("%s\n", line.c_str());
+}
+
+void Report(const Json &value, const std::string &line) {
+  if (Opts().json)
+    PrintJson(value);
+  else
+    printf("%s\n", line.c_str());
+}
+
+void PrintVnetList(const std::string &vnet, const char *key, Json items, const std::string &none,
+                   void (*print)(const Json &items)) {
+  if (Opts().json) {
+    Json out = Json::Object();
+    out.Set("vnet", vnet);
+    out.Set(key, std::move(items));
+    PrintJson(out);
+  } else if (items.items().empty()) {
+    printf("%s\n", none.c_str());
+  } else {
+    print(items);
+  }
 }
 
 const std::string *Invocation::Option(const char *name) const {
@@ -229,9 +116,9 @@ std::string VnetName(const std::string &word) {
   return "zynet" + digits;
 }
 
-uint32_t VnetNumber(const std::string &name) {
-  return static_cast<uint32_t>(atoi(name.c_str() + 5));
-}
+uint32_t VnetNumber(const std::string &name) { return static_cast<uint32_t>(atoi(name.c_str() + 5)); }
+
+std::string VnetNameOf(uint32_t number) { return "zynet" + std::to_string(number); }
 
 bool Switch(const std::string &word, const char *what) {
   static const char *const kOn[] = {"on", "yes", "true", "1"};
@@ -254,53 +141,121 @@ bool Protocol(const std::string &word) {
 namespace {
 
 constexpr char kDefaultLogPath[] = "/var/log/nexcfg";
+constexpr uint32_t kAllLevels = 0x7f;
 std::string gLogPath = kDefaultLogPath;
-bool gLoaded = false;
+int gLoads = 0;
 
 long FileSize(const std::string &path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : 0;
 }
 
+// The log file of the loaded library: the database names one, which the
+// library keeps only when it can be opened and its name fits the library's
+// 256-byte buffer.
+std::string LoadedLogPath() {
+  const char *configured = nullptr;
+  uint32_t level = NXC_GetCurrentLogLevel();
+  NXC_SetCurrentLogLevel(0);  // a missing answer is no news
+  bool found = NXC_VnetCfgGetAnswer("NXC_LOG_FILE", &configured) && configured;
+  NXC_SetCurrentLogLevel(level);
+  if (!found || strlen(configured) >= 256) return kDefaultLogPath;
+  FILE *probe = fopen(configured, "ab+e");
+  if (!probe) return kDefaultLogPath;
+  fclose(probe);
+  return configured;
+}
+
+// A log line without the time in front of it ("Nov 22 03:37:16 ").
+std::string Message(const std::string &line) {
+  constexpr size_t kStamp = 16;
+  bool stamped = line.size() > kStamp && line[kStamp - 1] == ' ' && line[9] == ':' && line[12] == ':';
+  return stamped ? line.substr(kStamp) : line;
+}
+
+// Library texts that tell the reason of a failure, in the user's words.
+struct Reason {
+  const char *logText;
+  const char *why;
+  const char *fix;
+};
+constexpr Reason kReasons[] = {
+    {"Failed to obtain lock on vnet config", "another program holds the networking database's lock",
+     "try again when it is done"},
+    {"not in stopped state", "the vnet's daemon is running",
+     "stop it first (nexcfg service stop VNET dhcp|nat), then try again"},
+    {"service is not configured for this vnet", "the service is not configured for this vnet",
+     "switch its feature on first (nexcfg dhcp on VNET, nat on, adapter on)"},
+    {"Subnet is not assigned", "the vnet has no subnet",
+     "give it one (nexcfg vnet set VNET subnet A.B.C.0/24)"},
+    {"configuration file needed for the service does not exist",
+     "the service's configuration file has not been written",
+     "write it (nexcfg dhcp update VNET, nat update)"},
+    {"still running on this vnet Cannot delete", "a daemon of the vnet is running",
+     "stop the vnet's services first (nexcfg service stop VNET)"},
+    {"is still enabled on vnet", "the vnet's host-only adapter is up",
+     "bring it down first (nexcfg adapter down VNET)"},
+    {"Could not automatically determine available subnet",
+     "no free subnet was found: every candidate answered the ping",
+     "give one (nexcfg vnet set VNET subnet A.B.C.0/24)"},
+    {"Daemon process did not report status", "the daemon did not start",
+     "see the library log; is the daemon's program installed?"},
+    {"Failed to enable hostonly adapter", "the host-only adapter could not be brought up",
+     "is the vnet's interface there? (ip link show)"},
+    {"Import file does not exist", "the file does not exist", "give the path of an exported database"},
+    {"Failed to parse and load configuration data", "the file is not a database the library can read",
+     "give a file written by nexcfg db export"},
+};
+
 }  // namespace
+
+Library::Library(bool readOnly) : wasLoaded_(gLoads > 0) {
+  LogWatch watch;
+  bool loaded = NXC_Load(readOnly ? 1 : 0);
+  watch.Report();
+  if (!loaded) {
+    Error error = CallFailure("load the networking database", watch.Lines());
+    if (!NXC_NetworkingDBExists()) {
+      error = Error(kCodeFailed, "cannot load the networking database: it does not exist", "nexcfg db create",
+                    error.log);
+      error.logPath = LogPath();
+    }
+    throw error;
+  }
+  ++gLoads;
+  if (!wasLoaded_) gLogPath = LoadedLogPath();
+}
+
+Library::~Library() {
+  --gLoads;
+  // Every change is in the database file already, appended by the call
+  // that made it. The compact rewrite at the last unload is left to
+  // --compact: it drops the NAT66 prefixes, which the library keeps only
+  // as appended records.
+  if (Opts().compact && !wasLoaded_)
+    NXC_Unload();
+  else
+    NXC_Unload2(0);
+  if (!wasLoaded_) gLogPath = kDefaultLogPath;
+}
+
+bool LibraryLoaded() { return gLoads > 0; }
 
 std::string LogPath() { return gLogPath; }
 
-void NoteLogPath(bool loaded) {
-  gLogPath = kDefaultLogPath;
-  gLoaded = loaded;
-  if (!loaded) return;
-  // The library keeps its default log when the configured one cannot be
-  // opened or its name does not fit the library's 256-byte buffer.
-  const char *configured = nullptr;
-  uint32_t level = NXC_GetCurrentLogLevel();
-  NXC_SetCurrentLogLevel(level & NXC_LOG_ERR);  // a missing answer is no news
-  bool found = NXC_VnetCfgGetAnswer("NXC_LOG_FILE", &configured) && configured;
-  NXC_SetCurrentLogLevel(level);
-  if (!found || strlen(configured) >= 256) return;
-  FILE *probe = fopen(configured, "ab+e");
-  if (!probe) return;
-  fclose(probe);
-  gLogPath = configured;
-}
-
-LogWatch::LogWatch() : path_(LogPath()), start_(FileSize(path_)) {
+LogWatch::LogWatch(bool quiet) : path_(LogPath()), start_(FileSize(path_)) {
   // Unloaded, the library sets its own level for the calls that work so.
-  if (!gLoaded) return;
-  // The API's own log lines of a failure are errors, information and
-  // warnings; banners and argument traces only in verbose mode.
-  constexpr uint32_t kFailureLevels = NXC_LOG_ERR | NXC_LOG_INFO | NXC_LOG_ERRCMN | NXC_LOG_WRN;
-  constexpr uint32_t kAllLevels = 0x7f;
+  if (!LibraryLoaded()) return;
   savedLevel_ = NXC_GetCurrentLogLevel();
-  uint32_t wanted = savedLevel_ | (Opts().verbose ? kAllLevels : kFailureLevels);
+  uint32_t wanted = Opts().verbose ? savedLevel_ | kAllLevels : quiet ? 0 : savedLevel_ | NXC_LOG_ERR;
   if (wanted != savedLevel_) {
     NXC_SetCurrentLogLevel(wanted);
-    raised_ = true;
+    changed_ = true;
   }
 }
 
 LogWatch::~LogWatch() {
-  if (raised_) NXC_SetCurrentLogLevel(savedLevel_);
+  if (changed_) NXC_SetCurrentLogLevel(savedLevel_);
 }
 
 std::vector<std::string> LogWatch::Lines() const {
@@ -332,12 +287,43 @@ void LogWatch::Report() const {
   for (const auto &line : Lines()) fprintf(stderr, "  log: %s\n", line.c_str());
 }
 
+Error CallFailure(const std::string &what, const std::vector<std::string> &lines) {
+  std::string message = "cannot " + what, fix;
+  for (const Reason &r : kReasons) {
+    bool told = std::any_of(lines.begin(), lines.end(),
+                            [&](const std::string &l) { return l.find(r.logText) != std::string::npos; });
+    if (!told) continue;
+    message += ": " + std::string(r.why);
+    fix = r.fix;
+    break;
+  }
+  Error error(kCodeFailed, message, fix, lines);
+  error.logPath = LogPath();
+  if (Opts().verbose) return error;
+  // Each text once, the last few: the failing call's own summary comes last.
+  constexpr size_t kMostLines = 5;
+  std::vector<std::string> distinct;
+  for (const auto &line : lines) {
+    std::string text = Message(line);
+    if (std::find(distinct.begin(), distinct.end(), text) == distinct.end()) distinct.push_back(text);
+  }
+  if (distinct.size() > kMostLines) distinct.erase(distinct.begin(), distinct.end() - kMostLines);
+  error.log = distinct;
+  return error;
+}
+
 std::string AskText(bool (*getter)(const char *, char *, uint32_t *), const std::string &vnet,
                     uint32_t capacity) {
   std::vector<char> buffer(capacity, '\0');
   uint32_t length = capacity;
   if (!Ask([&] { return getter(vnet.c_str(), buffer.data(), &length); })) return "";
   return std::string(buffer.data());
+}
+
+std::string AskAnswer(const std::string &key) {
+  const char *value = nullptr;
+  if (!Ask([&] { return NXC_VnetCfgGetAnswer(key.c_str(), &value); }) || !value) return "";
+  return value;
 }
 
 }  // namespace nexcfg

@@ -1,4 +1,4 @@
-// cli.h - the frame every nexcfg command runs in: JSON values, aligned
+// cli.h - the frame every nexcfg command runs in: errors, output, aligned
 // tables, command-line words, and library calls that report the library's
 // own log lines when they fail.
 //
@@ -10,84 +10,42 @@
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "json.h"
 #include "nexcfg.h"
 
 namespace nexcfg {
 
-// Exit status: done, the operation failed, the command line was wrong.
+// Exit status: done, the operation failed (or a question's answer is no),
+// the command line was wrong.
 enum ExitStatus : int { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
-
-// ---- JSON values -----------------------------------------------------------
-
-// A JSON value. Objects keep their keys in insertion order, so that output
-// reads in the order the command built it.
-class Json {
- public:
-  enum class Kind { kNull, kBool, kInt, kString, kArray, kObject };
-
-  Json() = default;
-  Json(std::nullptr_t) {}
-  Json(bool b) : kind_(Kind::kBool), bool_(b) {}
-  template <class T>
-    requires(std::is_integral_v<T> && !std::is_same_v<T, bool>)
-  Json(T n) : kind_(Kind::kInt), int_(static_cast<int64_t>(n)) {}
-  Json(const char *s) : kind_(Kind::kString), string_(s ? s : "") {}
-  Json(std::string s) : kind_(Kind::kString), string_(std::move(s)) {}
-
-  static Json Array() { return Json(Kind::kArray); }
-  static Json Object() { return Json(Kind::kObject); }
-
-  Kind kind() const { return kind_; }
-  bool IsNull() const { return kind_ == Kind::kNull; }
-  // Array: appends. Object: sets key (replacing an earlier value).
-  Json &Push(Json value);
-  Json &Set(const std::string &key, Json value);
-  // Object: sets every member of another object.
-  void Merge(const Json &other);
-  // Object member, or null when absent.
-  const Json *Find(const std::string &key) const;
-  const std::vector<Json> &items() const { return items_; }
-  const std::vector<std::pair<std::string, Json>> &members() const { return members_; }
-  bool AsBool() const { return bool_; }
-  int64_t AsInt() const { return int_; }
-  const std::string &AsString() const { return string_; }
-
-  // Serialized with two-space indentation.
-  std::string Dump() const;
-  // A scalar for people: "-" for null and empty text, "yes"/"no" for
-  // booleans.
-  std::string Text() const;
-
- private:
-  explicit Json(Kind kind) : kind_(kind) {}
-  void DumpTo(std::string *out, int indent) const;
-
-  Kind kind_ = Kind::kNull;
-  bool bool_ = false;
-  int64_t int_ = 0;
-  std::string string_;
-  std::vector<Json> items_;
-  std::vector<std::pair<std::string, Json>> members_;
-};
 
 // ---- Errors ------------------------------------------------------------------
 
-// The command line is wrong: exit status 2, with the command's usage.
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
+// The codes of the JSON error object.
+constexpr char kCodeUsage[] = "usage";         // the command line is wrong (exit 2)
+constexpr char kCodeInvalid[] = "invalid";     // a value the network would refuse
+constexpr char kCodeRefused[] = "refused";     // an unsafe request, refused
+constexpr char kCodeNotFound[] = "not-found";  // the thing asked for does not exist
+constexpr char kCodeFailed[] = "failed";       // the library could not do it
+
+// Why a command did not do what it was asked: one line in the user's
+// words, what to do about it, and the library's log lines that matter.
+struct Error : std::runtime_error {
+  Error(std::string code, const std::string &message, std::string fix = "", std::vector<std::string> log = {})
+      : std::runtime_error(message), code(std::move(code)), fix(std::move(fix)), log(std::move(log)) {}
+  int Status() const { return code == kCodeUsage ? kExitUsage : kExitFailed; }
+  std::string code;
+  std::string fix;
+  std::vector<std::string> log;
+  std::string logPath;  // where the log lines come from
 };
 
-// An operation failed: exit status 1, with the library's log lines written
-// during the failed call.
-struct Failure : std::runtime_error {
-  Failure(const std::string &what, std::vector<std::string> lines, std::string path)
-      : std::runtime_error(what), log(std::move(lines)), logPath(std::move(path)) {}
-  std::vector<std::string> log;
-  std::string logPath;
+// The command line is wrong: exit status 2, with the command's usage.
+struct UsageError : Error {
+  explicit UsageError(const std::string &message) : Error(kCodeUsage, message) {}
 };
 
 // ---- Output ----------------------------------------------------------------
@@ -123,6 +81,12 @@ void PrintJson(const Json &value);
 void PrintRecord(const Json &object);
 // A line for people; nothing in --json mode.
 void Say(const std::string &line);
+// In --json mode the value; otherwise the line.
+void Report(const Json &value, const std::string &line);
+// A list of a vnet's: {"vnet", key: items} in --json mode; otherwise the
+// items as print shows them, or the line none when there are none.
+void PrintVnetList(const std::string &vnet, const char *key, Json items, const std::string &none,
+                   void (*print)(const Json &items));
 
 // ---- Commands ----------------------------------------------------------------
 
@@ -169,18 +133,21 @@ class Invocation {
 
 // The command families, in the order of the help text.
 std::span<const Command> DatabaseCommands();
+std::span<const Command> ImportCommands();
 std::span<const Command> VnetCommands();
 std::span<const Command> DhcpCommands();
 std::span<const Command> NatCommands();
 std::span<const Command> BridgeCommands();
 std::span<const Command> ServiceCommands();
 std::span<const Command> FindCommands();
+std::span<const Command> CheckCommands();
 
 // ---- Words -------------------------------------------------------------------
 
 // "zynet<n>" or "<n>", n = 0..255, as the library's name "zynet<n>".
 std::string VnetName(const std::string &word);
 uint32_t VnetNumber(const std::string &name);
+std::string VnetNameOf(uint32_t number);
 // A decimal (or 0x hexadecimal) number in [min, max]; what names it.
 uint64_t Number(const std::string &word, const char *what, uint64_t min, uint64_t max);
 // on/off, yes/no, true/false, 1/0.
@@ -191,17 +158,31 @@ inline const char *ProtocolName(bool tcp) { return tcp ? "tcp" : "udp"; }
 
 // ---- Library calls -----------------------------------------------------------
 
+// The library loaded for as long as the object lives (a nested load only
+// counts). Throws an Error when the database cannot be loaded.
+class Library {
+ public:
+  Library(bool readOnly);
+  ~Library();
+  Library(const Library &) = delete;
+  Library &operator=(const Library &) = delete;
+
+ private:
+  bool wasLoaded_;
+};
+bool LibraryLoaded();
+
 // The log file the library writes to now.
 std::string LogPath();
-// Called once the library is loaded (or unloaded) to find its log file.
-void NoteLogPath(bool loaded);
 
 // Watches the library's log across one call: the lines written from its
-// construction on. While the library is loaded the current log level is
-// raised for the call, so that information and warning lines are there too.
+// construction on. A watched call (quiet false) runs at the stored log
+// level with errors added, or every level with -v. A quiet call is a
+// question whose "no" is an answer (a value that is not set): it writes
+// nothing to the log, unless -v asks for every line.
 class LogWatch {
  public:
-  LogWatch();
+  explicit LogWatch(bool quiet = false);
   ~LogWatch();
   LogWatch(const LogWatch &) = delete;
   LogWatch &operator=(const LogWatch &) = delete;
@@ -212,26 +193,31 @@ class LogWatch {
  private:
   std::string path_;
   long start_;
-  bool raised_ = false;
+  bool changed_ = false;
   uint32_t savedLevel_ = 0;
 };
 
-// Runs one library call; when it fails (a false result) throws a Failure
-// "cannot <what>" with the library's log lines of the call.
+// The error of a failed library call: "cannot <what>", the reason in the
+// user's words when the log lines tell it, and the lines that matter (all
+// of them with -v).
+Error CallFailure(const std::string &what, const std::vector<std::string> &lines);
+
+// Runs one library call; when it fails (a false result) throws the
+// CallFailure of the call.
 template <class F>
 auto Call(const std::string &what, F &&call) {
   LogWatch watch;
   auto result = call();
   watch.Report();
-  if (!result) throw Failure("cannot " + what, watch.Lines(), LogPath());
+  if (!result) throw CallFailure(what, watch.Lines());
   return result;
 }
 
 // Runs one library call whose false result is an answer, not a failure (a
-// value that is not set, a search without a match).
+// value that is not set, a search without a match), quietly.
 template <class F>
 auto Ask(F &&call) {
-  LogWatch watch;
+  LogWatch watch(/*quiet=*/true);
   auto result = call();
   watch.Report();
   return result;
@@ -241,5 +227,7 @@ auto Ask(F &&call) {
 // call fails (nothing is set).
 std::string AskText(bool (*getter)(const char *, char *, uint32_t *), const std::string &vnet,
                     uint32_t capacity);
+// A raw database answer, or "" when it is not set.
+std::string AskAnswer(const std::string &key);
 
 }  // namespace nexcfg

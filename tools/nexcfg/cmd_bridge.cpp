@@ -4,7 +4,9 @@
 #include <cstring>
 #include <memory>
 
+#include "adapter.h"
 #include "cli.h"
+#include "config.h"
 #include "params.h"
 #include "sections.h"
 
@@ -44,9 +46,11 @@ AdapterList HostAdapters() {
 // The interface name of an entry: the copy bridge mappings are kept by.
 const char *AdapterName(const NXC_HostAdapter &a) { return a.mappingName[0] ? a.mappingName : a.name; }
 
-int AdapterOn(const Invocation &in) { return FeatureSwitch("host-only adapter", NXC_SetVnetUseAdapter, in, true); }
+int AdapterOn(const Invocation &in) {
+  return FeatureSwitch("host-only adapter", kAdapterField, NXC_SetVnetUseAdapter, in, true);
+}
 int AdapterOff(const Invocation &in) {
-  return FeatureSwitch("host-only adapter", NXC_SetVnetUseAdapter, in, false);
+  return FeatureSwitch("host-only adapter", kAdapterField, NXC_SetVnetUseAdapter, in, false);
 }
 
 int AdapterStatus(const Invocation &in) {
@@ -64,9 +68,10 @@ int AdapterStatus(const Invocation &in) {
 
 int AdapterUpDown(const Invocation &in, bool up) {
   std::string vnet = VnetName(in.Arg(0));
-  Call(std::string("bring the host-only adapter of ") + vnet + (up ? " up" : " down"), [&] {
-    return up ? NXC_EnableNetworkAdapter(vnet.c_str()) : NXC_DisableNetworkAdapter(vnet.c_str());
-  });
+  if (up)
+    BringAdapterUp(vnet);
+  else
+    BringAdapterDown(vnet);
   Json out = Json::Object();
   out.Set("vnet", vnet);
   out.Set("up", up);
@@ -83,9 +88,7 @@ int AdapterUpdate(const Invocation &in) {
        [&] { return NXC_UpdateAdapterFromConfig(vnet.c_str()); });
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("updated", true);
-  if (Opts().json) PrintJson(out);
-  Say("applied the configuration to the host-only adapter of " + vnet);
+  Report(out, "applied the configuration to the host-only adapter of " + vnet);
   return kExitOk;
 }
 
@@ -116,11 +119,8 @@ int BridgeList(const Invocation &) {
 int BridgeDefault(const Invocation &) {
   std::string vnet = DefaultBridge();
   Json out = Json::Object();
-  out.Set("default_bridge", vnet.empty() ? Json() : Json(vnet));
-  if (Opts().json)
-    PrintJson(out);
-  else
-    printf("%s\n", vnet.empty() ? "none" : vnet.c_str());
+  out.Set("vnet", Json::TextOrNull(vnet));
+  Report(out, vnet.empty() ? "none" : vnet);
   return kExitOk;
 }
 
@@ -132,9 +132,8 @@ int BridgeDefaultSet(const Invocation &in) {
   Call("make " + (vnet == kNoVnet ? std::string("no vnet") : VnetText(vnet)) + " the default bridge",
        [&] { return NXC_SetBridgeDefaultNetwork(&id); });
   Json out = Json::Object();
-  out.Set("default_bridge", vnet == kNoVnet ? Json() : Json(VnetText(vnet)));
-  if (Opts().json) PrintJson(out);
-  Say("default bridge: " + (vnet == kNoVnet ? std::string("none") : VnetText(vnet)));
+  out.Set("vnet", Json::TextOrNull(VnetText(vnet)));
+  Report(out, "default bridge: " + (vnet == kNoVnet ? std::string("none") : VnetText(vnet)));
   return kExitOk;
 }
 
@@ -144,7 +143,8 @@ int BridgeMove(const Invocation &in) {
   const NXC_HostAdapter *adapter = nullptr;
   for (const NXC_HostAdapter *a = list->entries; a && !adapter; a = a->next)
     if (name == AdapterName(*a)) adapter = a;
-  if (!adapter) throw Failure("the host has no Ethernet adapter " + name + " to bridge", {}, LogPath());
+  if (!adapter)
+    throw Error(kCodeNotFound, "the host has no Ethernet adapter " + name + " to bridge", "nexcfg bridge list");
   std::unique_ptr<NXC_NetID> from, to;
   if (const std::string *word = in.Option("--from")) from = std::make_unique<NXC_NetID>(NetId(VnetOrNone(*word)));
   if (const std::string *word = in.Option("--to")) to = std::make_unique<NXC_NetID>(NetId(VnetOrNone(*word)));
@@ -158,9 +158,8 @@ int BridgeMove(const Invocation &in) {
     if (name == AdapterName(*a)) now = VnetText(a->netId.vnet);
   Json out = Json::Object();
   out.Set("adapter", name);
-  out.Set("vnet", now.empty() ? Json() : Json(now));
-  if (Opts().json) PrintJson(out);
-  Say(name + " is bridged to " + (now.empty() ? std::string("no vnet") : now));
+  out.Set("vnet", Json::TextOrNull(now));
+  Report(out, name + " is bridged to " + (now.empty() ? std::string("no vnet") : now));
   return kExitOk;
 }
 
@@ -223,6 +222,17 @@ std::string DefaultBridge() {
   NXC_NetID id = NetId(kNoVnet);
   Call("read the default bridge", [&] { return NXC_GetBridgeDefaultNetwork(&id); });
   return VnetText(id.vnet);
+}
+
+void BringAdapterUp(const std::string &vnet) {
+  Call("bring the host-only adapter of " + vnet + " up", [&] { return NXC_EnableNetworkAdapter(vnet.c_str()); });
+}
+
+void BringAdapterDown(const std::string &vnet) {
+  Call("bring the host-only adapter of " + vnet + " down", [&] { return NXC_DisableNetworkAdapter(vnet.c_str()); });
+  // The library leaves netifup running when the interface is gone already.
+  Call("stop the netifup service of " + vnet,
+       [&] { return NXC_StopService(vnet.c_str(), NXC_SERVICE_TYPE_NETIFUP); });
 }
 
 std::span<const Command> BridgeCommands() { return kCommands; }

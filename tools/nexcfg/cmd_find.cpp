@@ -111,7 +111,7 @@ int Find(const Invocation &in) {
       for (const auto &line : watch.Lines())
         finished = finished || line.find("Could not find any matching vnet") != std::string::npos;
       if (!finished && found.items().empty())
-        throw Failure("cannot search the vnets", watch.Lines(), LogPath());
+        throw CallFailure("search the vnets", watch.Lines());
       break;
     }
     uint32_t vnet = pattern.netId.vnet;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "adapter.h"
 #include "cli.h"
 #include "features.h"
 
@@ -13,10 +14,11 @@ struct Service {
   const char *name;
   uint32_t type;
 };
-// In start order: the host-only adapter's daemon first, NAT last.
+// In start order: the bridge, then the host-only adapter with its address,
+// which the DHCP server serves from, and NAT last.
 constexpr Service kServices[] = {
-    {"netifup", NXC_SERVICE_TYPE_NETIFUP},
     {"bridge", NXC_SERVICE_TYPE_BRIDGE},
+    {"netifup", NXC_SERVICE_TYPE_NETIFUP},
     {"dhcp", NXC_SERVICE_TYPE_DHCP},
     {"nat", NXC_SERVICE_TYPE_NAT},
 };
@@ -24,7 +26,7 @@ constexpr Service kServices[] = {
 const Service &ServiceNamed(const std::string &word) {
   for (const Service &s : kServices)
     if (word == s.name) return s;
-  throw UsageError("unknown service \"" + word + "\": give netifup, bridge, dhcp or nat");
+  throw UsageError("unknown service \"" + word + "\": give bridge, netifup, dhcp or nat");
 }
 
 const char *StatusName(uint32_t status) {
@@ -69,10 +71,16 @@ int StartOrStop(const Invocation &in, bool start) {
   if (!start) std::reverse(services.begin(), services.end());
   Json done = Json::Array();
   for (const Service *s : services) {
+    bool adapter = s->type == NXC_SERVICE_TYPE_NETIFUP;
     std::string what = std::string(start ? "start" : "stop") + " the " + s->name + " service of " + vnet;
-    Call(what, [&] {
-      return start ? NXC_StartService(vnet.c_str(), s->type) : NXC_StopService(vnet.c_str(), s->type);
-    });
+    if (start) {
+      Call(what, [&] { return NXC_StartService(vnet.c_str(), s->type); });
+      if (adapter) BringAdapterUp(vnet);  // the address the DHCP server needs
+    } else if (adapter) {
+      BringAdapterDown(vnet);
+    } else {
+      Call(what, [&] { return NXC_StopService(vnet.c_str(), s->type); });
+    }
     done.Push(s->name);
     Say(std::string(start ? "started " : "stopped ") + s->name + " on " + vnet);
   }
@@ -80,7 +88,7 @@ int StartOrStop(const Invocation &in, bool start) {
   if (Opts().json) {
     Json out = Json::Object();
     out.Set("vnet", vnet);
-    out.Set(start ? "started" : "stopped", std::move(done));
+    out.Set("services", std::move(done));
     PrintJson(out);
   }
   return kExitOk;
@@ -130,9 +138,8 @@ int Device(const Invocation &in, bool create) {
   Json out = Json::Object();
   out.Set("vnet", vnet);
   out.Set("device", "/dev/" + vnet);
-  out.Set(create ? "created" : "deleted", true);
-  if (Opts().json) PrintJson(out);
-  Say(std::string(create ? "created /dev/" : "deleted /dev/") + vnet);
+  out.Set("exists", create);
+  Report(out, std::string(create ? "created /dev/" : "deleted /dev/") + vnet);
   return kExitOk;
 }
 
@@ -141,13 +148,15 @@ int DeviceDelete(const Invocation &in) { return Device(in, false); }
 
 const Command kCommands[] = {
     {"service start", "VNET [SERVICE...]", "", "start a vnet's daemons",
-     "SERVICE is netifup (the host-only adapter), bridge, dhcp or nat; without one,\n"
-     "every service the vnet is configured for starts, in that order. DHCP and NAT\n"
-     "need their configuration files (`nexcfg dhcp update`, `nexcfg nat update`).\n"
-     "A daemon that runs already counts as started.\n",
+     "SERVICE is bridge, netifup (the host-only adapter, which also gets its address\n"
+     "and comes up), dhcp or nat; without one, every service the vnet is configured\n"
+     "for starts, in that order. DHCP and NAT need their configuration files\n"
+     "(`nexcfg dhcp update`, `nexcfg nat update`). A daemon that runs already counts\n"
+     "as started.\n",
      Needs::kReadWrite, ServiceStart},
     {"service stop", "VNET [SERVICE...]", "", "stop a vnet's daemons",
-     "Without SERVICE, every service the vnet is configured for stops, NAT first.\n",
+     "Without SERVICE, every service the vnet is configured for stops, NAT first;\n"
+     "stopping netifup takes the host-only adapter down.\n",
      Needs::kReadWrite, ServiceStop},
     {"service status", "[VNET [SERVICE...]]", "", "show whether daemons run",
      "Without VNET, the four services of every configured vnet. Exit status 1 when\n"

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "config.h"
 #include "features.h"
 #include "sections.h"
 
@@ -17,8 +18,10 @@ constexpr uint32_t kAddressCapacity = 16;
 std::string DisplayName(const std::string &vnet) {
   return AskText(NXC_GetVnetDisplayName, vnet, kNameCapacity);
 }
-std::string Subnet(const std::string &vnet) { return AskText(NXC_GetVnetSubnetAddr, vnet, kAddressCapacity); }
-std::string Mask(const std::string &vnet) { return AskText(NXC_GetVnetSubnetMask, vnet, kAddressCapacity); }
+std::string SubnetOf(const std::string &vnet) {
+  return AskText(NXC_GetVnetSubnetAddr, vnet, kAddressCapacity);
+}
+std::string MaskOf(const std::string &vnet) { return AskText(NXC_GetVnetSubnetMask, vnet, kAddressCapacity); }
 
 // The stored adapter address, else the one the library computes from the
 // subnet (*computed set), else "".
@@ -41,15 +44,13 @@ Json Mtu(const std::string &vnet) {
   return Json(mtu);
 }
 
-Json TextOrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
-
 // The attributes and features of a vnet.
 Json VnetSummary(const std::string &vnet, const VnetFeatures &f) {
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("name", TextOrNull(DisplayName(vnet)));
-  out.Set("subnet", TextOrNull(Subnet(vnet)));
-  out.Set("mask", TextOrNull(Mask(vnet)));
+  out.Set("name", Json::TextOrNull(DisplayName(vnet)));
+  out.Set("subnet", Json::TextOrNull(SubnetOf(vnet)));
+  out.Set("mask", Json::TextOrNull(MaskOf(vnet)));
   out.Merge(FeaturesJson(f));
   return out;
 }
@@ -70,8 +71,8 @@ int List(const Invocation &in) {
   for (size_t i = 0; i < vnets.size(); ++i) {
     const VnetFeatures &f = features[i];
     Json row = VnetSummary(vnets[i], f);
-    table.Add({vnets[i], row.Find("name")->Text(), row.Find("subnet")->Text(),
-               row.Find("mask")->Text(), FeatureCell(f.config.adapter, f.runtime.adapter, "up"),
+    table.Add({vnets[i], row.Find("name")->Text(), row.Find("subnet")->Text(), row.Find("mask")->Text(),
+               FeatureCell(f.config.adapter, f.runtime.adapter, "up"),
                FeatureCell(f.config.dhcp, f.runtime.dhcp, "running"),
                FeatureCell(f.config.nat, f.runtime.nat, "running"),
                FeatureCell(f.config.bridge, f.runtime.bridge, "running")});
@@ -90,7 +91,7 @@ Json ShowJson(const std::string &vnet, const std::string &defaultBridge) {
   Json out = VnetSummary(vnet, f);
   bool computed = false;
   std::string address = AdapterAddress(vnet, &computed);
-  out.Set("adapter_address", TextOrNull(address));
+  out.Set("adapter_address", Json::TextOrNull(address));
   out.Set("adapter_address_computed", computed);
   out.Set("mtu", Mtu(vnet));
   out.Set("default_bridge", vnet == defaultBridge);
@@ -101,6 +102,7 @@ Json ShowJson(const std::string &vnet, const std::string &defaultBridge) {
   Json nat = Json::Object();
   nat.Set("parameters", f.config.nat ? NatParameters(vnet) : Json::Array());
   nat.Set("forwards", NatForwards(vnet));
+  nat.Set("prefixes", NatPrefixes(vnet));
   out.Set("nat", std::move(nat));
   Json adapters = Json::Array();
   Json bridged = BridgedAdapters(vnet);
@@ -111,9 +113,7 @@ Json ShowJson(const std::string &vnet, const std::string &defaultBridge) {
 
 void PrintShow(const Json &v) {
   auto text = [&](const char *key) { return v.Find(key)->Text(); };
-  auto flag = [&](const char *group, const char *key) {
-    return v.Find(group)->Find(key)->AsBool();
-  };
+  auto flag = [&](const char *group, const char *key) { return v.Find(group)->Find(key)->AsBool(); };
   printf("%s\n", text("vnet").c_str());
   Json fields = Json::Object();
   fields.Set("  name", text("name"));
@@ -123,7 +123,8 @@ void PrintShow(const Json &v) {
   if (v.Find("adapter_address_computed")->AsBool()) address += " (computed from the subnet)";
   fields.Set("  adapter address", address);
   fields.Set("  mtu", text("mtu"));
-  fields.Set("  host-only adapter", FeatureCell(flag("config", "adapter"), flag("runtime", "adapter_up"), "up"));
+  fields.Set("  host-only adapter",
+             FeatureCell(flag("config", "adapter"), flag("runtime", "adapter_up"), "up"));
   fields.Set("  dhcp", FeatureCell(flag("config", "dhcp"), flag("runtime", "dhcp"), "running"));
   fields.Set("  nat", FeatureCell(flag("config", "nat"), flag("runtime", "nat"), "running"));
   std::string bridge = FeatureCell(flag("config", "bridge"), flag("runtime", "bridge"), "running");
@@ -152,14 +153,13 @@ void PrintShow(const Json &v) {
     printf("  NAT port forwards:\n");
     PrintForwards(*nat.Find("forwards"), 4);
   }
+  for (const Json &p : nat.Find("prefixes")->items()) printf("  NAT66 prefix: %s\n", p.AsString().c_str());
 }
 
 int Show(const Invocation &in) {
   std::vector<std::string> vnets;
-  if (in.Has(0))
-    vnets.push_back(VnetName(in.Arg(0)));
-  else
-    vnets = ConfiguredVnets();
+  for (const auto &word : in.args()) vnets.push_back(VnetName(word));
+  if (vnets.empty()) vnets = ConfiguredVnets();
   std::string defaultBridge = DefaultBridge();
   Json all = Json::Array();
   for (size_t i = 0; i < vnets.size(); ++i) {
@@ -170,98 +170,112 @@ int Show(const Invocation &in) {
     }
     all.Push(std::move(v));
   }
-  if (Opts().json) PrintJson(in.Has(0) ? all.items()[0] : all);
+  if (Opts().json) PrintJson(all);
   if (vnets.empty()) Say("no vnet is configured");
   return kExitOk;
 }
 
-// The settable attributes.
-enum class Field { kName, kSubnet, kMask, kAdapterAddress, kMtu };
+// The settable attributes, by the tool's name and the vnet field.
+struct Attribute {
+  const char *name;
+  const char *field;
+  bool (*set)(const char *vnet, const char *value);  // null value: remove
+};
+bool SetName(const char *vnet, const char *name) { return NXC_SetVnetDisplayName(vnet, name); }
+bool SetMtu(const char *vnet, const char *mtu) {
+  return mtu ? NXC_SetVnetMTU(vnet, static_cast<uint32_t>(std::stoul(mtu))) : NXC_RemoveMTU(vnet);
+}
+constexpr Attribute kAttributes[] = {
+    {"name", "DISPLAY_NAME", SetName},
+    {"subnet", kSubnetField, NXC_SetVnetSubnetAddr},
+    {"mask", kMaskField, NXC_SetVnetSubnetMask},
+    {"adapter-address", kAdapterAddressField, NXC_SetVnetAdapterAddr},
+    {"mtu", kMtuField, SetMtu},
+};
+constexpr size_t kMaxName = 127;
 
-Field FieldNamed(const std::string &word) {
-  if (word == "name") return Field::kName;
-  if (word == "subnet") return Field::kSubnet;
-  if (word == "mask" || word == "netmask") return Field::kMask;
-  if (word == "adapter-address" || word == "address") return Field::kAdapterAddress;
-  if (word == "mtu") return Field::kMtu;
+const Attribute &AttributeNamed(const std::string &word) {
+  for (const Attribute &a : kAttributes)
+    if (word == a.name) return a;
   throw UsageError("unknown field \"" + word + "\": give name, subnet, mask, adapter-address or mtu");
+}
+
+// Values for attributes of a vnet; no value removes one.
+using AttributeValues = std::vector<std::pair<const Attribute *, std::optional<std::string>>>;
+
+// Vets and makes the change of one or more attributes of a vnet.
+std::vector<Problem> ChangeAttributes(const std::string &vnet, const AttributeValues &changes, bool force) {
+  Config before = ReadConfig(), after = before;
+  for (const auto &[a, value] : changes) after.Vnet(vnet).Set(a->field, value);
+  auto warnings = Vet(before, after, force);
+  for (const auto &[a, value] : changes)
+    Call(value ? "set the " + std::string(a->name) + " of " + vnet + " to " + *value
+               : "remove the " + std::string(a->name) + " of " + vnet,
+         [&] { return a->set(vnet.c_str(), value ? value->c_str() : nullptr); });
+  return warnings;
 }
 
 int Set(const Invocation &in) {
   std::string vnet = VnetName(in.Arg(0));
-  const std::string &fieldWord = in.Arg(1), &value = in.Arg(2);
-  Field field = FieldNamed(fieldWord);
-  const char *v = vnet.c_str();
-  std::string what = "set the " + fieldWord + " of " + vnet + " to " + value;
-  switch (field) {
-    case Field::kName:
-      Call(what, [&] { return NXC_SetVnetDisplayName(v, value.c_str()); });
-      break;
-    case Field::kSubnet:
-      Call(what, [&] { return NXC_SetVnetSubnetAddr(v, value.c_str()); });
-      break;
-    case Field::kMask:
-      Call(what, [&] { return NXC_SetVnetSubnetMask(v, value.c_str()); });
-      break;
-    case Field::kAdapterAddress:
-      Call(what, [&] { return NXC_SetVnetAdapterAddr(v, value.c_str()); });
-      break;
-    case Field::kMtu: {
-      auto mtu = static_cast<uint32_t>(Number(value, "the MTU", 0, 0xffffffffu));
-      Call(what, [&] { return NXC_SetVnetMTU(v, mtu); });
-      break;
-    }
+  const Attribute &a = AttributeNamed(in.Arg(1));
+  std::string value = in.Arg(2);
+  AttributeValues changes{{&a, value}};
+  Json shown = value;
+  if (a.set == SetName) {
+    if (std::string why = TextProblem(value, kMaxName); !why.empty())
+      throw Error(kCodeInvalid, "the name of " + vnet + " " + why, "give one line of at most 127 bytes");
+  } else if (a.set == SetMtu) {
+    uint64_t mtu = Number(value, "the MTU", 0, 0xffffffffu);
+    value = std::to_string(mtu);
+    changes[0].second = value;
+    shown = mtu;
+  } else if (a.set == NXC_SetVnetSubnetAddr && value.find('/') != std::string::npos) {
+    // A subnet in CIDR form sets the mask too.
+    auto cidr = ParseCidr(value);
+    if (!cidr)
+      throw Error(kCodeInvalid, "subnet \"" + value + "\" is not an IPv4 address and a length from /1 to /29",
+                  "write it as 192.168.56.0/24");
+    changes = {{&a, IPv4Text(cidr->address)}, {&AttributeNamed("mask"), IPv4Text(cidr->mask)}};
+    shown = cidr->Text();
   }
+  auto warnings = ChangeAttributes(vnet, changes, in.Flag("--force"));
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("field", fieldWord);
-  out.Set("value", value);
-  if (Opts().json) PrintJson(out);
-  Say(vnet + " " + fieldWord + " = " + value);
+  out.Set("field", a.name);
+  out.Set("value", shown);
+  PrintChange(std::move(out), warnings, vnet + " " + a.name + " = " + shown.Text());
   return kExitOk;
 }
 
 int Unset(const Invocation &in) {
   std::string vnet = VnetName(in.Arg(0));
-  const std::string &fieldWord = in.Arg(1);
-  Field field = FieldNamed(fieldWord);
-  const char *v = vnet.c_str();
-  std::string what = "remove the " + fieldWord + " of " + vnet;
-  switch (field) {
-    case Field::kName:
-      throw UsageError("a vnet's display name can be changed but not removed");
-    case Field::kSubnet:
-      Call(what, [&] { return NXC_SetVnetSubnetAddr(v, nullptr); });
-      break;
-    case Field::kMask:
-      Call(what, [&] { return NXC_SetVnetSubnetMask(v, nullptr); });
-      break;
-    case Field::kAdapterAddress:
-      Call(what, [&] { return NXC_SetVnetAdapterAddr(v, nullptr); });
-      break;
-    case Field::kMtu:
-      Call(what, [&] { return NXC_RemoveMTU(v); });
-      break;
-  }
+  const Attribute &a = AttributeNamed(in.Arg(1));
+  if (a.set == SetName) throw UsageError("a vnet's display name can be changed but not removed");
+  auto warnings = ChangeAttributes(vnet, {{&a, std::nullopt}}, in.Flag("--force"));
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("field", fieldWord);
+  out.Set("field", a.name);
   out.Set("value", Json());
-  if (Opts().json) PrintJson(out);
-  Say("removed the " + fieldWord + " of " + vnet);
+  PrintChange(std::move(out), warnings, "removed the " + std::string(a.name) + " of " + vnet);
   return kExitOk;
 }
 
 int AssignSubnet(const Invocation &in) {
   std::string vnet = VnetName(in.Arg(0));
-  bool overwrite = in.Flag("--overwrite");
-  Call("assign a subnet to " + vnet,
-       [&] { return NXC_AssignSubnetAddressToVnet(vnet.c_str(), overwrite); });
+  std::vector<Problem> warnings;
+  if (SubnetOf(vnet).empty() || in.Flag("--overwrite")) {
+    Subnet chosen = ChooseSubnet(ReadConfig());
+    warnings = ChangeAttributes(vnet,
+                                {{&AttributeNamed("subnet"), IPv4Text(chosen.address)},
+                                 {&AttributeNamed("mask"), IPv4Text(chosen.mask)}},
+                                in.Flag("--force"));
+  }
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("subnet", TextOrNull(Subnet(vnet)));
-  out.Set("mask", TextOrNull(Mask(vnet)));
-  PrintRecord(out);
+  out.Set("subnet", Json::TextOrNull(SubnetOf(vnet)));
+  out.Set("mask", Json::TextOrNull(MaskOf(vnet)));
+  PrintChange(out, warnings,
+              vnet + " subnet " + out.Find("subnet")->Text() + " mask " + out.Find("mask")->Text());
   return kExitOk;
 }
 
@@ -285,12 +299,11 @@ int CheckSubnet(const Invocation &in) {
   if (const std::string *i = in.Option("--interval"))
     interval = static_cast<uint32_t>(Number(*i, "the interval", 0, 3600));
   bool available = false;
-  Call("check the subnet of " + vnet, [&] {
-    return NXC_CheckSubnetAvailability(vnet.c_str(), broadcast, timeout, interval, &available);
-  });
+  Call("check the subnet of " + vnet,
+       [&] { return NXC_CheckSubnetAvailability(vnet.c_str(), broadcast, timeout, interval, &available); });
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("subnet", TextOrNull(Subnet(vnet)));
+  out.Set("subnet", Json::TextOrNull(SubnetOf(vnet)));
   out.Set("available", available);
   PrintRecord(out);
   return kExitOk;
@@ -302,9 +315,7 @@ int Delete(const Invocation &in) {
        [&] { return NXC_DeleteVnetFromDatabase(vnet.c_str()); });
   Json out = Json::Object();
   out.Set("vnet", vnet);
-  out.Set("deleted", true);
-  if (Opts().json) PrintJson(out);
-  Say("removed every setting of " + vnet);
+  Report(out, "removed every setting of " + vnet);
   return kExitOk;
 }
 
@@ -314,28 +325,31 @@ const Command kCommands[] = {
      "adapter. The feature columns read \"on\" when configured and add \"running\"\n"
      "or \"up\" when the daemon runs or the adapter is up.\n",
      Needs::kReadOnly, List},
-    {"show", "[VNET]", "", "show everything about a vnet (or every configured vnet)",
+    {"show", "[VNET...]", "", "show everything about vnets (by default every configured one)",
      "Attributes, features, DHCP and NAT parameters (with their sources: set in the\n"
      "database or the library's default), static leases, port forwards and bridged\n"
      "host adapters.\n",
      Needs::kReadOnly, Show},
-    {"vnet set", "VNET FIELD VALUE", "", "set a vnet's name, subnet, mask, adapter-address or mtu",
-     "FIELD is name (the display name), subnet (e.g. 192.168.56.0), mask\n"
-     "(e.g. 255.255.255.0), adapter-address (the host's address on the vnet) or\n"
-     "mtu. The library checks the value.\n",
+    {"vnet set", "VNET FIELD VALUE", "--force", "set a vnet's name, subnet, mask, adapter-address or mtu",
+     "FIELD is name (the display name), subnet (192.168.56.0, or 192.168.56.0/24 to\n"
+     "set the mask too), mask (255.255.255.0), adapter-address (the host's address\n"
+     "on the vnet) or mtu (68 to 65535). A subnet must not overlap another vnet's or\n"
+     "a route of the host, and the vnet's addresses must stay inside it; --force\n"
+     "stores a refused value anyway.\n",
      Needs::kReadWrite, Set},
-    {"vnet unset", "VNET FIELD", "", "remove a vnet's subnet, mask, adapter-address or mtu", "",
+    {"vnet unset", "VNET FIELD", "--force", "remove a vnet's subnet, mask, adapter-address or mtu", "",
      Needs::kReadWrite, Unset},
-    {"vnet assign-subnet", "VNET", "--overwrite", "give a vnet a free /24 subnet",
-     "Candidates are probed with the ping program. A vnet that has a subnet keeps\n"
-     "it unless --overwrite is given.\n",
+    {"vnet assign-subnet", "VNET", "--overwrite --force", "give a vnet a free /24 subnet",
+     "Candidates are probed with the ping program; one that overlaps a vnet or a\n"
+     "route of the host is passed over. A vnet that has a subnet keeps it unless\n"
+     "--overwrite is given.\n",
      Needs::kReadWrite, AssignSubnet},
     {"vnet unused-subnet", "", "", "find a free /24 subnet without storing it", "", Needs::kReadOnly,
      UnusedSubnet},
     {"vnet check-subnet", "VNET", "--broadcast --timeout=SECONDS --interval=SECONDS",
      "ping a vnet's subnet to see whether it is still free",
-     "Prints available: yes when nobody answered. Timeout and interval default to 1.\n",
-     Needs::kReadOnly, CheckSubnet},
+     "Prints available: yes when nobody answered. Timeout and interval default to 1.\n", Needs::kReadOnly,
+     CheckSubnet},
     {"vnet delete", "VNET", "", "remove every setting of a vnet",
      "Bridge mappings, DHCP, NAT, the host-only adapter, the subnet and the device\n"
      "node. Refused while one of the vnet's daemons runs or its adapter is up.\n",

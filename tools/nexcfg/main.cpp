@@ -3,6 +3,8 @@
 // command with the library loaded as the command needs it.
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,12 +20,14 @@ struct Group {
 
 const Group kGroups[] = {
     {"Database, raw answers and log levels", DatabaseCommands},
+    {"Importing and merging databases", ImportCommands},
     {"Vnets", VnetCommands},
     {"DHCP", DhcpCommands},
     {"NAT", NatCommands},
     {"Host-only adapters and bridges", BridgeCommands},
     {"Services and devices", ServiceCommands},
     {"Features", FindCommands},
+    {"Checking", CheckCommands},
 };
 
 constexpr char kIntro[] =
@@ -34,15 +38,20 @@ constexpr char kIntro[] =
     "A vnet is named zynet<n> or just <n>.\n"
     "\n"
     "Options (anywhere on the line):\n"
-    "  --json          print results as JSON for scripts\n"
+    "  --json          print results (and errors) as JSON for scripts; the shapes\n"
+    "                  are in the man page, nexcfg(1)\n"
     "  -v, --verbose   print the library's log lines of every call on stderr\n"
     "  --compact       rewrite a changed database compactly when done (this drops\n"
     "                  NAT66 prefixes, which the library keeps only as appended records)\n"
     "  -h, --help      this text; `nexcfg help COMMAND` describes one command\n"
     "  --version       the tool's and the library's versions\n"
     "\n"
-    "Exit status: 0 done, 1 the operation failed (what failed and the library's\n"
-    "log lines of the call are on stderr), 2 the command line is wrong.\n";
+    "A change that would give the configuration a problem (an address outside its\n"
+    "subnet, overlapping subnets, ...) is refused; --force makes it anyway.\n"
+    "\n"
+    "Exit status: 0 done, 1 the operation failed or was refused (stderr says why,\n"
+    "what to do, and the library's log lines that matter), 2 the command line is\n"
+    "wrong.\n";
 
 std::vector<const Command *> AllCommands() {
   std::vector<const Command *> all;
@@ -74,33 +83,44 @@ std::string Synopsis(const Command &command, bool brief = false) {
   if (brief && Words(command.options).size() > kManyOptions) return line + " [OPTIONS]";
   for (const auto &option : Words(command.options)) {
     size_t eq = option.find('=');
-    line += " [" + (eq == std::string::npos ? option : option.substr(0, eq) + " " + option.substr(eq + 1)) + "]";
+    line +=
+        " [" + (eq == std::string::npos ? option : option.substr(0, eq) + " " + option.substr(eq + 1)) + "]";
   }
   return line;
 }
 
 // "  synopsis  summary", the summary on a line of its own under a long
 // synopsis.
-void PrintListing(const Command &command) {
+std::string Listing(const Command &command) {
   constexpr int kColumn = 34;
   std::string synopsis = Synopsis(command, true);
+  char line[512];
   if (synopsis.size() <= kColumn)
-    printf("  %-*s %s\n", kColumn, synopsis.c_str(), command.summary);
+    snprintf(line, sizeof line, "  %-*s %s\n", kColumn, synopsis.c_str(), command.summary);
   else
-    printf("  %s\n  %-*s %s\n", synopsis.c_str(), kColumn, "", command.summary);
+    snprintf(line, sizeof line, "  %s\n  %-*s %s\n", synopsis.c_str(), kColumn, "", command.summary);
+  return line;
 }
 
-void PrintOverview() {
-  printf("%s", kIntro);
+std::string Overview() {
+  std::string text = kIntro;
   for (const Group &group : kGroups) {
-    printf("\n%s:\n", group.title);
-    for (const Command &command : group.commands()) PrintListing(command);
+    text += "\n" + std::string(group.title) + ":\n";
+    for (const Command &command : group.commands()) text += Listing(command);
   }
+  return text;
 }
 
-void PrintCommandHelp(const Command &command) {
-  printf("usage: nexcfg %s\n\n%s\n", Synopsis(command).c_str(), command.summary);
-  if (*command.details) printf("\n%s", command.details);
+std::string CommandHelp(const Command &command) {
+  std::string text = "usage: nexcfg " + Synopsis(command) + "\n\n" + command.summary + "\n";
+  if (*command.details) text += "\n" + std::string(command.details);
+  return text;
+}
+
+std::string Joined(const std::vector<std::string> &words) {
+  std::string joined;
+  for (const auto &w : words) joined += (joined.empty() ? "" : " ") + w;
+  return joined;
 }
 
 // The commands whose name starts with the given words.
@@ -133,26 +153,28 @@ const Command *Lookup(const std::vector<std::string> &words, size_t *taken) {
   return best;
 }
 
-// Help for the words given: one command, or the list of a family.
+// Help for the words given: one command, or the list of a family; as
+// {"command", "text"} in --json mode.
 int Help(const std::vector<std::string> &words) {
-  if (words.empty()) {
-    PrintOverview();
-    return kExitOk;
-  }
   size_t taken = 0;
-  const Command *command = Lookup(words, &taken);
-  if (command && taken == words.size()) {
-    PrintCommandHelp(*command);
-    return kExitOk;
+  const Command *command = words.empty() ? nullptr : Lookup(words, &taken);
+  std::string text;
+  if (words.empty()) {
+    text = Overview();
+  } else if (command && taken == words.size()) {
+    text = CommandHelp(*command);
+  } else {
+    auto under = CommandsUnder(words);
+    if (under.empty()) throw UsageError("no command \"" + Joined(words) + "\"; `nexcfg --help` lists them");
+    for (const Command *c : under) text += Listing(*c);
   }
-  auto under = CommandsUnder(words);
-  if (under.empty()) {
-    std::string joined;
-    for (const auto &w : words) joined += (joined.empty() ? "" : " ") + w;
-    fprintf(stderr, "nexcfg: no command \"%s\"; `nexcfg --help` lists them\n", joined.c_str());
-    return kExitUsage;
-  }
-  for (const Command *c : under) PrintListing(*c);
+  Json out = Json::Object();
+  out.Set("command", words.empty() ? Json() : Json(Joined(words)));
+  out.Set("text", text);
+  if (Opts().json)
+    PrintJson(out);
+  else
+    printf("%s", text.c_str());
   return kExitOk;
 }
 
@@ -192,81 +214,65 @@ Invocation Parse(const Command &command, const std::vector<std::string> &rest) {
     }
     options[name] = value;
   }
-  size_t required = 0, allowed = 0;
+  std::vector<std::string> required;
+  size_t allowed = 0;
   bool unlimited = false;
   for (const auto &w : Words(command.args)) {
     if (w.find("...") != std::string::npos) unlimited = true;
-    if (w[0] == '[') {
-      ++allowed;
-    } else {
-      ++required;
-      ++allowed;
-    }
+    ++allowed;
+    if (w[0] != '[') required.push_back(w);
   }
-  if (args.size() < required) throw UsageError("missing arguments");
-  if (!unlimited && args.size() > allowed) throw UsageError("too many arguments");
+  if (args.size() < required.size()) {
+    std::string missing;
+    for (size_t i = args.size(); i < required.size(); ++i)
+      missing += (missing.empty() ? "" : " ") + required[i];
+    throw UsageError("missing " + missing);
+  }
+  if (!unlimited && args.size() > allowed)
+    throw UsageError("too many arguments: \"" + args[allowed] + "\" and after it are not wanted");
   return Invocation(command, std::move(args), std::move(options));
 }
 
-// The library loaded for one command and unloaded after it; the last
-// unload writes a changed database back.
-class Session {
- public:
-  explicit Session(Needs needs) {
-    if (needs != Needs::kReadOnly && needs != Needs::kReadWrite) {
-      NoteLogPath(false);
-      return;
-    }
-    bool readOnly = needs == Needs::kReadOnly;
-    LogWatch watch;
-    loaded_ = NXC_Load(readOnly ? 1 : 0);
-    watch.Report();
-    if (!loaded_) {
-      std::string what = "cannot load the networking database";
-      if (!NXC_NetworkingDBExists()) what += " (it does not exist: `nexcfg db create` makes one)";
-      throw Failure(what, watch.Lines(), LogPath());
-    }
-    NoteLogPath(true);
-  }
-  ~Session() {
-    // Every change is in the database file already, appended by the call
-    // that made it. The compact rewrite at the last unload is left to
-    // --compact: it drops the NAT66 prefixes, which the library keeps only
-    // as appended records.
-    if (!loaded_) return;
-    if (Opts().compact)
-      NXC_Unload();
-    else
-      NXC_Unload2(0);
-  }
-  Session(const Session &) = delete;
-  Session &operator=(const Session &) = delete;
-
- private:
-  bool loaded_ = false;
-};
-
-void ReportFailure(const Failure &failure) {
-  fprintf(stderr, "nexcfg: %s\n", failure.what());
-  if (failure.log.empty()) {
-    fprintf(stderr, "  (the library wrote nothing to %s during the call)\n", failure.logPath.c_str());
-  } else {
-    fprintf(stderr, "  library log (%s):\n", failure.logPath.c_str());
-    for (const auto &line : failure.log) fprintf(stderr, "    %s\n", line.c_str());
-  }
+// Prints why a command did not do what it was asked: for people on
+// stderr, and in --json mode as {"error": {"code", "message", "fix"},
+// "log": [...]} on stdout.
+int ReportError(const Error &error, const Command *command) {
+  if (error.code == kCodeUsage && command)
+    fprintf(stderr, "nexcfg %s: %s\nusage: nexcfg %s\n", command->name, error.what(),
+            Synopsis(*command).c_str());
+  else
+    fprintf(stderr, "nexcfg: %s\n", error.what());
+  if (!error.fix.empty()) fprintf(stderr, "  fix: %s\n", error.fix.c_str());
+  if (!error.log.empty()) fprintf(stderr, "  library log (%s):\n", error.logPath.c_str());
+  for (const auto &line : error.log) fprintf(stderr, "    %s\n", line.c_str());
   if (Opts().json) {
-    Json error = Json::Object();
-    error.Set("error", failure.what());
-    Json lines = Json::Array();
-    for (const auto &line : failure.log) lines.Push(line);
-    error.Set("log", std::move(lines));
-    PrintJson(error);
+    Json body = Json::Object(), out = Json::Object(), log = Json::Array();
+    body.Set("code", error.code);
+    body.Set("message", error.what());
+    body.Set("fix", error.fix);
+    for (const auto &line : error.log) log.Push(line);
+    out.Set("error", std::move(body));
+    out.Set("log", std::move(log));
+    PrintJson(out);
   }
+  return error.Status();
+}
+
+// The command the words name; a usage error names the family's commands
+// when only the family matches.
+const Command &CommandOf(const std::vector<std::string> &words, size_t *taken) {
+  if (words.empty()) throw UsageError("no command given; `nexcfg --help` lists them");
+  if (const Command *command = Lookup(words, taken)) return *command;
+  auto under = CommandsUnder(std::vector<std::string>(words.begin(), words.begin() + 1));
+  if (under.empty()) throw UsageError("no command \"" + Joined(words) + "\"; `nexcfg --help` lists them");
+  std::string names;
+  for (const Command *c : under) names += "\n  nexcfg " + Synopsis(*c);
+  throw UsageError("\"" + Joined(words) + "\" is not a command; the " + words[0] + " commands are:" + names);
 }
 
 int Run(int argc, char **argv) {
   std::vector<std::string> words;
-  bool help = false, version = false, optionsDone = false;
+  bool help = false, optionsDone = false;
   for (int i = 1; i < argc; ++i) {
     std::string word = argv[i];
     if (!optionsDone && word == "--json") {
@@ -278,56 +284,27 @@ int Run(int argc, char **argv) {
     } else if (!optionsDone && (word == "-h" || word == "--help")) {
       help = true;
     } else if (!optionsDone && word == "--version" && words.empty()) {
-      version = true;
+      words.push_back("version");
     } else {
       if (word == "--") optionsDone = true;
       words.push_back(std::move(word));
     }
   }
-  if (version) {
-    uint32_t v = NXC_Version();
-    printf("nexcfg (libnexcfg %s), library interface version %u.%u\n", NXC_TOOL_VERSION, v >> 16,
-           v & 0xffff);
-    return kExitOk;
-  }
-  if (!words.empty() && words[0] == "help") {
-    words.erase(words.begin());
-    return Help(words);
-  }
-  if (help) return Help(words);
-  if (words.empty()) {
-    fprintf(stderr, "usage: nexcfg [--json] [-v] COMMAND [ARGUMENTS]\n`nexcfg --help` lists the commands\n");
-    return kExitUsage;
-  }
-
-  size_t taken = 0;
-  const Command *command = Lookup(words, &taken);
-  if (!command) {
-    auto under = CommandsUnder(std::vector<std::string>(words.begin(), words.begin() + 1));
-    std::string joined;
-    for (const auto &w : words) joined += (joined.empty() ? "" : " ") + w;
-    if (under.empty()) {
-      fprintf(stderr, "nexcfg: no command \"%s\"; `nexcfg --help` lists them\n", joined.c_str());
-      return kExitUsage;
-    }
-    // A family's name alone, or with an unknown verb: its commands.
-    fprintf(stderr, "nexcfg: \"%s\" is not a command; the %s commands are:\n", joined.c_str(),
-            words[0].c_str());
-    for (const Command *c : under) fprintf(stderr, "  nexcfg %s\n", Synopsis(*c).c_str());
-    return kExitUsage;
-  }
-  std::vector<std::string> rest(words.begin() + static_cast<long>(taken), words.end());
+  const Command *command = nullptr;
   try {
-    Invocation invocation = Parse(*command, rest);
-    Session session(command->needs);
+    if (!words.empty() && words[0] == "help")
+      return Help(std::vector<std::string>(words.begin() + 1, words.end()));
+    if (help) return Help(words);
+    size_t taken = 0;
+    command = &CommandOf(words, &taken);
+    Invocation invocation =
+        Parse(*command, std::vector<std::string>(words.begin() + static_cast<long>(taken), words.end()));
+    std::optional<Library> library;
+    if (command->needs == Needs::kReadOnly || command->needs == Needs::kReadWrite)
+      library.emplace(command->needs == Needs::kReadOnly);
     return command->run(invocation);
-  } catch (const UsageError &error) {
-    fprintf(stderr, "nexcfg %s: %s\nusage: nexcfg %s\n", command->name, error.what(),
-            Synopsis(*command).c_str());
-    return kExitUsage;
-  } catch (const Failure &failure) {
-    ReportFailure(failure);
-    return kExitFailed;
+  } catch (const Error &error) {
+    return ReportError(error, command);
   }
 }
 
@@ -340,7 +317,6 @@ int main(int argc, char **argv) {
     fflush(stdout);
     return status;
   } catch (const std::exception &error) {
-    fprintf(stderr, "nexcfg: %s\n", error.what());
-    return nexcfg::kExitFailed;
+    return nexcfg::ReportError(nexcfg::Error(nexcfg::kCodeFailed, error.what()), nullptr);
   }
 }

@@ -9,7 +9,7 @@
 namespace nexcfg {
 
 // [{"name", "value", "source": "set"|"default"|null}] for every DHCP
-// parameter the library's interface reaches.
+// parameter the library's interface reaches; values typed by kind.
 Json DhcpParameters(const std::string &vnet);
 // [{"mac", "ip"}]
 Json DhcpLeases(const std::string &vnet);
@@ -17,6 +17,8 @@ Json DhcpLeases(const std::string &vnet);
 Json NatParameters(const std::string &vnet);
 // [{"protocol", "host_port", "vm_ip", "vm_port", "description"}], TCP first.
 Json NatForwards(const std::string &vnet);
+// ["fd00:1:2:3::/64", ...]
+Json NatPrefixes(const std::string &vnet);
 // [{"adapter", "vnet"}] of the host adapters bridged to vnet (all when
 // vnet is empty).
 Json BridgedAdapters(const std::string &vnet);

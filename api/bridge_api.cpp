@@ -291,6 +291,7 @@ bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
 }  // namespace
 
 extern "C" bool NXC_GetBridgeDefaultNetwork(NXC_NetID *netId) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetBridgeDefaultNetwork";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -314,6 +315,7 @@ extern "C" bool NXC_GetBridgeDefaultNetwork(NXC_NetID *netId) noexcept {
 }
 
 extern "C" bool NXC_SetBridgeDefaultNetwork(const NXC_NetID *netId) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetBridgeDefaultNetwork";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -350,6 +352,7 @@ extern "C" bool NXC_SetBridgeDefaultNetwork(const NXC_NetID *netId) noexcept {
 }
 
 extern "C" bool NXC_GetHostAdapterList(uint32_t version, NXC_HostAdapterList **list) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetHostAdapterList";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -381,6 +384,7 @@ extern "C" bool NXC_GetHostAdapterList(uint32_t version, NXC_HostAdapterList **l
 
 // Works whether or not the library is loaded, and accepts null.
 extern "C" void NXC_FreeHostAdapterList(NXC_HostAdapterList *list) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_FreeHostAdapterList";
   ApiEnterBanner(kFn, __LINE__);
   free(list);
@@ -389,6 +393,7 @@ extern "C" void NXC_FreeHostAdapterList(NXC_HostAdapterList *list) noexcept {
 
 extern "C" bool NXC_BridgeMoveAdapter(const NXC_HostAdapter *adapter, const NXC_NetID *source,
                                       const NXC_NetID *destination) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_BridgeMoveAdapter";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -446,6 +451,7 @@ extern "C" bool NXC_BridgeMoveAdapter(const NXC_HostAdapter *adapter, const NXC_
 }
 
 extern "C" bool NXC_DisableNetworkAdapter(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DisableNetworkAdapter";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -481,6 +487,7 @@ extern "C" bool NXC_DisableNetworkAdapter(const char *vnet) noexcept {
 }
 
 extern "C" bool NXC_EnableNetworkAdapter(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_EnableNetworkAdapter";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

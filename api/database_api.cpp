@@ -92,6 +92,7 @@ bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
 }  // namespace
 
 extern "C" bool NXC_CreateNetworkingDB(bool overwrite) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CreateNetworkingDB";
   ApiEnterBanner(kFn, __LINE__);
   bool loaded = Loaded();
@@ -138,6 +139,7 @@ extern "C" bool NXC_CreateNetworkingDB(bool overwrite) noexcept {
 // This call closes with a second entry banner instead of an exit banner, as
 // log readers have always seen it.
 extern "C" bool NXC_DeleteNetworkingDB(void) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteNetworkingDB";
   ApiEnterBanner(kFn, __LINE__);
   bool ok = false;
@@ -153,12 +155,14 @@ extern "C" bool NXC_DeleteNetworkingDB(void) noexcept {
 }
 
 extern "C" bool NXC_NetworkingDBExists(void) noexcept {
+  const ApiCallLock callLock;
   char path[kPathSize];
   return DatabasePath("NXC_NetworkingDBExists", path) &&
          NXCFileExists(-1, NXC_FILE_CUSTOM, path);
 }
 
 extern "C" bool NXC_CanReadNetworkingDB(void) noexcept {
+  const ApiCallLock callLock;
   bool temporaryLog = !Loaded();
   if (temporaryLog) OpenTemporaryLog();
   char path[kPathSize];
@@ -168,6 +172,7 @@ extern "C" bool NXC_CanReadNetworkingDB(void) noexcept {
 }
 
 extern "C" char *NXC_ExportDatabaseToBuffer(void) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ExportDatabaseToBuffer";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return nullptr;
@@ -182,6 +187,7 @@ extern "C" char *NXC_ExportDatabaseToBuffer(void) noexcept {
 }
 
 extern "C" bool NXC_ExportDatabaseToFile(const char *file) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ExportDatabaseToFile";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -198,6 +204,7 @@ extern "C" bool NXC_ExportDatabaseToFile(const char *file) noexcept {
 }
 
 extern "C" bool NXC_ImportDatabaseFromFile(const char *file) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ImportDatabaseFromFile";
   ApiEnterBanner(kFn, __LINE__);
   bool ok = ReadDatabaseFrom(kFn, file, [](const char *from, const char *databasePath) {
@@ -207,6 +214,7 @@ extern "C" bool NXC_ImportDatabaseFromFile(const char *file) noexcept {
 }
 
 extern "C" bool NXC_MergeDatabaseFromFile(const char *file) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_MergeDatabaseFromFile";
   ApiEnterBanner(kFn, __LINE__);
   bool ok = ReadDatabaseFrom(kFn, file, [](const char *from, const char *) {

@@ -155,6 +155,7 @@ void StoreMatch(NXC_VnetFeatures *f, uint32_t vnet, const ConfigFeatures &c,
 // The record is filled as the answers come in: on a failure the fields
 // filled before it stay filled, as callers of this call have always seen.
 extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetFeatures";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -197,6 +198,7 @@ extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
 
 // The record is changed only when a vnet is found.
 extern "C" bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_FindVnetWithFeatures";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -74,6 +74,7 @@ bool CopyDescription(const char *fn, const char *desc, uint32_t descLen, CPtr<ch
 // ---- Static DHCP leases -----------------------------------------------------
 
 extern "C" bool NXC_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetDHCPIPToMAC";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -110,6 +111,7 @@ extern "C" bool NXC_SetDHCPIPToMAC(const char *vnet, const char *ip, const char 
 
 extern "C" bool NXC_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen,
                                    const char *mac) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetDHCPIPToMAC";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -143,6 +145,7 @@ extern "C" bool NXC_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen,
 
 extern "C" bool NXC_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip,
                                     uint32_t *ipLen, char *mac, uint32_t *macLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_EnumDHCPIPToMAC";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -180,6 +183,7 @@ extern "C" bool NXC_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char
 extern "C" bool NXC_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort,
                                       const char *vmIP, uint16_t vmPort, const char *desc,
                                       uint32_t descLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetNATPortForward";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -223,6 +227,7 @@ extern "C" bool NXC_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostP
 extern "C" bool NXC_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *vmIP,
                                       uint32_t *vmIPLen, uint16_t *vmPort, char *desc,
                                       uint32_t *descLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetNATPortForward";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -258,6 +263,7 @@ extern "C" bool NXC_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostP
 extern "C" bool NXC_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset,
                                        uint16_t *hostPort, char *vmIP, uint32_t *vmIPLen,
                                        uint16_t *vmPort, char *desc, uint32_t *descLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_EnumNATPortForward";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -70,6 +70,7 @@ bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
 }  // namespace
 
 extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StartService";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -103,6 +104,7 @@ extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcep
 // This call writes no exit banner on any path: its entry banner stands
 // alone in the log, as callers' log readers have always seen it.
 extern "C" bool NXC_StopService(const char *vnet, uint32_t serviceType) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StopService";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -119,6 +121,7 @@ extern "C" bool NXC_StopService(const char *vnet, uint32_t serviceType) noexcept
 }
 
 extern "C" uint32_t NXC_GetServiceStatus(const char *vnet, uint32_t serviceType) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetServiceStatus";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return 0;
@@ -154,6 +157,7 @@ extern "C" bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) noexce
 }
 
 extern "C" bool NXC_CreateZynetDevice(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CreateZynetDevice";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -161,6 +165,7 @@ extern "C" bool NXC_CreateZynetDevice(const char *vnet) noexcept {
 }
 
 extern "C" bool NXC_DeleteZynetDevice(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteZynetDevice";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -295,6 +300,7 @@ bool RemoveVnetConfiguration(const char *fn, uint32_t vnet, const char *name, bo
 }  // namespace
 
 extern "C" bool NXC_DeleteVnetFromDatabase(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteVnetFromDatabase";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -22,22 +22,13 @@ int Precision(uint32_t length) { return length > INT_MAX ? INT_MAX : static_cast
 // The caller's count, for "%u" traces of a pointer that may be null.
 uint32_t CountAt(const uint32_t *count) { return count ? *count : 0; }
 
-// A NUL-terminated copy of exactly length bytes of value; null when memory
-// runs out.
-char *CopyValue(const char *value, uint32_t length) {
-  char *copy = static_cast<char *>(malloc(static_cast<size_t>(length) + 1));
-  if (!copy) return nullptr;
-  memcpy(copy, value, length);
-  copy[length] = '\0';
-  return copy;
-}
-
 }  // namespace
 
 // ---- DHCP ------------------------------------------------------------------
 
 extern "C" bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                  uint32_t *valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetDHCPParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -72,7 +63,7 @@ extern "C" bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDef
 namespace {
 
 // The work of NXC_SetDHCPParam once the lock is held. The DHCP layer is
-// given a terminated copy of exactly valueLen bytes.
+// given a terminated copy of the value, as far as valueLen reaches.
 bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                   const char *value, uint32_t valueLen) {
   if (!value) {
@@ -83,7 +74,8 @@ bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t inter
     NXCLog(LOG_OK, fn, "Deleted value for DHCP parameter: %u for vnet: %s", internalId, vnet);
     return true;
   }
-  CPtr<char> copy(CopyValue(value, valueLen));
+  // Up to valueLen bytes or the first NUL: nothing past the caller's text.
+  CPtr<char> copy(strndup(value, valueLen));
   if (!copy) {
     NXCLog(LOG_ERR, fn, "Memory allocation failure for DHCP parameter");
     return false;
@@ -102,6 +94,7 @@ bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t inter
 
 extern "C" bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char *value,
                                  uint32_t valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetDHCPParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -132,9 +125,10 @@ extern "C" bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char 
 
 namespace {
 
-// The work of NXC_SetNATParam once the lock is held. Unlike the DHCP
-// setter, the NAT layer is handed the caller's own text, which must be
-// terminated itself; the bounded copy serves the log lines only.
+// The work of NXC_SetNATParam once the lock is held. Like the DHCP setter,
+// the NAT layer gets the bounded copy: a caller's text need not be
+// terminated within valueLen bytes, and reading on to a NUL would run past
+// its end.
 bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                  const char *value, uint32_t valueLen) {
   if (!value) {
@@ -145,12 +139,13 @@ bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t intern
     NXCLog(LOG_OK, fn, "Deleted value for NAT parameter: %u for vnet: %s", internalId, vnet);
     return true;
   }
-  CPtr<char> copy(CopyValue(value, valueLen));
+  // Up to valueLen bytes or the first NUL: nothing past the caller's text.
+  CPtr<char> copy(strndup(value, valueLen));
   if (!copy) {
     NXCLog(LOG_ERR, fn, "Memory allocation failure for NAT param string");
     return false;
   }
-  if (!NXCNATSetParameter(num, internalId, value)) {
+  if (!NXCNATSetParameter(num, internalId, copy.get())) {
     NXCLog(LOG_ERR, fn, "Setting value for NAT parameter: %u, %s failed for vnet: %s", internalId,
            copy.get(), vnet);
     return false;
@@ -164,6 +159,7 @@ bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t intern
 
 extern "C" bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *value,
                                 uint32_t valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetNATParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -192,6 +188,7 @@ extern "C" bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *
 // This getter writes no argument trace.
 extern "C" bool NXC_GetNATParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                 uint32_t *valueLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetNATParam";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -38,6 +38,7 @@ constexpr int32_t kNatPrefixDescSize = 128;
 // ---- Getters -------------------------------------------------------------
 
 extern "C" bool NXC_GetVnetDisplayName(const char *vnet, char *name, uint32_t *nameLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetDisplayName";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -62,6 +63,7 @@ extern "C" bool NXC_GetVnetDisplayName(const char *vnet, char *name, uint32_t *n
 }
 
 extern "C" bool NXC_GetVnetSubnetAddr(const char *vnet, char *addr, uint32_t *addrLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetSubnetAddr";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -84,6 +86,7 @@ extern "C" bool NXC_GetVnetSubnetAddr(const char *vnet, char *addr, uint32_t *ad
 }
 
 extern "C" bool NXC_GetVnetSubnetMask(const char *vnet, char *mask, uint32_t *maskLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetSubnetMask";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -107,6 +110,7 @@ extern "C" bool NXC_GetVnetSubnetMask(const char *vnet, char *mask, uint32_t *ma
 
 extern "C" bool NXC_GetVnetAdapterAddr(const char *vnet, char *addr, uint32_t *addrLen,
                                        bool computeIfAbsent) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetAdapterAddr";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -131,6 +135,7 @@ extern "C" bool NXC_GetVnetAdapterAddr(const char *vnet, char *addr, uint32_t *a
 // ---- Setters -------------------------------------------------------------
 
 extern "C" bool NXC_SetVnetSubnetAddr(const char *vnet, const char *addr) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetVnetSubnetAddr";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -157,6 +162,7 @@ extern "C" bool NXC_SetVnetSubnetAddr(const char *vnet, const char *addr) noexce
 }
 
 extern "C" bool NXC_SetVnetSubnetMask(const char *vnet, const char *mask) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetVnetSubnetMask";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -181,6 +187,7 @@ extern "C" bool NXC_SetVnetSubnetMask(const char *vnet, const char *mask) noexce
 }
 
 extern "C" bool NXC_SetVnetAdapterAddr(const char *vnet, const char *addr) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetVnetAdapterAddr";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -208,6 +215,7 @@ extern "C" bool NXC_SetVnetAdapterAddr(const char *vnet, const char *addr) noexc
 }
 
 extern "C" bool NXC_SetVnetDisplayName(const char *vnet, const char *name) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetVnetDisplayName";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -231,6 +239,7 @@ extern "C" bool NXC_SetVnetDisplayName(const char *vnet, const char *name) noexc
 // ---- MTU -----------------------------------------------------------------
 
 extern "C" bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetVnetMTU";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -255,6 +264,7 @@ extern "C" bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) noexcept {
 }
 
 extern "C" bool NXC_GetVnetMTU(const char *vnet, uint32_t *mtu) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetMTU";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -277,6 +287,7 @@ extern "C" bool NXC_GetVnetMTU(const char *vnet, uint32_t *mtu) noexcept {
 }
 
 extern "C" bool NXC_RemoveMTU(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_RemoveMTU";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -297,6 +308,7 @@ extern "C" bool NXC_RemoveMTU(const char *vnet) noexcept {
 // ---- Subnets -------------------------------------------------------------
 
 extern "C" bool NXC_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_AssignSubnetAddressToVnet";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -336,6 +348,7 @@ extern "C" bool NXC_AssignSubnetAddressToVnet(const char *vnet, bool overwriteEx
 
 extern "C" bool NXC_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask,
                                     uint32_t maskLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetUnusedSubnet";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -356,6 +369,7 @@ extern "C" bool NXC_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask
 
 extern "C" bool NXC_CheckSubnetAvailability(const char *vnet, bool useBroadcast, uint32_t timeout,
                                             uint32_t interval, bool *available) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CheckSubnetAvailability";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -385,6 +399,7 @@ extern "C" bool NXC_CheckSubnetAvailability(const char *vnet, bool useBroadcast,
 
 extern "C" bool NXC_SetNATPrefix(const char *vnet, const char *prefix, const char *desc,
                                  int32_t descLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetNATPrefix";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -432,6 +447,7 @@ extern "C" bool NXC_SetNATPrefix(const char *vnet, const char *prefix, const cha
 
 extern "C" bool NXC_GetNATPrefix(const char *vnet, const char *prefix, void *desc,
                                  uint32_t *descLen) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetNATPrefix";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -184,6 +184,7 @@ bool SetFeature(const FeatureSwitch &s, const char *vnet, bool use, bool cleanup
 }  // namespace
 
 extern "C" bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) noexcept {
+  const ApiCallLock callLock;
   static constexpr const char *kFn = kAdapterSwitch.fn;
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -191,6 +192,7 @@ extern "C" bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) 
 }
 
 extern "C" bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) noexcept {
+  const ApiCallLock callLock;
   static constexpr const char *kFn = kDhcpSwitch.fn;
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -198,6 +200,7 @@ extern "C" bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) noe
 }
 
 extern "C" bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) noexcept {
+  const ApiCallLock callLock;
   static constexpr const char *kFn = kNatSwitch.fn;
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -208,6 +211,7 @@ extern "C" bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) noex
 
 // Neither getter locks: both only read. A failure reads as "off".
 extern "C" bool NXC_GetVnetUseDHCP(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseDHCP";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -220,6 +224,7 @@ extern "C" bool NXC_GetVnetUseDHCP(const char *vnet) noexcept {
 }
 
 extern "C" bool NXC_GetVnetUseNAT(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseNAT";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -239,6 +244,7 @@ extern "C" bool NXC_GetVnetUseNAT(const char *vnet) noexcept {
 
 extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
                                          bool *enabled) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetAdapterStatus";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -300,6 +306,7 @@ bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
 // never reads a half-written file; a status that cannot be read refuses
 // too. They lock even a read-only database: the files are written anyway.
 extern "C" bool NXC_UpdateDHCPFromConfig(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateDHCPFromConfig";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -323,6 +330,7 @@ extern "C" bool NXC_UpdateDHCPFromConfig(const char *vnet) noexcept {
 }
 
 extern "C" bool NXC_UpdateNATFromConfig(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateNATFromConfig";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;
@@ -394,6 +402,7 @@ bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) 
 }  // namespace
 
 extern "C" bool NXC_UpdateAdapterFromConfig(const char *vnet) noexcept {
+  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateAdapterFromConfig";
   ApiEnterBanner(kFn, __LINE__);
   if (!ApiIsLoaded(kFn)) return false;

@@ -11,6 +11,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <new>
@@ -41,6 +42,25 @@ bool TryLock(int fd, bool *busy) {
   }
 }
 
+// Whether path still names the file open on fd. A file replaced by a
+// rename while this process waited for its lock is no longer the one
+// others lock.
+bool StillNamed(int fd, const char *path) {
+  struct stat open, named;
+  if (fstat(fd, &open) != 0 || stat(path, &named) != 0) return true;  // nothing better to lock
+  return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+UniqueFd OpenForLocking(const char *path) {
+  UniqueFd fd(open(path, O_RDWR | O_CLOEXEC));
+  if (!fd && (errno == EACCES || errno == EROFS)) {
+    // A file this process may only read can still be opened; the write
+    // lock on it then fails and that error is the one reported.
+    fd.reset(open(path, O_RDONLY | O_CLOEXEC));
+  }
+  return fd;
+}
+
 void SleepNanos(uint64_t nanos) {
   struct timespec ts;
   ts.tv_sec = static_cast<time_t>(nanos / 1000000000u);
@@ -54,12 +74,7 @@ void SleepNanos(uint64_t nanos) {
 FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept {
   int ignored = 0;
   if (!error) error = &ignored;
-  UniqueFd fd(open(path, O_RDWR | O_CLOEXEC));
-  if (!fd && (errno == EACCES || errno == EROFS)) {
-    // A file this process may only read can still be opened; the write
-    // lock on it then fails and that error is the one reported.
-    fd.reset(open(path, O_RDONLY | O_CLOEXEC));
-  }
+  UniqueFd fd = OpenForLocking(path);
   if (!fd) {
     *error = errno;
     return nullptr;
@@ -68,7 +83,16 @@ FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noex
   uint64_t deadline = MonotonicNanos() + uint64_t{timeoutMs} * 1000000u;
   for (;;) {
     bool busy = false;
-    if (TryLock(fd.get(), &busy)) break;
+    if (TryLock(fd.get(), &busy)) {
+      if (StillNamed(fd.get(), path)) break;
+      // Locked a file that was replaced meanwhile: lock the new one.
+      fd = OpenForLocking(path);
+      if (!fd) {
+        *error = errno;
+        return nullptr;
+      }
+      continue;
+    }
     if (!busy) {
       *error = errno;
       return nullptr;

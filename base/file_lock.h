@@ -13,7 +13,9 @@ namespace nxc {
 
 struct FileLock;
 
-// Locks path, retrying until timeoutMs milliseconds have passed. Returns
+// Locks path, retrying until timeoutMs milliseconds have passed. The lock
+// is on the file that path names once it is held: when another file was
+// renamed over path meanwhile, that one is locked instead. Returns
 // null on failure with *error set to the errno of the failure, or 0 when the
 // time ran out.
 FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept;

@@ -104,6 +104,14 @@ char *AllocPrint(const char *format, ...) noexcept {
   return text;
 }
 
+bool HasControlChar(std::string_view text) noexcept {
+  for (char c : text) {
+    auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7F) return true;
+  }
+  return false;
+}
+
 size_t BoundedCopy(char *dst, size_t size, const char *src) noexcept {
   size_t length = strlen(src);
   if (size == 0) return length;

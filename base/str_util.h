@@ -16,6 +16,10 @@ bool StrToInt32(std::string_view text, int32_t *out) noexcept;
 bool StrToInt64(std::string_view text, int64_t *out) noexcept;
 bool StrToUint32(std::string_view text, uint32_t *out) noexcept;
 
+// True when text holds a control character (a line break, a tab, any byte
+// below 0x20, or DEL): text that cannot stay within one line of a file.
+bool HasControlChar(std::string_view text) noexcept;
+
 // snprintf into buf; returns the length written, or -1 when the text did not
 // fit (buf then holds a truncated, terminated text) or formatting failed.
 int BoundedPrint(char *buf, size_t size, const char *format, ...) noexcept

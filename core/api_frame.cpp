@@ -1,7 +1,19 @@
-// api_frame.cpp - banners and the loaded test of the API call frame.
+// api_frame.cpp - the lock, banners and loaded test of the API call frame.
 #include "core/api_frame.h"
 
+#include <pthread.h>
+
 namespace nxc {
+
+namespace {
+pthread_mutex_t gCallMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+}
+
+// Locking a valid recursive mutex fails only on a count overflow, which
+// nesting within one call cannot reach.
+ApiCallLock::ApiCallLock() noexcept { (void)pthread_mutex_lock(&gCallMutex); }
+
+ApiCallLock::~ApiCallLock() { (void)pthread_mutex_unlock(&gCallMutex); }
 
 void ApiEnterBanner(const char *fn, int line) noexcept {
   NXCLog(LOG_INFO2, nullptr, "\n----------------------------------\nEntering API Function, %s:%d\n",

@@ -21,6 +21,18 @@
 
 namespace nxc {
 
+// Serialises the public calls of all threads of the process: every public
+// function holds one for its whole frame, as its first statement, so that
+// each call sees the library as a single caller would. Recursive, because
+// a public call may make another.
+class [[nodiscard]] ApiCallLock {
+ public:
+  ApiCallLock() noexcept;
+  ~ApiCallLock();
+  ApiCallLock(const ApiCallLock &) = delete;
+  ApiCallLock &operator=(const ApiCallLock &) = delete;
+};
+
 // The log file used until the database names another.
 inline constexpr char kDefaultLogPath[] = "/var/log/nexcfg";
 // The mask while only the default log is open.

@@ -49,6 +49,7 @@ void WriteLevelProbes(const char *fn) {
 }  // namespace
 
 extern "C" bool NXC_Load(int32_t readOnly) noexcept {
+  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Load";
   // The load count is a 16-bit quantity everywhere: 65,536 loads wrap it.
   if (nxcContext.loadCount != 0) {
@@ -90,6 +91,7 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
 }
 
 extern "C" void NXC_Unload2(int32_t writeBack) noexcept {
+  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Unload2";
   nxc::ApiEnterBanner(kFn, __LINE__);
   if (nxcContext.loadCount == 0) {
@@ -134,16 +136,19 @@ bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
 }  // namespace
 
 extern "C" bool NXC_VnetCfgAddAnswer(const char *key, const char *value) noexcept {
+  const nxc::ApiCallLock callLock;
   if (!AnswerCallAllowed("NXC_VnetCfgAddAnswer", key && value)) return false;
   return NXCNetCfgAddAnswerString(nullptr, key, value);
 }
 
 extern "C" bool NXC_VnetCfgRemoveAnswer(const char *key) noexcept {
+  const nxc::ApiCallLock callLock;
   if (!AnswerCallAllowed("NXC_VnetCfgRemoveAnswer", key != nullptr)) return false;
   return NXCNetCfgRemoveAnswer(nullptr, key);
 }
 
 extern "C" bool NXC_VnetCfgGetAnswer(const char *key, const char **value) noexcept {
+  const nxc::ApiCallLock callLock;
   if (!AnswerCallAllowed("NXC_VnetCfgGetAnswer", key && value)) return false;
   return NXCNetCfgGetAnswerString(nullptr, key, value);
 }

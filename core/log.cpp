@@ -71,6 +71,7 @@ extern "C" uint32_t NXCGetVnetCfgLogLevel(void) noexcept {
 // The four log-level calls run outside the API call frame and work whether
 // or not the library is loaded; the stored level needs a loaded database.
 extern "C" bool NXC_SetDefaultLogLevel(uint32_t level) noexcept {
+  const nxc::ApiCallLock callLock;
   if (level > kMaxLogLevel) {
     NXCLog(LOG_ERR, "NXC_SetDefaultLogLevel", "Invalid log level: %x, max log level: %x", level,
            kMaxLogLevel);
@@ -79,11 +80,18 @@ extern "C" bool NXC_SetDefaultLogLevel(uint32_t level) noexcept {
   return NXCSetVnetCfgLogLevel(static_cast<int32_t>(level));
 }
 
-extern "C" uint32_t NXC_GetDefaultLogLevel(void) noexcept { return NXCGetVnetCfgLogLevel(); }
+extern "C" uint32_t NXC_GetDefaultLogLevel(void) noexcept {
+  const nxc::ApiCallLock callLock;
+  return NXCGetVnetCfgLogLevel();
+}
 
 extern "C" bool NXC_SetCurrentLogLevel(uint32_t level) noexcept {
+  const nxc::ApiCallLock callLock;
   nxcContext.logMask = level;
   return true;
 }
 
-extern "C" uint32_t NXC_GetCurrentLogLevel(void) noexcept { return nxcContext.logMask; }
+extern "C" uint32_t NXC_GetCurrentLogLevel(void) noexcept {
+  const nxc::ApiCallLock callLock;
+  return nxcContext.logMask;
+}

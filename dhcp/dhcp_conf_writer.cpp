@@ -17,11 +17,14 @@
 
 #include "base/scope_guard.h"
 #include "base/sha1.h"
+#include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
+#include "dhcp/dhcp_priv.h"
 #include "nexcfg_internal.h"
 
 using nxc::CPtr;
+using nxc::DhcpBlockPos;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
@@ -52,19 +55,13 @@ static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
 // The zynet adapters' fixed organisational prefix.
 constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
 
-// Offsets of the protected block: blockStart at the first byte of the start
-// marker, blockEnd just after the end marker's newline. {0, 0} means no
-// usable block, so no user text is carried over.
-struct BlockPos {
-  int64_t start = 0;
-  int64_t end = 0;
-};
-
 const char *ErrText(int err) { return strerror(err); }
 
-// Finds the block's markers. A later start marker replaces an earlier one;
-// the first end marker ends the search.
-bool LocateBlock(FILE *file, BlockPos *pos) {
+}  // namespace
+
+namespace nxc {
+
+bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
   static constexpr char kFn[] = "NXCLocateZynetDHCPBlock";
   InternalEnter(kFn, __LINE__);
   // Logged at the error level on purpose: it marks every regeneration.
@@ -94,11 +91,15 @@ bool LocateBlock(FILE *file, BlockPos *pos) {
   return InternalExit(kFn, __LINE__, true);
 }
 
+}  // namespace nxc
+
+namespace {
+
 // The block of the existing file whose hash matches the stored one, or {0, 0}
 // when the block is missing, cannot be hashed or was edited.
-BlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
-  BlockPos pos;
-  if (!LocateBlock(file, &pos)) return {};
+DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
+  DhcpBlockPos pos;
+  if (!LocateDhcpBlock(file, &pos)) return {};
   NXCLog(LOG_INFO2, fn, "Located positions: Start: %li, End: %li, Size: %li",
          static_cast<long>(pos.start), static_cast<long>(pos.end),
          static_cast<long>(pos.end - pos.start));
@@ -232,8 +233,16 @@ struct DhcpValues {
   char routers[kIPTextSize] = "";
 };
 
+// A parameter's value for the file; one that holds a line break (or any
+// control character) would write lines of its own into dhcpd.conf and is
+// refused.
 bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
-  return NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size);
+  if (!NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
+  if (!nxc::HasControlChar(buf)) return true;
+  NXCLog(LOG_ERR, "NXCDHCPWriteDHCPCfg",
+         "Refusing DHCP parameter %s: it holds a line break or another control character",
+         NXCDHCPParamIDToName[id - NXC_DHCP_PARAM_BASE]);
+  return false;
 }
 
 bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
@@ -437,7 +446,7 @@ bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *f
 
 // Everything after the file was opened for writing: the kept prefix (or the
 // header), the block, its hash, the kept suffix and the leases file.
-bool WriteConfig(uint32_t vnet, FILE *file, const BlockPos &old, const char *bakPath,
+bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char *bakPath,
                  const char *fn) {
   if (old.start != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
@@ -511,7 +520,7 @@ extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
     return InternalExit(kFn, __LINE__, false);
   }
   char bakPath[kPathSize] = "";
-  BlockPos old;
+  DhcpBlockPos old;
   UniqueFile file;
   bool created = false;
   UniqueFile existing(fopen(path, "re"));

@@ -39,6 +39,31 @@ uint32_t IPOrZero(const char *text) {
   return address;
 }
 
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Reads six colon-separated octets of one or two hex digits each, and
+// nothing else: no blank, sign or "0x" gets in. Returns the count the way a
+// scan with a trailing "%c" counts: the octets read before the first
+// mismatch, 7 when text follows the sixth, -1 for an empty text.
+int ScanMACOctets(const char *p, unsigned (&octets)[6]) {
+  if (*p == '\0') return -1;
+  for (int count = 0; count < 6; ++count) {
+    if (count > 0 && *p++ != ':') return count;
+    unsigned value = 0;
+    int digits = 0;
+    for (int d; digits < 2 && (d = HexDigit(*p)) >= 0; ++digits, ++p)
+      value = value * 16 + static_cast<unsigned>(d);
+    if (digits == 0) return count;
+    octets[count] = value;
+  }
+  return *p == '\0' ? 6 : 7;
+}
+
 }  // namespace
 
 extern "C" bool NXCIPStr2Int(const char *text, uint32_t *address) noexcept {
@@ -93,10 +118,7 @@ extern "C" bool NXCIsValidSubnetMask(const char *mask) noexcept {
 extern "C" bool NXCMACStandardizeFormat(const char *text, char *buffer) noexcept {
   static constexpr char kFn[] = "NXCMACStandardizeFormat";
   unsigned b[6] = {};
-  char trailing = '\0';
-  int scanned = text ? sscanf(text, "%2x:%2x:%2x:%2x:%2x:%2x%c", &b[0], &b[1], &b[2], &b[3],
-                              &b[4], &b[5], &trailing)
-                     : -1;
+  int scanned = text ? ScanMACOctets(text, b) : -1;
   if (scanned != 6) {
     NXCLog(LOG_ERR, kFn, "sscanf failed, scanned %d elements", scanned);
     return false;

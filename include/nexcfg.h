@@ -4,9 +4,11 @@
  * libnexcfg owns the configuration of the hypervisor's virtual networks
  * (vnets "zynet0" ... "zynet255"): host-only adapters and subnets, DHCP, NAT
  * and bridge mappings. Callers load the library once per process with
- * NXC_Load(), make their calls from one thread at a time, and unload with
- * NXC_Unload(). Every call returns its result and explains failures only in
- * the library's log (/var/log/nexcfg unless the database names another).
+ * NXC_Load(), make their calls, and unload with NXC_Unload(). Calls from
+ * several threads run one at a time; a value NXC_VnetCfgGetAnswer() points
+ * to stays valid only until the next change, from any thread. Every call
+ * returns its result and explains failures only in the library's log
+ * (/var/log/nexcfg unless the database names another).
  *
  * The records below are part of the binary interface; their layouts never
  * change.

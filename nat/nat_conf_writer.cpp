@@ -10,6 +10,7 @@
 
 #include <iterator>
 
+#include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -136,8 +137,16 @@ struct NatValues {
   char udpTimeout[kSwitchSize] = "";
 };
 
+// A parameter's value for the file; one that holds a line break (or any
+// control character) would write lines of its own into nat.conf and is
+// refused.
 bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
-  return NXCNATGetParameter(vnet, id, /*useDefault=*/true, buf, size);
+  if (!NXCNATGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
+  if (!nxc::HasControlChar(buf)) return true;
+  NXCLog(LOG_ERR, "NXCNATUpdateFromConfig",
+         "Refusing NAT parameter %s: it holds a line break or another control character",
+         NXCNATParamIDToName[id - NXC_NAT_PARAM_BASE]);
+  return false;
 }
 
 const char *ErrText(int err) { return strerror(err); }

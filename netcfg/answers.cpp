@@ -87,55 +87,51 @@ bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) 
 
 namespace {
 
-// Puts the answer's previous state back after a failed change: removes a
-// new key, or sets the old value again (as a restoring change, which does
-// not roll back itself).
-bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value,
-                              bool restoring);
-
+// Puts the answer's previous state back into the table after its change
+// could not be written: removes a new key, or sets the old value again. The
+// file is not touched: the failed write left it as it was.
 void RollbackAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *newValue,
-                    const char *oldValue, bool restoring) {
+                    const char *oldValue) {
   static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
-  if (restoring) return;
   if (!oldValue) {
-    if (!NXCNetCfgRemoveAnswer(db, key))
+    if (!db->answers->Delete(StrKey(key)))
       NXCLog(LOG_ERR, kFn, "Failed to remove newly added record, %s:%s", key, newValue);
     return;
   }
-  if (!NetCfgAddAnswerStringInt(db, key, oldValue, /*restoring=*/true))
+  if (!NetCfgHashAddAnswer(&db->answers, key, oldValue))
     NXCLog(LOG_ERR, kFn, "Failed to restore previous values %s:%s", key, oldValue);
 }
 
 // The worker of the add calls: sets key to value in the cache, then appends
-// "remove_answer" (when the key had a value) and "answer" to the file.
-bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value,
-                              bool restoring) {
+// "remove_answer" (when the key had a value) and "answer" to the file, both
+// in one write.
+bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value) {
   static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
   const char *current = nullptr;
   bool hadValue = NXCNetCfgGetAnswerString(db, key, &current);
-  CPtr<char> addRecord(AllocPrint("answer %s %s\n", key, value));
-  CPtr<char> removeRecord(hadValue ? AllocPrint("remove_answer %s\n", key) : nullptr);
+  CPtr<char> records(hadValue ? AllocPrint("remove_answer %s\nanswer %s %s\n", key, key, value)
+                              : AllocPrint("answer %s %s\n", key, value));
   CPtr<char> oldValue(hadValue ? strdup(current) : nullptr);
-  if (!addRecord || (hadValue && (!removeRecord || !oldValue))) {
-    NXCLog(LOG_ERR, kFn, "Memory allocation failed: a: %p, d: %p, o: %p", (void *)addRecord.get(),
-           (void *)removeRecord.get(), (void *)oldValue.get());
+  if (!records || (hadValue && !oldValue)) {
+    // The record texts are made together: neither pointer tells more.
+    NXCLog(LOG_ERR, kFn, "Memory allocation failed: a: %p, d: %p, o: %p", (void *)records.get(),
+           (void *)records.get(), (void *)oldValue.get());
     return false;  // nothing changed yet, so there is nothing to undo
   }
   if (!NetCfgHashAddAnswer(&db->answers, key, value)) {
     NXCLog(LOG_ERR, kFn, "Failed to add %s:%s to hash table", key, value);
-    RollbackAnswer(db, key, value, oldValue.get(), restoring);
-    return false;
+    return false;  // the table is as it was
   }
   int err = 0;
-  if (hadValue && !db->readOnly && !AppendToDatabase(db, removeRecord.get(), &err)) {
-    NXCLog(LOG_ERR, kFn, "Failed to remove: %s from database file, error: %s", key, strerror(err));
-    RollbackAnswer(db, key, value, oldValue.get(), restoring);
-    return false;
-  }
-  if (!db->readOnly && !AppendToDatabase(db, addRecord.get(), &err)) {
-    NXCLog(LOG_ERR, kFn, "Failed to write to %s:%s to database file, error: %s", key, value,
-           strerror(err));
-    RollbackAnswer(db, key, value, oldValue.get(), restoring);
+  if (!db->readOnly && !AppendChange(db, records.get(), strlen(records.get()), &err)) {
+    // One write carries both records; the first one names the failure.
+    if (hadValue)
+      NXCLog(LOG_ERR, kFn, "Failed to remove: %s from database file, error: %s", key,
+             strerror(err));
+    else
+      NXCLog(LOG_ERR, kFn, "Failed to write to %s:%s to database file, error: %s", key, value,
+             strerror(err));
+    RollbackAnswer(db, key, value, oldValue.get());
     return false;
   }
   db->changed = true;
@@ -194,7 +190,11 @@ extern "C" bool NXCNetCfgAddAnswerString(NXCNetworkConfigurationDB *cache, const
     NXCLog(LOG_ERR, __func__, "Invalid arguments");
     return false;
   }
-  return NetCfgAddAnswerStringInt(db, key, value, /*restoring=*/false);
+  if (!CheckRecordText(__func__, "answer key", key, RecordText::kWord)) return false;
+  CPtr<char> field(AllocPrint("value of answer %s", key));
+  if (!CheckRecordText(__func__, field ? field.get() : "answer value", value, RecordText::kValue))
+    return false;
+  return NetCfgAddAnswerStringInt(db, key, value);
 }
 
 extern "C" bool NXCNetCfgAddAnswerInt32(NXCNetworkConfigurationDB *cache, const char *key,
@@ -231,11 +231,12 @@ extern "C" bool NXCNetCfgRemoveAnswer(NXCNetworkConfigurationDB *cache, const ch
     return false;
   }
   key = keyCopy.get();
+  if (!CheckRecordText(kFn, "answer key", key, RecordText::kWord)) return false;
   if (!db->answers->Delete(StrKey(key))) {
     NXCLog(LOG_ERR, kFn, "Failed to remove \"%s\" from hash table", key);
   } else {
     int err = 0;
-    if (db->readOnly || AppendToDatabase(db, record.get(), &err)) {
+    if (db->readOnly || AppendChange(db, record.get(), strlen(record.get()), &err)) {
       db->changed = true;
       return true;
     }

@@ -88,7 +88,7 @@ extern "C" bool NXCNetCfgAddHostAdapterMapping(NXCNetworkConfigurationDB *cache,
                                                bool restoring) noexcept {
   static constexpr char kFn[] = "NXCNetCfgAddHostAdapterMapping";
   NXCNetworkConfigurationDB *db = CacheForAdapter(cache, adapter, kFn);
-  if (!db) return false;
+  if (!db || !CheckRecordText(kFn, "host adapter name", adapter, RecordText::kWord)) return false;
   const BridgeMappingEntry *existing = FindMapping(db, adapter);
   bool hadOld = existing != nullptr;
   int32_t oldVnet = hadOld ? existing->vnet : 0;
@@ -104,20 +104,26 @@ extern "C" bool NXCNetCfgAddHostAdapterMapping(NXCNetworkConfigurationDB *cache,
   }
   bool ok = true;
   int err = 0;
-  if (!db->readOnly && hadOld && !AppendRecordOf(db, NXC_REC_REMOVE_BRIDGE_MAPPING, &added, &err)) {
-    NXCLog(LOG_ERR, kFn,
-           "Failed to remove bridge mapping for adapter: %s To vnet: %d from database file, error: %s",
-           adapter, oldVnet, strerror(err));
-    ok = false;
-  } else if (!db->readOnly && !AppendRecordOf(db, NXC_REC_ADD_BRIDGE_MAPPING, &added, &err)) {
-    NXCLog(LOG_ERR, kFn, "Failed to write bridge for adapter: %s To vnet: %d to database file, error: %s",
-           adapter, vnet, strerror(err));
+  // A moved adapter's removal and its new mapping reach the file together.
+  if (!db->readOnly &&
+      !(hadOld ? AppendRecordsOf(db, {{NXC_REC_REMOVE_BRIDGE_MAPPING, &added},
+                                      {NXC_REC_ADD_BRIDGE_MAPPING, &added}}, &err)
+               : AppendRecordsOf(db, {{NXC_REC_ADD_BRIDGE_MAPPING, &added}}, &err))) {
+    if (hadOld)
+      NXCLog(LOG_ERR, kFn,
+             "Failed to remove bridge mapping for adapter: %s To vnet: %d from database file, error: %s",
+             adapter, oldVnet, strerror(err));
+    else
+      NXCLog(LOG_ERR, kFn,
+             "Failed to write bridge for adapter: %s To vnet: %d to database file, error: %s",
+             adapter, vnet, strerror(err));
     ok = false;
   }
   RecordTableInvalidate(&db->bridgeMappings);
   if (ok || restoring) return ok;
+  // The failed write left the file as it was: only the table is undone.
   if (hadOld) {
-    if (!NXCNetCfgAddHostAdapterMapping(db, adapter, oldVnet, /*restoring=*/true))
+    if (!NetCfgHashAddBridgeMapping(db, adapter, oldVnet))
       NXCLog(LOG_ERR, kFn, "Failed to restore previous values of Bridge mapping adapter: %s, vnet: %d",
              adapter, oldVnet);
   } else if (!NetCfgHashRemoveBridgeMapping(db, adapter)) {
@@ -141,7 +147,7 @@ extern "C" bool NXCNetCfgRemoveHostAdapterMapping(NXCNetworkConfigurationDB *cac
     NXCLog(LOG_ERR, kFn, "Removing Bridge mapping failed");
     return false;
   }
-  if (db->readOnly || AppendRecordOf(db, NXC_REC_REMOVE_BRIDGE_MAPPING, &removed)) {
+  if (db->readOnly || AppendRecordsOf(db, {{NXC_REC_REMOVE_BRIDGE_MAPPING, &removed}})) {
     db->changed = true;
     return true;
   }

@@ -63,7 +63,9 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
   static constexpr char kFn[] = "NXCNetCfgAddDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   char mac[kMacSize];
-  if (!db || !ip || !CanonicalMac(macText, mac)) return false;
+  if (!db || !ip || !CanonicalMac(macText, mac) ||
+      !CheckRecordAddress(kFn, "DHCP mapping IP address", ip))
+    return false;
   char oldIP[kIPSize] = "";
   DHCPMACToIPEntry *existing = FindMapping(db, vnet, mac);
   bool hadOld = existing && CopyOut(existing->ip, oldIP, sizeof oldIP);
@@ -72,14 +74,18 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
     NXCLog(LOG_ERR, kFn, "Failed to add DHCP address mapping for MAC: %s To IP: %s", mac, ip);
     return false;
   }
-  bool ok = db->readOnly || ((!hadOld || AppendRecordOf(db, NXC_REC_REMOVE_DHCP_MAC_TO_IP, &added)) &&
-                             AppendRecordOf(db, NXC_REC_ADD_DHCP_MAC_TO_IP, &added));
+  // A replaced mapping's removal and the new one reach the file together.
+  bool ok = db->readOnly ||
+            (hadOld ? AppendRecordsOf(db, {{NXC_REC_REMOVE_DHCP_MAC_TO_IP, &added},
+                                           {NXC_REC_ADD_DHCP_MAC_TO_IP, &added}})
+                    : AppendRecordsOf(db, {{NXC_REC_ADD_DHCP_MAC_TO_IP, &added}}));
   RecordTableInvalidate(&db->dhcp[vnet]);
   if (ok) return true;
   NXCLog(LOG_ERR, kFn, "Failed to add DHCP address mapping record for MAC: %s To IP: %s", mac, ip);
   if (restoring) return false;
+  // The failed write left the file as it was: only the table is undone.
   if (hadOld) {
-    if (!NXCNetCfgAddDHCPMACToIP(db, vnet, mac, oldIP, /*restoring=*/true))
+    if (!NetCfgHashAddDHCPMACToIP(db, vnet, mac, oldIP))
       NXCLog(LOG_ERR, kFn, "Failed to restore previous values of DHCP mapping, mac: %s, ip: %s", mac,
              oldIP);
   } else if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
@@ -101,7 +107,7 @@ extern "C" bool NXCNetCfgRemoveDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
     NXCLog(LOG_ERR, kFn, "Failed to remove DHCP address mapping for MAC: %s", mac);
     return false;
   }
-  if (db->readOnly || AppendRecordOf(db, NXC_REC_REMOVE_DHCP_MAC_TO_IP, &removed)) {
+  if (db->readOnly || AppendRecordsOf(db, {{NXC_REC_REMOVE_DHCP_MAC_TO_IP, &removed}})) {
     db->changed = true;
     return true;
   }
@@ -180,12 +186,7 @@ extern "C" bool NXCNetCfgRemoveAllDHCPMACToIPMapping(NXCNetworkConfigurationDB *
   RecordTable *t = &db->dhcp[vnet];
   if (!t->table) return true;
   bool ok = true;
-  if (writeRecords && t->table->ForEach(
-                          [](HashKey, void *entry, void *c) {
-                            auto *d = static_cast<NXCNetworkConfigurationDB *>(c);
-                            return AppendRecordOf(d, NXC_REC_REMOVE_DHCP_MAC_TO_IP, entry) ? 0 : 1;
-                          },
-                          db) != 0) {
+  if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_DHCP_MAC_TO_IP, t->table)) {
     NXCLog(LOG_WRN, kFn, "All the DHCP mappings could not be deleted");
     ok = false;
   }

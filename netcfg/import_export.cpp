@@ -153,7 +153,8 @@ bool UpgradeAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *v
     return true;
   }
   if (field == "INTERFACE") {
-    if (!shortValue) {
+    // An adapter name is one word of its bridge mapping record.
+    if (!shortValue || strchr(value, ' ') || HasControlChar(value)) {
       NXCLog(LOG_WRN, fn, "Invalid adapter name: %s, deleting record", value);
     } else if (!NetCfgHashAddBridgeMapping(db, value, static_cast<int32_t>(vnet))) {
       NXCLog(LOG_ERR, fn, "Failed to add bridge mapping record to hash table, aborting");
@@ -239,16 +240,16 @@ bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, b
   }
   free(db->path);
   db->path = path;
-  if (db->stream) (void)fclose(db->stream);
-  db->stream = fopen(databasePath, "ab+e");
-  if (!db->stream) {
-    int err = errno;
+  int err = 0;
+  if (!JournalOpen(db, databasePath, /*append=*/true, /*create=*/true, &err)) {
     if (merging)
       NXCLog(LOG_ERR, fn, "Failed to open database file after import,error: %s", strerror(err));
     else
       NXCLog(LOG_ERR, fn, "Failed to open database file after import, error: %s", strerror(err));
     return false;
   }
+  // The cache's contents stand for the database's, whatever the file holds.
+  JournalMarkKnown(db);
   NXCLog(LOG_ERR, fn, "Reopened database file: %s", databasePath);
   return true;
 }

@@ -15,6 +15,7 @@
 
 #include "base/config_file.h"
 #include "base/line_reader.h"
+#include "base/scope_guard.h"
 #include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
@@ -25,8 +26,7 @@ NXCNetworkConfigurationDB *gDefaultCache = nullptr;
 
 namespace {
 
-constexpr size_t kMaxLineLength = 1024;
-constexpr uint32_t kLockTimeoutMs = 3500;
+constexpr size_t kMaxLineLength = 1024;  // of the version line
 constexpr uint32_t kSupportedMajor = 1;
 constexpr size_t kMaxDescriptionLength = 127;
 constexpr size_t kAdapterNameSize = 128;
@@ -47,8 +47,8 @@ bool NextToken(std::string_view *rest, std::string_view *token) {
 template <size_t N>
 bool CopyToken(std::string_view token, char (&out)[N]) {
   if (token.size() >= N) return false;
-  memcpy(out, token.data(), token.size());
-  out[token.size()] = '\0';
+  // copy() and not memcpy(): an empty token may have no data pointer.
+  out[token.copy(out, token.size())] = '\0';
   return true;
 }
 
@@ -318,7 +318,6 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
   std::string_view text(line.get());
   size_t eq = text.find('=');
   std::string_view name = text.substr(0, eq);
-  std::string_view numbers = eq == std::string_view::npos ? std::string_view() : text.substr(eq + 1);
   if (!db->backup && name != "VERSION") {
     NXCLog(LOG_ERR, fn, "Database file must have version number, aborting");
     return VersionLine::kFailed;
@@ -332,25 +331,39 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
     }
     return VersionLine::kLegacy;
   }
-  CPtr<char> numbersText(strndup(numbers.data(), numbers.size()));
-  if (!numbersText || !ParseVersionString(numbersText.get(), &db->major, &db->minor))
-    return VersionLine::kFailed;
+  // The numbers are the rest of the line after the "="; a line without one
+  // has none.
+  const char *numbers = eq == std::string_view::npos ? "" : line.get() + eq + 1;
+  if (!ParseVersionString(numbers, &db->major, &db->minor)) return VersionLine::kFailed;
   return VersionLine::kOk;
 }
 
-// Reads every record after the version line; false on a read error.
+// Reads every record after the version line; false on a read error. Lines
+// are read whole, however long. A last line without its end is what a
+// writer that died while appending leaves: it is reported like any other
+// line that cannot be parsed.
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn) {
-  uint32_t lineNumber = firstLineNumber;
-  for (;;) {
-    int err = 0;
-    CPtr<char> line(ReadNextLine(reader, kMaxLineLength, &err));
-    if (!line) {
-      if (err == 0) return true;
-      NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(err));
+  char *line = nullptr;
+  size_t capacity = 0;
+  ScopeGuard freeLine([&] { free(line); });
+  for (uint32_t lineNumber = firstLineNumber;; ++lineNumber) {
+    errno = 0;
+    ssize_t length = getline(&line, &capacity, reader);
+    if (length < 0) {
+      int err = errno;
+      if (!ferror(reader) && err != ENOMEM) return true;
+      NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s",
+             strerror(err ? err : EIO));
       return false;
     }
-    ParseRecordLine(db, line.get(), lineNumber++);
+    if (line[length - 1] != '\n') {
+      NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
+             line);
+      continue;
+    }
+    line[length - 1] = '\0';
+    ParseRecordLine(db, line, lineNumber);
   }
 }
 
@@ -376,6 +389,24 @@ bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
   return ok;
 }
 
+// Reads the version line and the records of the file at path into db.
+bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
+  UniqueFile reader(fopen(path, "re"));
+  if (!reader) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "Unable to open network configuration database file, error: %s",
+           strerror(err));
+    return false;
+  }
+  VersionLine version = ReadVersionLine(db, reader.get(), fn);
+  if (version == VersionLine::kFailed) return false;
+  if (version == VersionLine::kLegacy) db->major = db->minor = 0;
+  NXCLog(LOG_INFO2, fn, "Database file, Major version: %u, Minor version: %u", db->major,
+         db->minor);
+  // The version line is line 1; a legacy backup's first line is a record.
+  return ReadRecords(db, reader.get(), version == VersionLine::kLegacy ? 1 : 2, fn);
+}
+
 // Steps 4 to 14 of a load into the fresh cache db; on failure the caller
 // frees db.
 bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, bool readOnly,
@@ -388,19 +419,13 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
              err ? strerror(err) : "timed out");
       return false;
     }
+    RemoveStaleRewrites(path, fn);
   }
   db->backup = backup;
   db->readOnly = readOnly;
-  db->stream = fopen(path, readOnly ? "re" : "r+e");
-  if (!db->stream) {
-    err = errno;
+  if (!JournalOpen(db, path, /*append=*/!readOnly, /*create=*/false, &err)) {
     NXCLog(LOG_ERR, fn, "Unable to open network configuration database file, error: %s",
            strerror(err));
-    return false;
-  }
-  if (!backup && setvbuf(db->stream, nullptr, _IONBF, 0) != 0) {
-    err = errno;
-    NXCLog(LOG_ERR, fn, "Unable to set stream to unbuffered IO, error: %s", strerror(err));
     return false;
   }
   db->path = strdup(path);
@@ -409,28 +434,11 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
     NXCLog(LOG_ERR, fn, "strdup failed, error: %s", strerror(err));
     return false;
   }
-  // The records are read through a buffered stream of their own: the
-  // database stream is unbuffered so that each appended record reaches the
-  // file at once, and reading through it would cost a system call a byte.
-  UniqueFile reader(fopen(path, "re"));
-  if (!reader) {
-    err = errno;
-    NXCLog(LOG_ERR, fn, "Unable to open network configuration database file, error: %s",
-           strerror(err));
-    return false;
-  }
-  VersionLine version = ReadVersionLine(db, reader.get(), fn);
-  if (version == VersionLine::kFailed) return false;
-  if (version == VersionLine::kLegacy) db->major = db->minor = 0;
-  NXCLog(LOG_INFO2, fn, "Database file, Major version: %u, Minor version: %u", db->major,
-         db->minor);
-  // The version line is line 1; a legacy backup's first line is a record.
-  if (!ReadRecords(db, reader.get(), version == VersionLine::kLegacy ? 1 : 2, fn)) return false;
-  if (fseek(db->stream, 0, SEEK_END) != 0) {
-    err = errno;
-    NXCLog(LOG_ERR, fn, "fseek: failed, error: %s", strerror(err));
-    return false;
-  }
+  // The records are read through a buffered stream of their own; the
+  // database descriptor only ever appends.
+  if (!ReadJournal(db, path, fn)) return false;
+  // Under the lock nobody appended meanwhile: the cache holds the file.
+  JournalMarkKnown(db);
   if (db->lock) {
     FileLock *lock = db->lock;
     db->lock = nullptr;
@@ -443,6 +451,22 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
 }
 
 }  // namespace
+
+bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
+                      const char *fn) {
+  NXCNetworkConfigurationDB *db = NewCache(fn);
+  if (!db) return false;
+  db->backup = backup;
+  db->readOnly = true;  // never appended to
+  db->path = strdup(path);
+  if (!db->path || !ReadJournal(db, path, fn)) {
+    NXCLog(LOG_ERR, fn, "Failed to load database cache with contents of file: %s", path);
+    FreeCache(db);
+    return false;
+  }
+  *out = db;
+  return true;
+}
 
 bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor) {
   static constexpr char kFn[] = "ParseVersionString";
@@ -484,13 +508,8 @@ extern "C" bool NXCNetCfgLoad(const char *path, NXCNetworkConfigurationDB **out,
     NXCLog(LOG_ERR, kFn, "Import file does not exist");
     return false;
   }
-  auto *db = static_cast<NXCNetworkConfigurationDB *>(calloc(1, sizeof(NXCNetworkConfigurationDB)));
-  if (!db) {
-    int err = errno;
-    NXCLog(LOG_ERR, kFn, "Failed to allocate memory for NXCNetworkConfigurationDB, error: %s",
-           strerror(err));
-    return false;
-  }
+  NXCNetworkConfigurationDB *db = NewCache(kFn);
+  if (!db) return false;
   if (!FillCache(db, path, backup, readOnly, kFn)) {
     NXCLog(LOG_ERR, kFn, "Failed to load database cache with contents of file: %s", path);
     (void)NXCNetCfgUnload(&db, /*writeBack=*/false);

@@ -4,10 +4,6 @@
 
 #include "netcfg/netcfg_priv.h"
 
-namespace {
-constexpr uint32_t kLockTimeoutMs = 3500;
-}
-
 using namespace nxc;
 
 extern "C" bool NXCNetCfgLockConfig(NXCNetworkConfigurationDB *cache) noexcept {

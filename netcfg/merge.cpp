@@ -146,6 +146,15 @@ bool StartVnetServices(uint32_t vnet, const char *fn) {
 bool InstallMergedCache(NXCNetworkConfigurationDB **incoming, const char *dbPath, const char *fn) {
   NXCNetworkConfigurationDB *db = *incoming;
   (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
+  // Held from here to the rewrite, so that no other process appends to the
+  // file that the merged contents replace; the unload releases it.
+  int err = 0;
+  db->lock = FileLockAcquire(dbPath, kLockTimeoutMs, &err);
+  if (!db->lock) {
+    NXCLog(LOG_ERR, fn, "Failed to lock config file, file: %s, error: %s", dbPath,
+           err ? strerror(err) : "timed out");
+    return false;
+  }
   if (!ReopenAsDatabase(db, dbPath, /*merging=*/true, fn)) return false;
   db->backup = false;
   db->readOnly = false;

@@ -14,6 +14,8 @@ namespace nxc {
 
 namespace {
 
+constexpr size_t kMaxPrefixLength = 63;
+
 // CacheForVnet, and a prefix is required.
 NXCNetworkConfigurationDB *CacheForPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                           const char *prefix, const char *fn) {
@@ -35,7 +37,7 @@ bool AppendPrefixRecord(NXCNetworkConfigurationDB *db, uint32_t type, uint32_t v
     *error = ENOMEM;
     return false;
   }
-  return AppendToDatabase(db, text.get(), error);
+  return AppendChange(db, text.get(), strlen(text.get()), error);
 }
 
 bool HasPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
@@ -81,6 +83,9 @@ extern "C" bool NXCNetCfgAddNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t
   NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db) return false;
   if (HasPrefix(db, vnet, prefix)) return true;
+  // The loader reads a prefix into 64 bytes.
+  if (!CheckRecordText(kFn, "NAT prefix", prefix, RecordText::kWord, kMaxPrefixLength))
+    return false;
   if (!NetCfgHashAddNATPrefix(db, vnet, prefix)) {
     NXCLog(LOG_ERR, kFn, "Failed to add prefix: %s to record", prefix);
     return false;
@@ -148,18 +153,7 @@ extern "C" bool NXCNetCfgRemoveAllNATPrefix(NXCNetworkConfigurationDB *cache, ui
   if (!db) return false;
   RecordTable *t = &db->prefixes[vnet];
   if (!t->table) return true;
-  bool ok = !writeRecords || t->table->ForEach(
-                                 [](HashKey, void *entry, void *c) {
-                                   auto *e = static_cast<NATPrefixEntry *>(entry);
-                                   int err = 0;
-                                   return AppendPrefixRecord(
-                                              static_cast<NXCNetworkConfigurationDB *>(c),
-                                              NXC_REC_REMOVE_NAT_PREFIX, e->vnet, e->prefix, &err)
-                                              ? 0
-                                              : 1;
-                                 },
-                                 db) == 0;
-  if (ok && writeRecords) db->changed = true;
+  bool ok = !writeRecords || AppendRemovals(db, NXC_REC_REMOVE_NAT_PREFIX, t->table);
   RecordTableDestroy(t);
   return ok;
 }

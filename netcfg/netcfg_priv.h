@@ -1,9 +1,13 @@
 // netcfg_priv.h - the database cache and the pieces its files share.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
+#include <initializer_list>
 #include <string_view>
 
+#include "base/byte_buffer.h"
 #include "base/file_lock.h"
 #include "base/hash_table.h"
 #include "nexcfg_internal.h"
@@ -131,15 +135,27 @@ inline constexpr std::array<std::string_view, 32> kKnownVnetFields = {
 
 // ---- The cache -------------------------------------------------------------
 
+// What a cache knows of its database file. Other processes append to the
+// same file, and a compact rewrite elsewhere renames a new file over it; a
+// cache whose file holds records it has not read must not rewrite the
+// database from its own tables.
+struct JournalState {
+  dev_t dev;    // the file the descriptor is open on
+  ino_t ino;
+  off_t known;  // its first bytes, which the cache accounts for in order
+  bool behind;  // the file holds records of others before or after known
+};
+
 struct NXCNetworkConfigurationDB {
   nxc::FileLock *lock;  // held between lock and unlock, else null
-  FILE *stream;         // the database file, open while the cache lives
+  int fd;               // the database file (O_APPEND unless read-only), or -1
   char *path;
   bool backup;
   bool changed;  // a record was appended since loading
   uint32_t major;
   uint32_t minor;
   bool readOnly;
+  JournalState journal;
   nxc::HashTable *answers;
   RecordTable bridgeMappings;
   NATVnetPortFwdConfig *portFwd[kNumVnets];
@@ -157,21 +173,121 @@ inline NXCNetworkConfigurationDB *ResolveCache(NXCNetworkConfigurationDB *cache)
   return cache ? cache : gDefaultCache;
 }
 
-// Appends one record line to the database stream (at its end). On failure
-// returns false with *error set to errno; the cache is not touched.
-bool AppendToDatabase(NXCNetworkConfigurationDB *db, const char *text, int *error);
+// How long a change waits for the database lock held elsewhere.
+inline constexpr uint32_t kLockTimeoutMs = 3500;
+
+// ---- The journal (journal.cpp) ---------------------------------------------
+
+// A new, empty cache (no file open); null, logged under fn, when memory
+// runs out.
+NXCNetworkConfigurationDB *NewCache(const char *fn);
+// Frees a cache's tables, path and the cache itself; nothing is written.
+void FreeCache(NXCNetworkConfigurationDB *db);
+
+// Opens path as the cache's database file, for appending or only for
+// reading, creating it when create. False with *error set to errno.
+bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, bool create,
+                 int *error);
+// Records that the cache now accounts for the whole file as it is. Called
+// where nobody else can append: under the lock, or on a file just made.
+void JournalMarkKnown(NXCNetworkConfigurationDB *db);
+// True when the file at the cache's path is the cache's file and holds
+// nothing the cache does not account for. Meaningful under the lock only.
+bool JournalInSync(NXCNetworkConfigurationDB *db);
+// Closes the cache's database file.
+void JournalClose(NXCNetworkConfigurationDB *db);
+
+// Appends the records of one change (whole lines) to the database file in
+// a single write, under the database lock (the cache's own, or taken for
+// this append), and makes them durable (fdatasync) before returning true.
+// An unfinished line left at the end by a writer that died is cut first. A
+// write that fails or comes up short is cut back, so the file is as it was;
+// *error then has the errno. The cache's tables are not touched.
+bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length, int *error);
+
+// The temporary file pattern of a compact rewrite of path: ".<name>.XXXXXX"
+// beside it. False when it does not fit size.
+bool RewritePattern(const char *path, char *pattern, size_t size);
+// Removes the temporary files that interrupted rewrites of path left
+// beside it (logged). Called under the database lock, which every rewrite
+// holds, so none of them is in use.
+void RemoveStaleRewrites(const char *path, const char *fn);
+
+// The database lock for one scope: the cache's own lock when it holds it,
+// else taken here (time-out kLockTimeoutMs) and released at scope exit.
+class DatabaseLockScope {
+ public:
+  explicit DatabaseLockScope(NXCNetworkConfigurationDB *db);
+  ~DatabaseLockScope();
+  DatabaseLockScope(const DatabaseLockScope &) = delete;
+  DatabaseLockScope &operator=(const DatabaseLockScope &) = delete;
+  bool held() const { return held_; }
+  int error() const { return error_; }  // why it could not be had; 0: timed out
+
+ private:
+  FileLock *own_ = nullptr;
+  bool held_ = false;
+  int error_ = 0;
+};
+
+// ---- Text that goes into records (record_text.cpp) --------------------------
+
+// How a caller's text is held in a record line: a record must read back as
+// exactly the text it was written from, and one line must stay one record.
+enum class RecordText {
+  kWord,        // non-empty and without blanks: a key, an adapter name, a prefix
+  kValue,       // non-empty: an answer's value, the rest of its line
+  kRestOfLine,  // may be empty: a port forward's description
+};
+// True when text can go into a record as kind says, with at most maxLength
+// bytes (0: any length). Otherwise logs one LOG_ERR line under fn that
+// names field and the reason, and returns false. No text may hold a line
+// break or any other control character.
+bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
+                     size_t maxLength = 0);
+// True when text is an IPv4 address as the library writes them (dotted
+// decimal without blanks or leading zeros); else as CheckRecordText.
+bool CheckRecordAddress(const char *fn, const char *field, const char *text);
+
+// ---- Records -----------------------------------------------------------------
+
+// The records of one change, gathered so that they reach the database file
+// in a single append.
+class ChangeRecords {
+ public:
+  // Adds the record of type for entry (an entry of the matching kind).
+  // False, logged once, when memory runs out; the change then fails.
+  bool Add(uint32_t type, const void *entry);
+  // Appends all of them with AppendChange and marks the cache changed. On
+  // failure logs "Failed to write record to database file: %s" with the
+  // first record; *error (optional) gets the errno.
+  bool AppendTo(NXCNetworkConfigurationDB *db, int *error = nullptr);
+  bool empty() const { return text_.Size() == 0 && !failed_; }
+
+ private:
+  ByteBuffer text_;
+  size_t firstLength_ = 0;
+  bool failed_ = false;
+};
+
+// One record of a change: its type and an entry of the matching kind.
+struct RecordOf {
+  uint32_t type;
+  const void *entry;
+};
+// A ChangeRecords of the given records, appended.
+bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
+                     int *error = nullptr);
+// Appends a removal record of the given type for every entry of table, as
+// one change; false (logged) when it could not be written.
+bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table);
 // The cache (the default one for null) for a call on vnet's records; null,
 // after logging why, when no cache is loaded or the vnet is out of range.
 NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                         const char *fn);
-// Appends the record of the given type for entry to the cache's own
-// stream with NetCfgWriteRecordToConfig (which logs a failure).
-// *error (optional) receives the errno of a failed write.
-bool AppendRecordOf(NXCNetworkConfigurationDB *db, uint32_t type, const void *entry,
-                    int *error = nullptr);
 // Copies text into an output buffer when it fits whole (length + 1 <= size).
 bool CopyOut(const char *text, char *buffer, size_t size);
-// The same on any stream (a rewrite's new file).
+// Appends text at the end of a stream (a rewrite's new file).
 bool AppendToStream(FILE *stream, const char *text, int *error);
 
 // The text of a record of the given type for an entry of the matching kind
@@ -207,14 +323,12 @@ bool NetCfgHashRemoveNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, con
 // buffer.
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup);
 
-class ByteBuffer;
-
 // Writes the same records in the same order into buffer, without a version
 // line. Returns the failure flag: false when everything was written.
 bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
 
-// What NetCfgWriteRecordToConfig appends to: the record type and the cache
-// whose stream receives it (stream: that cache's, or a rewrite's new file).
+// What NetCfgWriteRecordToConfig appends to: the record type, the cache the
+// record comes from and the stream of a compact rewrite's new file.
 struct RecordWriterContext {
   uint32_t type;
   NXCNetworkConfigurationDB *cache;
@@ -226,10 +340,16 @@ struct RecordWriterContext {
 // failure flag: 0 written or skipped, 1 failed (and logged).
 int NetCfgWriteRecordToConfig(HashKey key, void *entry, void *context);
 
-// Gives an imported or merged cache the database's name and an append
-// stream on the database file (the merge's failure line keeps its own
+// Gives an imported or merged cache the database's name and opens the
+// database file for appending to it (the merge's failure line keeps its own
 // wording). False, logged, when either cannot be had.
 bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
+                      const char *fn);
+
+// Reads the database file at path into a new cache that keeps no file
+// open, for a caller that holds the database lock; logged as a load is.
+// False when the file cannot be read (the cache is then freed).
+bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
                       const char *fn);
 
 // Parses "<major>,<minor>" of a version line; logs and fails on anything

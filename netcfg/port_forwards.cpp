@@ -112,27 +112,33 @@ extern "C" bool NXCNetCfgAddNATPortFwd(NXCNetworkConfigurationDB *cache, uint32_
     NXCLog(LOG_ERR, kFn, "Invalid arguments");
     return false;
   }
+  if (!CheckRecordAddress(kFn, "VM IP address", vmIP) ||
+      (description && !CheckRecordText(kFn, "port forward description", description,
+                                       RecordText::kRestOfLine, kDescriptionSize - 1)))
+    return false;
   SavedForward old = SaveForward(FindForward(db, vnet, tcp, hostPort));
   NATPortFwdEntry added = {vnet, tcp, hostPort, const_cast<char *>(vmIP), vmPort,
                            const_cast<char *>(description)};
   bool ok = NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, vmIP, vmPort, description);
-  if (ok && !db->readOnly) {
-    if (old.present && !AppendRecordOf(db, NXC_REC_REMOVE_NAT_PORTFWD, &added)) {
+  // A replaced forward's removal and the new one reach the file together.
+  if (ok && !db->readOnly &&
+      !(old.present ? AppendRecordsOf(db, {{NXC_REC_REMOVE_NAT_PORTFWD, &added},
+                                           {NXC_REC_ADD_NAT_PORTFWD, &added}})
+                    : AppendRecordsOf(db, {{NXC_REC_ADD_NAT_PORTFWD, &added}}))) {
+    if (old.present)
       NXCLog(LOG_ERR, kFn, "Failed to remove port forward record for %s port %u", ProtocolName(tcp),
              hostPort);
-      ok = false;
-    } else if (!AppendRecordOf(db, NXC_REC_ADD_NAT_PORTFWD, &added)) {
+    else
       NXCLog(LOG_ERR, kFn, "Failed to add port forward record for %s port %u", ProtocolName(tcp),
              hostPort);
-      ok = false;
-    }
+    ok = false;
   }
   RecordTableInvalidate(ProtocolTable(db, vnet, tcp));
   if (ok || restoring) return ok;
+  // The failed write left the file as it was: only the table is undone.
   if (old.present) {
-    if (!NXCNetCfgAddNATPortFwd(db, vnet, tcp, hostPort, old.vmIP, old.vmPort,
-                                old.hasDescription ? old.description : nullptr,
-                                /*restoring=*/true))
+    if (!NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, old.vmIP, old.vmPort,
+                                 old.hasDescription ? old.description : nullptr))
       NXCLog(LOG_ERR, kFn, "Failed to restore previous values, vnet: %u, %s, port %u, vmip: %s, vmPort: %u",
              vnet, ProtocolName(tcp), hostPort, old.vmIP, old.vmPort);
   } else if (!NetCfgHashRemoveNATPortFwd(db, vnet, tcp, hostPort)) {
@@ -161,7 +167,7 @@ extern "C" bool NXCNetCfgRemoveNATPortFwd(NXCNetworkConfigurationDB *cache, uint
     return false;
   }
   int err = 0;
-  if (!db->readOnly && !AppendRecordOf(db, NXC_REC_REMOVE_NAT_PORTFWD, &removed, &err)) {
+  if (!db->readOnly && !AppendRecordsOf(db, {{NXC_REC_REMOVE_NAT_PORTFWD, &removed}}, &err)) {
     NXCLog(LOG_ERR, kFn, "Failed to remove NAT port forward for %s port %u from database file, error: %s",
            ProtocolName(tcp), hostPort, strerror(err));
     if (!NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, vmIP, vmPort,
@@ -268,23 +274,12 @@ extern "C" bool NXCNetCfgRemoveAllNATPortFwd(NXCNetworkConfigurationDB *cache, u
   for (bool protoTcp : {true, false}) {
     RecordTable *t = protoTcp ? &block->tcp : &block->udp;
     if (!(protoTcp ? tcp : udp) || !t->table) continue;
-    if (writeRecords) {
-      struct Ctx {
-        NXCNetworkConfigurationDB *db;
-      } ctx{db};
-      size_t failed = t->table->ForEach(
-          [](HashKey, void *entry, void *c) {
-            return AppendRecordOf(static_cast<Ctx *>(c)->db, NXC_REC_REMOVE_NAT_PORTFWD, entry) ? 0
-                                                                                               : 1;
-          },
-          &ctx);
-      if (failed) {
-        if (protoTcp)
-          NXCLog(LOG_WRN, kFn, "All the forwarded TCP ports could not be deleted");
-        else
-          NXCLog(LOG_WRN, kFn, "All the forwarded UDP ports could not be deleted");
-        ok = false;
-      }
+    if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_NAT_PORTFWD, t->table)) {
+      if (protoTcp)
+        NXCLog(LOG_WRN, kFn, "All the forwarded TCP ports could not be deleted");
+      else
+        NXCLog(LOG_WRN, kFn, "All the forwarded UDP ports could not be deleted");
+      ok = false;
     }
     RecordTableDestroy(t);
   }

@@ -1,11 +1,13 @@
 // record_common.cpp - what every record family shares: the text of each
-// record type, appending a record to the database file, the generic record
-// table with its cached enumeration array, and the entry free functions.
+// record type, appending a change's records to the database file, the
+// generic record table with its cached enumeration array, and the entry
+// free functions.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "base/str_util.h"
+#include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
@@ -51,17 +53,12 @@ bool AppendToStream(FILE *stream, const char *text, int *error) {
     *error = EBADF;
     return false;
   }
-  // The database stream is unbuffered: a record reaches the file at once.
   if (fseek(stream, 0, SEEK_END) != 0 || fputs(text, stream) == EOF) {
     *error = errno;
     clearerr(stream);
     return false;
   }
   return true;
-}
-
-bool AppendToDatabase(NXCNetworkConfigurationDB *db, const char *text, int *error) {
-  return AppendToStream(db->stream, text, error);
 }
 
 NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
@@ -78,11 +75,55 @@ NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32
   return db;
 }
 
-bool AppendRecordOf(NXCNetworkConfigurationDB *db, uint32_t type, const void *entry, int *error) {
-  RecordWriterContext ctx = {type, db, db->stream, 0};
-  bool ok = NetCfgWriteRecordToConfig(NumKey(0), const_cast<void *>(entry), &ctx) == 0;
-  if (error) *error = ctx.error;
-  return ok;
+bool ChangeRecords::Add(uint32_t type, const void *entry) {
+  CPtr<char> text(FormatRecord(type, entry));
+  if (!failed_ && text && text_.AppendString(text.get())) {
+    if (firstLength_ == 0) firstLength_ = text_.Size();
+    return true;
+  }
+  if (!failed_)
+    NXCLog(LOG_ERR, "NetCfgWriteRecordToConfig", "Memory allocation failure, error: %s",
+           strerror(ENOMEM));
+  failed_ = true;
+  return false;
+}
+
+bool ChangeRecords::AppendTo(NXCNetworkConfigurationDB *db, int *error) {
+  int ignored = 0;
+  if (!error) error = &ignored;
+  if (failed_) {
+    *error = ENOMEM;
+    return false;
+  }
+  if (!AppendChange(db, text_.Data(), text_.Size(), error)) {
+    NXCLog(LOG_ERR, "NetCfgWriteRecordToConfig", "Failed to write record to database file: %.*s",
+           static_cast<int>(firstLength_), text_.Data());
+    return false;
+  }
+  db->changed = true;
+  return true;
+}
+
+bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
+                     int *error) {
+  ChangeRecords change;
+  for (const RecordOf &r : records) (void)change.Add(r.type, r.entry);
+  return change.AppendTo(db, error);
+}
+
+bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table) {
+  ChangeRecords change;
+  struct Ctx {
+    ChangeRecords *change;
+    uint32_t type;
+  } ctx{&change, type};
+  (void)table->ForEach(
+      [](HashKey, void *entry, void *c) {
+        auto *x = static_cast<Ctx *>(c);
+        return x->change->Add(x->type, entry) ? 0 : 1;
+      },
+      &ctx);
+  return change.empty() || change.AppendTo(db);
 }
 
 bool CopyOut(const char *text, char *buffer, size_t size) {

@@ -1,6 +1,6 @@
-// writeback.cpp - writing records out: one record appended by a change, the
-// compact rewrite of the whole database, and freeing a cache (which writes a
-// changed database back first).
+// writeback.cpp - writing records out: the compact rewrite of the whole
+// database (at the last unload and for export), and freeing a cache, which
+// writes a changed database back first.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -19,7 +19,7 @@ namespace nxc {
 
 namespace {
 
-constexpr char kTempPattern[] = "/etc/zymtra/.networking.XXXXXX";
+constexpr size_t kPathSize = 4096;
 
 // The entries of one table in listing order (a malloc'd array, null when
 // the table is empty or missing). False when memory runs out.
@@ -136,11 +136,30 @@ bool WriteAllRecords(const RecordSink &sink, const char *fn) {
   return true;
 }
 
-// The last unload's rewrite: the whole database into a temporary file
-// beside it, then renamed over it. Failures are logged only.
+// Makes a rename in the directory of path durable.
+void SyncDirectoryOf(const char *path) {
+  char dir[kPathSize];
+  const char *slash = strrchr(path, '/');
+  if (!slash) {
+    memcpy(dir, ".", 2);
+  } else if (BoundedPrint(dir, sizeof dir, "%.*s",
+                          static_cast<int>(slash == path ? 1 : slash - path), path) < 0) {
+    return;
+  }
+  UniqueFd fd(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // The rename is done either way; only its surviving a power cut is at stake.
+  if (fd) (void)fsync(fd.get());
+}
+
+// The compact rewrite: the whole database into a temporary file beside it,
+// synced, then renamed over it, and the rename synced. Failures are logged
+// only; the database file then stays as it was.
 void RewriteDatabase(NXCNetworkConfigurationDB *db, const char *fn) {
-  char tempPath[sizeof kTempPattern];
-  memcpy(tempPath, kTempPattern, sizeof kTempPattern);
+  char tempPath[kPathSize];
+  if (!RewritePattern(db->path, tempPath, sizeof tempPath)) {
+    NXCLog(LOG_ERR, fn, "Failed to create temporary backup file, error: %s", strerror(ENAMETOOLONG));
+    return;
+  }
   UniqueFd fd(mkostemp(tempPath, O_CLOEXEC));
   if (!fd) {
     int err = errno;
@@ -163,6 +182,7 @@ void RewriteDatabase(NXCNetworkConfigurationDB *db, const char *fn) {
     (void)unlink(tempPath);
     return;
   }
+  SyncDirectoryOf(db->path);
   NXCLog(LOG_INFO2, fn, "Renamed temp file: %s to %s", tempPath, db->path);
 }
 
@@ -178,7 +198,37 @@ void FreeTables(NXCNetworkConfigurationDB *db) {
   db->answers = nullptr;
 }
 
+// The last unload's rewrite of a changed cache, under the database lock.
+// Other processes append to the same file: when it holds records this
+// cache has not read (or another process renamed a new file over it), the
+// rewrite starts from the file's records instead of the cache's, so that
+// every change made anywhere stays. The file holds every change this cache
+// made, so nothing of its own is lost either way.
+void SaveChanges(NXCNetworkConfigurationDB *db, const char *fn) {
+  DatabaseLockScope lock(db);
+  if (!lock.held()) {
+    // The journal keeps every change; it only stays long.
+    NXCLog(LOG_ERR, fn, "Failed to lock config file, file: %s, error: %s", db->path,
+           lock.error() ? strerror(lock.error()) : "timed out");
+    return;
+  }
+  if (JournalInSync(db)) {
+    RewriteDatabase(db, fn);
+    return;
+  }
+  NXCNetworkConfigurationDB *file = nullptr;
+  if (!ReadDatabaseFile(db->path, db->backup, &file, fn)) return;
+  RewriteDatabase(file, fn);
+  FreeCache(file);
+}
+
 }  // namespace
+
+void FreeCache(NXCNetworkConfigurationDB *db) {
+  FreeTables(db);
+  free(db->path);
+  free(db);
+}
 
 int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
   static constexpr char kFn[] = "NetCfgWriteRecordToConfig";
@@ -228,7 +278,9 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
   }
   RecordSink sink = {db, stream.get(), nullptr};
   if (!WriteAllRecords(sink, kFn)) return false;
-  if (fclose(stream.release()) != 0) {
+  // On stable storage before anyone renames it into place or reads it.
+  bool synced = fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
+  if (fclose(stream.release()) != 0 || !synced) {
     NXCLog(LOG_ERR, kFn, "Failed to write record of type: %u to  database file",  // sic
            NXC_REC_ADD_BRIDGE_MAPPING);
     return false;
@@ -279,20 +331,15 @@ extern "C" bool NXCNetCfgUnload(NXCNetworkConfigurationDB **cachePointer, bool w
     NXCLog(LOG_ERR, kFn, "Requested cache is not loaded");
     return true;
   }
-  if (db->stream) {
-    (void)fclose(db->stream);
-    db->stream = nullptr;
-  }
-  if (writeBack && db->changed && !db->readOnly) RewriteDatabase(db, kFn);
+  if (writeBack && db->changed && !db->readOnly) SaveChanges(db, kFn);
+  JournalClose(db);
   if (db->lock) {
     int err = 0;
     (void)FileLockRelease(db->lock, &err);
     db->lock = nullptr;
   }
   bool isDefault = db == gDefaultCache;
-  FreeTables(db);
-  free(db->path);
-  free(db);
+  FreeCache(db);
   nxcDefaultBridgeVnet = -100;  // not known until read again
   if (cachePointer) *cachePointer = nullptr;
   if (isDefault) gDefaultCache = nullptr;

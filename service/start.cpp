@@ -170,7 +170,8 @@ bool AddServiceArgs(uint32_t vnet, uint32_t id, const char *vnetName, ArgVector 
 }
 
 // The forked child: its standard output and error become the log, the
-// status pipe's write end survives the exec, every signal is unblocked.
+// status pipe's write end survives the exec and every other descriptor is
+// closed, every signal is unblocked.
 // It never returns.
 [[noreturn]] void RunChild(const char *executable, char *const *argv, int readEnd, int writeEnd) {
   FILE *log = nxcContext.logStream;
@@ -189,6 +190,12 @@ bool AddServiceArgs(uint32_t vnet, uint32_t id, const char *vnetName, ArgVector 
     NXCLog(LOG_ERR, kFn, "Could not open log fd in child");
   }
   (void)close(readEnd);
+  // The daemon gets its standard descriptors and the status pipe, nothing
+  // of the caller's: a daemon holding a pipe of the caller's open would
+  // keep its reader from ever seeing the end.
+  const unsigned first = STDERR_FILENO + 1, kept = static_cast<unsigned>(writeEnd);
+  if (kept > first) (void)close_range(first, kept - 1, 0);
+  (void)close_range(kept >= first ? kept + 1 : first, ~0U, 0);
   int flags = fcntl(writeEnd, F_GETFD);
   if (flags >= 0) (void)fcntl(writeEnd, F_SETFD, flags & ~FD_CLOEXEC);
   sigset_t none;

@@ -84,8 +84,13 @@ TEST_F(AddressTest, MACAddresses) {
   struct Case { const char *text, *canonical; int scanned; };  // canonical null: refused
   const Case cases[] = {
       {"aa:bb:cc:dd:ee:ff", "AA:BB:CC:DD:EE:FF", 6}, {"0:c:29:a:b:1", "00:0C:29:0A:0B:01", 6},
-      {"aa-bb-cc-dd-ee-ff", nullptr, 1},             {"aa:bb:cc:dd:ee:ff ", nullptr, 7},
-      {"aa:bb:cc:dd:ee", nullptr, 5},                {"aab:bb:cc:dd:ee:ff", nullptr, 1},
+      {"aa-bb-cc-dd-ee-ff", nullptr, 1},             {"aa:bb:cc:dd:ee:ff:00", nullptr, 7},
+      {"aa:bb:cc:dd:ee:ff ", nullptr, 7},            {"aa:bb:cc:dd:ee", nullptr, 5},
+      {"aab:bb:cc:dd:ee:ff", nullptr, 1},
+      // An octet is one or two hex digits and nothing else.
+      {"0:-2:2:3:4:3", nullptr, 1},                  {"0:+2:2:3:4:3", nullptr, 1},
+      {"0x1:2:3:4:5:6", nullptr, 1},                 {" aa:bb:cc:dd:ee:ff", nullptr, 0},
+      {"aa: b:cc:dd:ee:ff", nullptr, 1},             {"", nullptr, -1},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.text);

@@ -258,20 +258,6 @@ Library::~Library() {
 
 bool LibraryLoaded() { return gLoads > 0; }
 
-void RewriteDatabase() {
-  if (gLoads != 1)
-    throw Error(kCodeFailed, "cannot rewrite the networking database while it is loaded twice");
-  // A key stored and removed again marks the database changed without
-  // changing it.
-  constexpr char kMark[] = "NXC_TOOL_REWRITE";
-  Call("rewrite the networking database",
-       [&] { return NXC_VnetCfgAddAnswer(kMark, "1") && NXC_VnetCfgRemoveAnswer(kMark); });
-  NXC_Unload();
-  if (!NXC_Load(0))
-    throw Error(kCodeFailed, "cannot load the networking database again after rewriting it",
-                "see the library log " + LogPath());
-}
-
 std::string LogPath() { return gLogPath; }
 
 LogWatch::LogWatch(bool quiet) : path_(LogPath()), start_(FileSize(path_)) {

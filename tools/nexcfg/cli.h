@@ -178,10 +178,6 @@ class Library {
   bool wasLoaded_;
 };
 bool LibraryLoaded();
-// Has the library rewrite the database compactly now, as the last unload
-// of a changed database does: unloads and loads again. Only while this
-// process has it loaded once.
-void RewriteDatabase();
 
 // The log file the library writes to now.
 std::string LogPath();

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "nexcfg_internal.h"
 #include "config.h"
 #include "dbfile.h"
 #include "params.h"
@@ -183,23 +184,13 @@ int PrefixRemove(const Invocation &in) {
   const std::string &prefix = in.Arg(1);
   if (!HasPrefix(vnet, prefix))
     throw Error(kCodeNotFound, vnet + " has no NAT66 prefix " + prefix, "nexcfg nat prefix list " + vnet);
-  // The interface removes no single prefix; the compact rewrite drops every
-  // one, and the others are added back.
-  DbFile db = ReadDbFile(kDatabasePath);
-  std::vector<std::pair<std::string, std::string>> others;
-  for (uint32_t n = 0; n < NXC_NUM_VNETS; ++n)
-    for (const auto &p : PrefixesOf(db, static_cast<int>(n)))
-      if (HasPrefix(VnetNameOf(n), p) && !(VnetNameOf(n) == vnet && p == prefix))
-        others.push_back({VnetNameOf(n), p});
-  RewriteDatabase();
-  for (const auto &[v, p] : others)
-    Call("add the NAT66 prefix " + p + " of " + v + " back",
-         [&] { return NXC_SetNATPrefix(v.c_str(), p.c_str(), nullptr, 0); });
-  if (HasPrefix(vnet, prefix))
-    throw Error(
-        kCodeFailed,
-        "cannot remove the NAT66 prefix " + prefix + " of " + vnet + ": the database was not rewritten",
-        "try again when no other program has the library loaded");
+  // The public calls add and look up prefixes; the removal is the database
+  // layer's own, under the database lock like every change.
+  Call("remove the NAT66 prefix " + prefix + " of " + vnet, [&] {
+    if (!NXCNetCfgLockConfig(nullptr)) return false;
+    bool removed = NXCNetCfgRemoveNATPrefix(nullptr, VnetNumber(vnet), prefix.c_str());
+    return NXCNetCfgUnlockConfig(nullptr) && removed;
+  });
   PrintChange(PrefixJson(vnet, prefix), {}, "removed the NAT66 prefix " + prefix + " of " + vnet);
   return kExitOk;
 }
@@ -259,8 +250,7 @@ const Command kCommands[] = {
      "(--compact, or another program's last unload of a changed database) drops them.\n",
      Needs::kReadWrite, PrefixAdd},
     {"nat prefix rm", "VNET PREFIX", "", "remove a NAT66 prefix from a vnet",
-     "The library has no call that removes one prefix: the database is rewritten\n"
-     "compactly, which drops every prefix, and the other prefixes are added back.\n",
+     "Appends the removal to the database's journal.\n",
      Needs::kReadWrite, PrefixRemove},
     {"nat prefix list", "VNET", "", "list a vnet's NAT66 prefixes", "", Needs::kReadOnly, PrefixList},
     {"nat prefix check", "VNET PREFIX", "", "tell whether a vnet has a NAT66 prefix",

@@ -1,0 +1,24 @@
+// dhcp_priv.h - the locator of dhcpd.conf's protected block, shared by the
+// writer and the fuzz target that checks what the writer keeps around it.
+#pragma once
+
+#include <stdint.h>
+#include <stdio.h>
+
+namespace nxc {
+
+// Offsets of the protected block: start at the first byte of the start
+// marker, end just after the end marker's newline. {0, 0} means no usable
+// block, so no user text is carried over.
+struct DhcpBlockPos {
+  int64_t start = 0;
+  int64_t end = 0;
+};
+
+// Reads file from its current position in lines of at most 255 bytes and
+// finds the markers: a later start marker replaces an earlier one, the
+// first end marker ends the search. Logs and returns false (pos unchanged)
+// when either is missing or the end comes first.
+bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos);
+
+}  // namespace nxc

@@ -126,8 +126,8 @@ const Command kCommands[] = {
      "already count as started.\n"
      "The bridge daemon of the default bridge vnet (zynet0 in a new database)\n"
      "joins the host's own Ethernet adapter to it, so it starts only with\n"
-     "--default-bridge=yes. nexcfg.service passes NEXCFG_DEFAULT_BRIDGE from\n"
-     "/etc/default/nexcfg.\n",
+     "--default-bridge=yes; nexcfg.service passes its NEXCFG_DEFAULT_BRIDGE, which\n"
+     "is no unless a drop-in (systemctl edit nexcfg) sets it.\n",
      Needs::kReadWrite, Up},
     {"down", "[VNET...]", "", "stop the services of every vnet",
      "Without VNET, every configured vnet and every vnet a daemon runs for, in\n"

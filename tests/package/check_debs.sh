@@ -17,8 +17,12 @@ if [ "${NXC_PACKAGE_OVERLAY:-}" != 1 ]; then
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
   mkdir "$work/nexcfg"
-  git -C "$src" ls-files -z -co --exclude-standard |
-    tar -C "$src" --null -T - --ignore-failed-read -cf - 2>/dev/null | tar -C "$work/nexcfg" -xf -
+  if git -C "$src" rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+    git -C "$src" ls-files -z -co --exclude-standard |
+      tar -C "$src" --null -T - --ignore-failed-read -cf - 2>/dev/null | tar -C "$work/nexcfg" -xf -
+  else
+    tar -C "$src" --exclude='./build*' --exclude='./obj-*' -cf - . | tar -C "$work/nexcfg" -xf -
+  fi
   if ! (cd "$work/nexcfg" && DEB_BUILD_OPTIONS="parallel=$(nproc)" dpkg-buildpackage -us -uc -b) \
     >"$work/build.log" 2>&1; then
     tail -n 40 "$work/build.log" >&2

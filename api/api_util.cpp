@@ -20,13 +20,4 @@ bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet) {
   return ApiVnetNumber(name, fn, vnet);
 }
 
-bool ApiLockConfig(const char *fn, bool evenReadOnly) {
-  if (!evenReadOnly && NXCNetCfgIsReadOnly(nullptr)) return true;
-  if (NXCNetCfgLockConfig(nullptr)) return true;
-  NXCLog(LOG_ERR, fn, "Failed to obtain lock on vnet config");
-  return false;
-}
-
-void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
-
 }  // namespace nxc

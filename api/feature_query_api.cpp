@@ -155,24 +155,23 @@ void StoreMatch(NXC_VnetFeatures *f, uint32_t vnet, const ConfigFeatures &c,
 // The record is filled as the answers come in: on a failure the fields
 // filled before it stay filled, as callers of this call have always seen.
 extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetFeatures";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - ft: %p", (void *)features);
   if (!features) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - ft: %p", (void *)features);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (!RecordUsable(kFn, features)) {
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t vnet = features->netId.vnet;
   if (vnet >= NXC_NUM_VNETS) {
     NXCLog(LOG_ERR, kFn, "Invalid vnet number: %d", static_cast<int32_t>(vnet));
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   memset(features->configFeatures, 0, sizeof features->configFeatures);
   ConfigFeatures c = QueryConfigFeatures(vnet);
@@ -189,29 +188,28 @@ extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
   bool up = false;
   if (!AdapterUp(kFn, vnet, &up)) {
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   features->runtimeFeatures[NXC_FEATURE_HOSTONLY_ADAPTER] = up;
   NXCLog(LOG_INFO2, kFn, "Returning features of vnet");
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 // The record is changed only when a vnet is found.
 extern "C" bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_FindVnetWithFeatures";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - ft: %p", (void *)pattern);
   if (!pattern) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - ft: %p", (void *)pattern);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!RecordUsable(kFn, pattern)) return ApiExit(kFn, __LINE__, false);
+  if (!RecordUsable(kFn, pattern)) return call.Exit(__LINE__, false);
   uint32_t start = pattern->netId.vnet;
   if (start >= NXC_NUM_VNETS) {
     NXCLog(LOG_ERR, kFn, "Invalid index of starting vnet: %d", static_cast<int32_t>(start));
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   for (uint32_t vnet = start; vnet < NXC_NUM_VNETS; ++vnet) {
     NXCLog(LOG_INFO2, kFn, "Looking at vnet: %u to see if it matches", vnet);
@@ -222,14 +220,14 @@ extern "C" bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) noexcept {
     r.dhcp = Tri(ServiceRunning(vnet, NXC_SERVICE_DHCP));
     r.nat = Tri(ServiceRunning(vnet, NXC_SERVICE_NAT));
     bool up = false;
-    if (!AdapterUp(kFn, vnet, &up)) return ApiExit(kFn, __LINE__, false);
+    if (!AdapterUp(kFn, vnet, &up)) return call.Exit(__LINE__, false);
     r.adapter = Tri(up);
     if (!RuntimeMatches(kFn, *pattern, r)) continue;
     StoreMatch(pattern, vnet, c, r);
     NXCLog(LOG_INFO, kFn, "Found matching vnet: %d", static_cast<int32_t>(vnet));
     NXCLog(LOG_OK, kFn, "Returning matching vnet: %d", static_cast<int32_t>(vnet));
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   NXCLog(LOG_ERR, kFn, "Could not find any matching vnet");
-  return ApiExit(kFn, __LINE__, false);
+  return call.Exit(__LINE__, false);
 }

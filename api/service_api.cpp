@@ -70,20 +70,19 @@ bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
 }  // namespace
 
 extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StartService";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s) || !ServiceCanStart(kFn, s))
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   if (NXCServiceStatus(s.vnet, s.id) == NXC_SERVICE_RUNNING) {
     NXCLog(LOG_INFO, kFn, "\"%s\" Service is already running on the vnet: %s", s.desc, vnet);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   // Daemon changes never interleave with configuration changes, so the
   // lock is taken even for a read-only database.
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   bool ok = false;
   if (!NXCCreateFile(static_cast<int32_t>(s.vnet), NXC_FILE_VNET_DEVICE, nullptr)) {
     NXCLog(LOG_ERR, kFn, "Failed to create required vnet device before starting \"%s\" service",
@@ -97,44 +96,40 @@ extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcep
     else
       NXCLog(LOG_ERR, kFn, "Failure in starting \"%s\" service for vnet: %s", s.desc, vnet);
   }
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 // This call writes no exit banner on any path: its entry banner stands
 // alone in the log, as callers' log readers have always seen it.
 extern "C" bool NXC_StopService(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StopService";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s)) return false;
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return false;
+  if (!call.Lock(/*evenReadOnly=*/true)) return false;
   bool ok = NXCServiceStop(s.vnet, s.id);
   if (ok)
     NXCLog(LOG_OK, kFn, "Stopped \"%s\" service on vnet: %s", s.desc, vnet);
   else
     NXCLog(LOG_ERR, kFn, "Failure in stopping \"%s\" service on vnet: %s", s.desc, vnet);
-  ApiUnlockConfig();
-  return ok;
+  return call.ExitWithoutBanner(ok);
 }
 
 extern "C" uint32_t NXC_GetServiceStatus(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetServiceStatus";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return 0;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return 0;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s))
-    return ApiExit(kFn, __LINE__, NXC_SERVICE_STATUS_UNKNOWN);
+    return call.Exit(__LINE__, NXC_SERVICE_STATUS_UNKNOWN);
   uint32_t status = NXCServiceStatus(s.vnet, s.id);
   if (status == NXC_SERVICE_STATUS_UNKNOWN)
     NXCLog(LOG_ERR, kFn, "Failure in determining status of \"%s\" service on vnet: %s", s.desc, vnet);
   else
     NXCLog(LOG_INFO, kFn, "\"%s\" service is currently %s on vnet: %s", s.desc,
            status == NXC_SERVICE_NOT_RUNNING ? "stopped" : "running", vnet);
-  return ApiExit(kFn, __LINE__, status);
+  return call.Exit(__LINE__, status);
 }
 
 extern "C" bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) noexcept {
@@ -157,19 +152,17 @@ extern "C" bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) noexce
 }
 
 extern "C" bool NXC_CreateZynetDevice(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CreateZynetDevice";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, NXCCreateDeleteZynetDevice(vnet, true));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, NXCCreateDeleteZynetDevice(vnet, true));
 }
 
 extern "C" bool NXC_DeleteZynetDevice(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteZynetDevice";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, NXCCreateDeleteZynetDevice(vnet, false));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, NXCCreateDeleteZynetDevice(vnet, false));
 }
 
 namespace {
@@ -300,20 +293,19 @@ bool RemoveVnetConfiguration(const char *fn, uint32_t vnet, const char *name, bo
 }  // namespace
 
 extern "C" bool NXC_DeleteVnetFromDatabase(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteVnetFromDatabase";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - zynet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool readOnly = NXCNetCfgIsReadOnly(nullptr);
-  if (!readOnly && !VnetIsIdle(kFn, num, vnet)) return ApiExit(kFn, __LINE__, false);
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!readOnly && !VnetIsIdle(kFn, num, vnet)) return call.Exit(__LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   bool ok = RemoveVnetConfiguration(kFn, num, vnet, readOnly);
   if (ok)
     NXCLog(LOG_OK, kFn, "Vnet: %s is successfully unconfigured", vnet);
@@ -321,6 +313,5 @@ extern "C" bool NXC_DeleteVnetFromDatabase(const char *vnet) noexcept {
     NXCLog(LOG_ERR, kFn,
            "Not able to delete some configration information for one/more of the services for vnet: %s",  // sic
            vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

@@ -165,8 +165,9 @@ bool ChangeFeature(const FeatureSwitch &s, uint32_t vnet, const char *name, bool
   return true;
 }
 
-// The shared body of the three switch calls, after the loaded test.
-bool SetFeature(const FeatureSwitch &s, const char *vnet, bool use, bool cleanup) {
+// The shared body of the three switch calls, after the loaded test. The
+// lock it takes is released by the call's exit.
+bool SetFeature(ApiCall &call, const FeatureSwitch &s, const char *vnet, bool use, bool cleanup) {
   NXCLog(LOG_ARGS, s.fn, s.argsTrace, (const void *)vnet, OrNull(vnet), use ? 1u : 0u,
          cleanup ? 1u : 0u);
   if (!vnet) {
@@ -175,95 +176,87 @@ bool SetFeature(const FeatureSwitch &s, const char *vnet, bool use, bool cleanup
   }
   uint32_t num = 0;
   if (!ApiVnetNumber(vnet, s.fn, &num)) return false;
-  if (!ApiLockConfig(s.fn)) return false;
-  bool ok = ChangeFeature(s, num, vnet, use, cleanup);
-  ApiUnlockConfig();
-  return ok;
+  if (!call.Lock()) return false;
+  return ChangeFeature(s, num, vnet, use, cleanup);
 }
 
 }  // namespace
 
 extern "C" bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kAdapterSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kAdapterSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kAdapterSwitch, vnet, use, cleanup));
 }
 
 extern "C" bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kDhcpSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kDhcpSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kDhcpSwitch, vnet, use, cleanup));
 }
 
 extern "C" bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kNatSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kNatSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kNatSwitch, vnet, use, cleanup));
 }
 
 // ---- Switch getters --------------------------------------------------------
 
 // Neither getter locks: both only read. A failure reads as "off".
 extern "C" bool NXC_GetVnetUseDHCP(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseDHCP";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v:%p,%s", (const void *)vnet, OrNull(vnet));
   uint32_t num = 0;
-  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool on = NXCGetVnetUseDHCP(num);
   NXCLog(LOG_INFO2, kFn, "DHCP %s on vnet: %s", on ? "configured" : "not configured", vnet);
-  return ApiExit(kFn, __LINE__, on);
+  return call.Exit(__LINE__, on);
 }
 
 extern "C" bool NXC_GetVnetUseNAT(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseNAT";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - zynet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool on = NXCGetVnetUseNAT(num);
   NXCLog(LOG_INFO2, kFn, "NAT %s on vnet %s", on ? "configured" : "not configured", vnet);
-  return ApiExit(kFn, __LINE__, on);
+  return call.Exit(__LINE__, on);
 }
 
 // ---- Adapter state ---------------------------------------------------------
 
 extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
                                          bool *enabled) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetAdapterStatus";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, i: %p, e: %p", (const void *)vnet, OrNull(vnet),
          (void *)installed, (void *)enabled);
   if (!vnet || !installed || !enabled) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, installed: %p, e: %p", (const void *)vnet,
            (void *)installed, (void *)enabled);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   if (!NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)) {
     *installed = false;
     *enabled = false;
     // An answer, not a failure, logged at the error level all the same:
     // callers' log readers look for it there.
     NXCLog(LOG_ERR, kFn, "Hostonly virtual adapter is not configured on vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   // "installed" is reported before the runtime state is asked, and stays
   // set when that fails.
@@ -272,18 +265,18 @@ extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
   char name[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(num, name, sizeof name)) {
     NXCLog(LOG_ERR, kFn, "Failed to get the name of hostonly adapter for vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t state = NXCAdapterStatus(name);
   if (state == NXC_ADAPTER_STATUS_ERROR) {
     NXCLog(LOG_ERR, kFn, "Could not determing runtime status of adapter on vnet: %s",  // sic
            vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   *enabled = state == NXC_ADAPTER_STATUS_UP;
   NXCLog(LOG_INFO2, kFn, "Hostonly virtual adapter is %s on vnet: %s",
          *enabled ? "enabled" : "disabled", vnet);
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 // ---- Regeneration from the database ----------------------------------------
@@ -306,51 +299,47 @@ bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
 // never reads a half-written file; a status that cannot be read refuses
 // too. They lock even a read-only database: the files are written anyway.
 extern "C" bool NXC_UpdateDHCPFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateDHCPFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
   NXCLog(LOG_INFO2, kFn, "Checking to see if DHCP service is running");
   if (NXCServiceStatus(num, NXC_SERVICE_DHCP) != NXC_SERVICE_NOT_RUNNING) {
     NXCLog(LOG_ERR, kFn,
            "DHCP service is not in stopped state on this vnet, Cannot update config files");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   const char *action = NXCGetVnetUseDHCP(num) ? "Writing" : "Removing";
   bool ok = NXCDHCPUpdateFromConfig(num);
   if (ok)
     NXCLog(LOG_OK, kFn, "%s DHCP configuration file succeeded for vnet: %s", action, vnet);
   else
     NXCLog(LOG_ERR, kFn, "%s DHCP configuration file failed for vnet: %s", action, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_UpdateNATFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateNATFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
   NXCLog(LOG_INFO2, kFn, "Checking to see if NAT service is running");
   if (NXCServiceStatus(num, NXC_SERVICE_NAT) != NXC_SERVICE_NOT_RUNNING) {
     NXCLog(LOG_ERR, kFn,
            "NAT service is not in stopped state on this vnet,Cannot update config information");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   const char *action = NXCGetVnetUseNAT(num) ? "Writing" : "Removing";
   bool ok = NXCNATUpdateFromConfig(num);
   if (ok)
     NXCLog(LOG_OK, kFn, "%s NAT configuration file succeeded for vnet: %s", action, vnet);
   else
     NXCLog(LOG_ERR, kFn, "%s NAT configuration file failed for vnet: %s", action, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 namespace {
@@ -402,16 +391,14 @@ bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) 
 }  // namespace
 
 extern "C" bool NXC_UpdateAdapterFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateAdapterFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   bool ok = NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)
                 ? RefreshConfiguredAdapter(kFn, num, vnet)
                 : RetireUnconfiguredAdapter(kFn, num, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

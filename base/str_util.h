@@ -1,5 +1,5 @@
 // str_util.h - whole-string integer conversion, bounded and allocating
-// formatted print, bounded copy.
+// formatted print, bounded copy, and the printable form of a null text.
 #pragma once
 
 #include <stddef.h>
@@ -26,6 +26,9 @@ int BoundedPrint(char *buf, size_t size, const char *format, ...) noexcept
     __attribute__((format(printf, 3, 4)));
 // A malloc'd formatted text, or null when memory runs out.
 char *AllocPrint(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));
+
+// The text for a "%s" of a log line, "null" for a null pointer.
+inline const char *OrNull(const char *text) noexcept { return text ? text : "null"; }
 
 // Copies src into dst (size > 0), truncating and always terminating. Returns
 // strlen(src): the copy was whole when the result is below size.

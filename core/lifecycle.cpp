@@ -47,8 +47,8 @@ void WriteLevelProbes(const char *fn) {
 }  // namespace
 
 extern "C" bool NXC_Load(int32_t readOnly) noexcept {
-  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Load";
+  nxc::ApiCall call(kFn);
   // The load count is a 16-bit quantity everywhere: 65,536 loads wrap it.
   if (nxcContext.loadCount != 0) {
     nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount + 1);
@@ -63,20 +63,20 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
   // A stream left open by an earlier failed load is replaced, as it stands.
   nxcContext.logStream = fopen(nxc::kDefaultLogPath, "ab+e");
   nxcContext.logMask = nxcContext.logStream ? nxc::kDefaultLogMask : kNoLogMask;
-  nxc::ApiEnterBanner(kFn, __LINE__);
+  call.EnterBanner(__LINE__);
 
   bool flag = (readOnly & 0xFF) != 0;
   if (!NXCNetCfgLoad(dbPath, /*out=*/nullptr, /*backup=*/false, flag)) {
     NXCLog(LOG_ERR, kFn, "Error loading the vnet configuration, file used: %s", dbPath);
     (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
     (void)NXCFileDirBookkeepingDBUnload();
-    return nxc::ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (!NXCFileDirBookkeepingDBLoad()) {
     NXCLog(LOG_ERR, kFn, "Failed to load the file creation database");
     (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
     (void)NXCFileDirBookkeepingDBUnload();
-    return nxc::ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   nxcContext.logMask = NXCGetVnetCfgLogLevel();
   OpenConfiguredLog(kFn);
@@ -85,16 +85,16 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
   (void)NXCGetDefaultBridgeVnet(nullptr);  // primes the cached value
   nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount + 1);
   NXCLog(LOG_OK, kFn, "Successfully initialized Nexcfg");
-  return nxc::ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 extern "C" void NXC_Unload2(int32_t writeBack) noexcept {
-  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Unload2";
-  nxc::ApiEnterBanner(kFn, __LINE__);
+  nxc::ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   if (nxcContext.loadCount == 0) {
     NXCLog(LOG_INFO, kFn, "nexcfg is not loaded");
-    nxc::ApiExitBanner(kFn, __LINE__);
+    call.Exit(__LINE__);
     return;
   }
   nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount - 1);
@@ -108,7 +108,7 @@ extern "C" void NXC_Unload2(int32_t writeBack) noexcept {
       nxcContext.logStream = nullptr;
     }
   }
-  nxc::ApiExitBanner(kFn, __LINE__);
+  call.Exit(__LINE__);
 }
 
 extern "C" void NXC_Unload(void) noexcept { NXC_Unload2(1); }
@@ -134,19 +134,19 @@ bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
 }  // namespace
 
 extern "C" bool NXC_VnetCfgAddAnswer(const char *key, const char *value) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgAddAnswer", key && value)) return false;
+  nxc::ApiCall call("NXC_VnetCfgAddAnswer");
+  if (!AnswerCallAllowed(call.fn(), key && value)) return false;
   return NXCNetCfgAddAnswerString(nullptr, key, value);
 }
 
 extern "C" bool NXC_VnetCfgRemoveAnswer(const char *key) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgRemoveAnswer", key != nullptr)) return false;
+  nxc::ApiCall call("NXC_VnetCfgRemoveAnswer");
+  if (!AnswerCallAllowed(call.fn(), key != nullptr)) return false;
   return NXCNetCfgRemoveAnswer(nullptr, key);
 }
 
 extern "C" bool NXC_VnetCfgGetAnswer(const char *key, const char **value) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgGetAnswer", key && value)) return false;
+  nxc::ApiCall call("NXC_VnetCfgGetAnswer");
+  if (!AnswerCallAllowed(call.fn(), key && value)) return false;
   return NXCNetCfgGetAnswerString(nullptr, key, value);
 }

@@ -100,7 +100,7 @@ extern "C" bool NXCIsValidSubnetMask(const char *mask) noexcept {
   static constexpr char kFn[] = "NXCIsValidSubnetMask";
   uint32_t value = 0;
   if (!NXCIPStr2Int(mask, &value)) {
-    NXCLog(LOG_ERR, kFn, "Could not convert mask to integer: %s", nxc::SafeStr(mask));
+    NXCLog(LOG_ERR, kFn, "Could not convert mask to integer: %s", nxc::OrNull(mask));
     return false;
   }
   if (value == 0 || value > kSmallestMask) {

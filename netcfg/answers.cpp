@@ -8,7 +8,6 @@
 
 #include "base/str_util.h"
 #include "base/unique_fd.h"
-#include "core/api_frame.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
@@ -160,7 +159,7 @@ extern "C" bool NXCNetCfgGetAnswerInt32(NXCNetworkConfigurationDB *cache, const 
   }
   NetworkConfigDictionaryEntry *entry = FindAnswer(__func__, cache, key);
   if (!entry) {
-    NXCLog(LOG_INFO, __func__, "Value not found for key: %s", SafeStr(key));
+    NXCLog(LOG_INFO, __func__, "Value not found for key: %s", OrNull(key));
     return false;
   }
   if (!StrToInt32(entry->value, value)) {

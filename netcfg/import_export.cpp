@@ -10,7 +10,6 @@
 #include "base/scope_guard.h"
 #include "base/str_util.h"
 #include "base/unique_fd.h"
-#include "core/api_frame.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
@@ -263,7 +262,7 @@ extern "C" bool NXCNetCfgExportConfig(NXCNetworkConfigurationDB *cache, const ch
   static constexpr char kFn[] = "NXCNetCfgExportConfig";
   NXCNetworkConfigurationDB *db = ResolveCache(cache);
   if (!db || !path) {
-    NXCLog(LOG_ERR, kFn, "Failed to write records to database file: %s", SafeStr(path));
+    NXCLog(LOG_ERR, kFn, "Failed to write records to database file: %s", OrNull(path));
     return false;
   }
   if (!NetCfgWriteDatabaseFile(db, path, backup)) {
@@ -299,7 +298,7 @@ extern "C" bool NXCNetCfgImportConfig(const char *backupPath, const char *databa
   if (!backupPath || !databasePath ||
       !NXCNetCfgLoad(backupPath, &backup, /*backup=*/true, /*readOnly=*/true)) {
     NXCLog(LOG_ERR, kFn, "Failed to parse and load configuration data from backup file: %s",
-           SafeStr(backupPath));
+           OrNull(backupPath));
     return false;
   }
   ScopeGuard unloadBackup([&] {

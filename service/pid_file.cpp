@@ -11,6 +11,7 @@
 #include <string.h>
 
 #include "base/line_reader.h"
+#include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -132,7 +133,7 @@ extern "C" int32_t NXCExtractPidFromFile(const char *path, bool *fileMissing) no
   static constexpr char kFn[] = "NXCExtractPidFromFile";
   nxc::UniqueFile stream(path ? fopen(path, "re") : nullptr);
   if (!stream) {
-    NXCLog(LOG_INFO, kFn, "Could not open the PID file: %s, error: %s", nxc::SafeStr(path),
+    NXCLog(LOG_INFO, kFn, "Could not open the PID file: %s, error: %s", nxc::OrNull(path),
            strerror(path ? errno : EINVAL));
     if (fileMissing) *fileMissing = true;
     return 0;

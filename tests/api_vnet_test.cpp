@@ -362,8 +362,8 @@ TEST_F(ApiVnetTest, EachExitBannerCarriesTheLineOfItsOwnReturn) {
     const unsigned long entry = NumberAfter(log, "Entering API Function, NXC_GetVnetSubnetAddr:");
     const unsigned long exit = NumberAfter(log, "Exiting API Function, NXC_GetVnetSubnetAddr:");
     ASSERT_TRUE(entry > 0 && entry <= source.size() && exit > 0 && exit <= source.size());
-    EXPECT_NE(source[entry - 1].find("ApiEnterBanner(kFn, __LINE__)"), std::string::npos);
-    EXPECT_NE(source[exit - 1].find("return ApiExit(kFn, __LINE__"), std::string::npos);
+    EXPECT_NE(source[entry - 1].find("call.Enter(__LINE__)"), std::string::npos);
+    EXPECT_NE(source[exit - 1].find("return call.Exit(__LINE__"), std::string::npos);
     exits.push_back(exit);
   }
   EXPECT_TRUE(LogHas("Arguments - v: (nil),null, ad: "));

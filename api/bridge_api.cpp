@@ -14,6 +14,7 @@
 #include <strings.h>
 
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -21,7 +22,6 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
 bool IsVnetNumber(int32_t vnet) { return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS); }
 

@@ -11,6 +11,7 @@
 
 #include "api/api_util.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -18,7 +19,6 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr char kDefaultExportFile[] = "/tmp/networking_export";
 
 bool Loaded() { return nxcContext.loadCount != 0; }

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -21,7 +22,6 @@ static_assert(sizeof(NXC_VnetFeatures::runtimeFeatures) == 32);
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
 // A vnet's features, each as a search compares it: present or absent.
 struct ConfigFeatures {

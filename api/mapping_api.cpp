@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -22,8 +23,6 @@ using namespace nxc;
 
 namespace {
 
-constexpr uint32_t kIPTextSize = 16;
-constexpr uint32_t kMACTextSize = 18;
 // A description holds at most this many bytes of text.
 constexpr uint32_t kMaxDescriptionLen = 127;
 

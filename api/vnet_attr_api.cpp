@@ -15,6 +15,7 @@
 
 #include "api/api_util.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -25,9 +26,6 @@ namespace {
 
 // Minimum capacities of the getters' buffers.
 constexpr uint32_t kDisplayNameMinLen = 128;
-constexpr uint32_t kIPTextMinLen = 16;
-// Dotted IPv4 text with its NUL.
-constexpr size_t kIPTextSize = 16;
 // The MTU's stored text is read into a buffer of this size.
 constexpr size_t kMtuTextSize = 128;
 // A NAT prefix description holds at most this many bytes, its NUL included.
@@ -67,7 +65,7 @@ extern "C" bool NXC_GetVnetSubnetAddr(const char *vnet, char *addr, uint32_t *ad
   if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, ad: %p, sz:%p,%u", (const void *)vnet,
          OrNull(vnet), (void *)addr, (void *)addrLen, addrLen ? *addrLen : 0);
-  if (!vnet || !addr || !addrLen || *addrLen < kIPTextMinLen) {
+  if (!vnet || !addr || !addrLen || *addrLen < kIPTextSize) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, addr: %p, addrLen:%p,%u",
            (const void *)vnet, (void *)addr, (void *)addrLen, addrLen ? *addrLen : 0);
     return call.Exit(__LINE__, false);
@@ -89,7 +87,7 @@ extern "C" bool NXC_GetVnetSubnetMask(const char *vnet, char *mask, uint32_t *ma
   if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, mask: %p, maskLen:%p,%u", (const void *)vnet,
          OrNull(vnet), (void *)mask, (void *)maskLen, maskLen ? *maskLen : 0);
-  if (!vnet || !mask || !maskLen || *maskLen < kIPTextMinLen) {
+  if (!vnet || !mask || !maskLen || *maskLen < kIPTextSize) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, mask: %p, maskLen:%p,%u",
            (const void *)vnet, (void *)mask, (void *)maskLen, maskLen ? *maskLen : 0);
     return call.Exit(__LINE__, false);
@@ -112,7 +110,7 @@ extern "C" bool NXC_GetVnetAdapterAddr(const char *vnet, char *addr, uint32_t *a
   if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, ad: %p, sz:%p,%u", (const void *)vnet,
          OrNull(vnet), (void *)addr, (void *)addrLen, addrLen ? *addrLen : 0);
-  if (!vnet || !addr || !addrLen || *addrLen < kIPTextMinLen) {
+  if (!vnet || !addr || !addrLen || *addrLen < kIPTextSize) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, addr: %p, addrLen:%p,%u",
            (const void *)vnet, (void *)addr, (void *)addrLen, addrLen ? *addrLen : 0);
     return call.Exit(__LINE__, false);
@@ -323,7 +321,7 @@ extern "C" bool NXC_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask
   if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - s: %p, sl: %u, m: %p, ml: %u", (void *)subnet, subnetLen,
          (void *)mask, maskLen);
-  if (!subnet || !mask || subnetLen < kIPTextMinLen || maskLen < kIPTextMinLen) {
+  if (!subnet || !mask || subnetLen < kIPTextSize || maskLen < kIPTextSize) {
     NXCLog(LOG_ERR, kFn, "Invalid arguments");
     return call.Exit(__LINE__, false);
   }

@@ -7,6 +7,7 @@
 // subnet assigned that way is taken away again in the same call when the
 // switch fails, before the lock is released.
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -14,7 +15,6 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
 // The texts and calls that tell the three switches apart. Each text is a
 // whole log line; the comment on each column says which arguments it is

@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -16,7 +17,7 @@ namespace {
 constexpr uint32_t kVersion = 0x10000;
 // While no log stream could be opened: no level bit is set in it.
 constexpr uint32_t kNoLogMask = 0xFFFFFF80;
-constexpr size_t kPathSize = 256;
+using nxc::kPathSize;
 
 // Switches to the log file named by the database, keeping the current one
 // when it cannot be opened.

@@ -18,6 +18,7 @@
 #include "base/scope_guard.h"
 #include "base/sha1.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "dhcp/dhcp_priv.h"
@@ -28,13 +29,13 @@ using nxc::DhcpBlockPos;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
+using nxc::kIPTextSize;
+using nxc::kMACTextSize;
+using nxc::kPathSize;
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr size_t kLineSize = 256;
-constexpr size_t kIPTextSize = 16;
-constexpr size_t kMacTextSize = 18;
 constexpr size_t kLeaseTimeSize = 10;
 constexpr size_t kDomainNameSize = 64;
 constexpr size_t kHashStrSize = 256;
@@ -54,8 +55,6 @@ static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
 
 // The zynet adapters' fixed organisational prefix.
 constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
-
-const char *ErrText(int err) { return strerror(err); }
 
 }  // namespace
 
@@ -133,7 +132,7 @@ bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
   if (!*file) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
-           ErrText(err));
+           strerror(err));
     return false;
   }
   NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
@@ -191,7 +190,7 @@ bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
                    static_cast<int>(vnet));
   if (rc < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", strerror(err));
     return false;
   }
   return true;
@@ -217,7 +216,7 @@ bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
               "# Written at: %s\n",
               stamp) < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", strerror(err));
     return false;
   }
   *blockStart = start;
@@ -264,7 +263,7 @@ bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
               defaultLease, maxLease) < 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Global Parameters, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   NXCLog(LOG_INFO2, fn, "Finished writing global values, writing subnet values now");
@@ -326,7 +325,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
               subDefaultLease, subMaxLease) < 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (values->nat) {
@@ -337,7 +336,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
     if (fprintf(file, "\toption netbios-name-servers %s;\n", values->netbios) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (!Fetch(vnet, NXC_DHCP_PARAM_ROUTERS, values->routers, sizeof values->routers)) {
@@ -347,13 +346,13 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
     if (fprintf(file, "\toption routers %s;\n", values->routers) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
   }
   if (fprintf(file, "}\n") < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", strerror(err));
     return false;
   }
   NXCLog(LOG_INFO2, fn, "Finished writing DHCP subnet values");
@@ -364,7 +363,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
 bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
   char adapter[kIPTextSize] = "";
   char address[kIPTextSize] = "";
-  char mac[kMacTextSize] = "";
+  char mac[kMACTextSize] = "";
   if (!NXCGetVnetVirtAdapter(vnet, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, fn, "Failed to get name for vnet %u\n", vnet);
     return false;
@@ -387,7 +386,7 @@ bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
   if (!ok) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: couldn't write static DHCP entry for %s: %s\n", adapter,
-           ErrText(err));
+           strerror(err));
     return false;
   }
   return true;
@@ -397,7 +396,7 @@ bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
 bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
-  char mac[kMacTextSize] = "";
+  char mac[kMACTextSize] = "";
   while (NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
     if (fprintf(file,
                 "host %s {\n"
@@ -408,20 +407,20 @@ bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, con
                 ip, mac, ip, values.dns, values.domainName) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (values.nat && (fprintf(file, "\toption netbios-name-servers %s;\n", values.netbios) < 0 ||
                        fprintf(file, "\toption routers %s;\n", values.routers) < 0)) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (fprintf(file, "}\n") < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
   }
@@ -469,7 +468,7 @@ bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char 
   if (fprintf(file, "%s", kEndMarker) != kEndMarkerLength) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (!StoreBlockHash(vnet, file, blockStart, fn)) return false;
@@ -574,7 +573,7 @@ extern "C" char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,
   }
   if (fread(data.get(), 1, size, file) != size) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", strerror(err));
     return nullptr;
   }
   uint8_t digest[nxc::kSha1DigestSize];
@@ -604,7 +603,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
   UniqueFile src(fopen(srcPath, "re"));
   if (!src) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "Cannot open file: %s for reading, error: %s", srcPath, ErrText(err));
+    NXCLog(LOG_ERR, kFn, "Cannot open file: %s for reading, error: %s", srcPath, strerror(err));
     return false;
   }
   if (endPos == 0) {
@@ -621,7 +620,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
          remaining, static_cast<long>(startPos), static_cast<long>(endPos));
   if (fseeko(src.get(), startPos, SEEK_SET) != 0) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "fseek: failed, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, kFn, "fseek: failed, error: %s", strerror(err));
     return false;
   }
   char chunk[kCopyChunk];
@@ -634,7 +633,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
     NXCLog(LOG_INFO2, kFn, "Written: %zu", written);
     if (written != got) {
       int err = errno;
-      NXCLog(LOG_ERR, kFn, "fwrite: failure while copying file, error: %s", ErrText(err));
+      NXCLog(LOG_ERR, kFn, "fwrite: failure while copying file, error: %s", strerror(err));
       return false;
     }
     if (got < toRead) {
@@ -644,7 +643,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
         NXCLog(LOG_ERR, kFn, "Finished copying");
         return true;
       }
-      NXCLog(LOG_ERR, kFn, "fread: failure while copying file, error: %s", ErrText(readErr));
+      NXCLog(LOG_ERR, kFn, "fread: failure while copying file, error: %s", strerror(readErr));
       return false;
     }
     remaining -= got;

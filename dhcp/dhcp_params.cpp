@@ -12,6 +12,7 @@
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -67,7 +68,7 @@ constexpr uint32_t kFirstStored = 9539;  // first id the getter and remover look
 constexpr uint32_t kLastNamed = 9554;    // ids above use kInvalidName in messages
 constexpr char kInvalidName[] = "Invalid DHCP Parameter";
 constexpr char kHashField[] = "DHCP_CFG_HASH";
-constexpr size_t kIPTextSize = 16;
+using nxc::kIPTextSize;
 // Masks above this leave fewer than 8 addresses.
 constexpr uint32_t kSmallestMask = 0xFFFFFFF8u;
 

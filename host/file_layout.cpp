@@ -15,14 +15,15 @@
 
 #include "base/scope_guard.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
 namespace {
 
-constexpr size_t kPathSize = 256;
-constexpr size_t kVnetNameSize = 20;
+using nxc::kPathSize;
+using nxc::kVnetNameSize;
 constexpr char kDefaultConfigDir[] = "/etc/zymtra";
 constexpr char kDefaultRunDir[] = "/var/run";
 constexpr unsigned kZynetMajor = 241;  // the zynet driver's character devices

@@ -575,7 +575,7 @@ NXC_EXPORT bool NXCLoadZynetDriver(void) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCUnloadZynetDriver(void) NXC_NOEXCEPT;
 
 /* ======================================================================
- * Host platform layer: address and name utilities
+ * Address and name utilities: pure conversions and validators
  * ====================================================================== */
 
 NXC_EXPORT bool NXCIPStr2Int(const char *text, uint32_t *address) NXC_NOEXCEPT;
@@ -586,8 +586,6 @@ NXC_EXPORT bool NXCIsValidMACAddr(const char *text) NXC_NOEXCEPT;
 NXC_EXPORT bool NXCIsValidPrefix(const char *prefix) NXC_NOEXCEPT;
 /* A mask of contiguous ones leaving at least 8 host addresses (/1../29). */
 NXC_EXPORT bool NXCIsValidSubnetMask(const char *mask) NXC_NOEXCEPT;
-/* True when address & HOSTONLY_NETMASK == HOSTONLY_SUBNET of the vnet. */
-NXC_EXPORT bool NXCIPBelongsToSubnet(uint32_t vnet, const char *address) NXC_NOEXCEPT;
 /* Equal bit lengths and equal leading bits of two prefixes. */
 NXC_EXPORT bool NXCIsPrefixMatch(const uint8_t *prefixA, uint32_t bitsA, const uint8_t *prefixB,
                                  uint32_t bitsB) NXC_NOEXCEPT;
@@ -602,8 +600,12 @@ NXC_EXPORT bool NXCGetBcastAddr(const char *subnet, const char *mask, char *buff
 NXC_EXPORT bool NXCCalcVirtAdapAddr(const char *subnet, char *buffer) NXC_NOEXCEPT;
 
 /* ======================================================================
- * Host platform layer: host adapters and the virtual host adapter
+ * Host platform layer: host adapters, the virtual host adapter and the
+ * subnet test
  * ====================================================================== */
+
+/* True when address & HOSTONLY_NETMASK == HOSTONLY_SUBNET of the vnet. */
+NXC_EXPORT bool NXCIPBelongsToSubnet(uint32_t vnet, const char *address) NXC_NOEXCEPT;
 
 /* Lists the host's named Ethernet links, in the kernel's order, as entries
  * the caller frees with NXCFreeHostAdapList. */

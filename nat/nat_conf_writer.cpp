@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -97,8 +98,8 @@ const char NXCNATConfigFilePortForwardParam[] = "%u = %s:%u%s%s\n";
 
 namespace {
 
-constexpr size_t kPathSize = 256;
-constexpr size_t kIPTextSize = 16;
+using nxc::kPathSize;
+using nxc::kIPTextSize;
 constexpr size_t kDeviceSize = 256;
 constexpr size_t kSwitchSize = 10;
 constexpr size_t kPrefixSize = 46;
@@ -148,8 +149,6 @@ bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
          NXCNATParamIDToName[id - NXC_NAT_PARAM_BASE]);
   return false;
 }
-
-const char *ErrText(int err) { return strerror(err); }
 
 // A vnet without NAT keeps no NAT files.
 bool RemoveNatFiles(uint32_t vnet, const char *fn) {
@@ -238,7 +237,7 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileHostSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileMacOSVirtApiDesc, f) == EOF ||
@@ -246,27 +245,27 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config MacOS virtualization API, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileIPDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileIPParam, v.gateway) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config IP gateway, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fprintf(f, NXCNATConfigFileNetmaskParam, v.netmask) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing NAT config netmask, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileDeviceDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileDeviceParam, v.device) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config device, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileActiveFTPDesc, f) == EOF ||
@@ -275,20 +274,20 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
       fprintf(f, NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (v.hostIp[0] != '\0' && (fputs(NXCNATConfigFileHostIPDesc, f) == EOF ||
                               fprintf(f, NXCNATConfigFileHostIPParam, v.hostIp) <= 0)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host IP config, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigHostDefaultOptions, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNat6Desc, f) == EOF ||
@@ -296,7 +295,7 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNat6PrefixDesc, f) == EOF ||
@@ -304,7 +303,7 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 prefix options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   return true;
@@ -315,32 +314,32 @@ bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileTCPSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config TCP sectionheader, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileTCPDefaultOptions, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileUDPSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config UDP sectionheader, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileUDPTimeoutDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileUDPTimeoutParam, v.udpTimeout) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNetbiosSectionHeader, f) == EOF ||
       fputs(NXCNATConfigNetbiosDefaultOptions, f) == EOF) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", strerror(err));
     return false;
   }
   return true;
@@ -353,7 +352,7 @@ bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
     if (fputs(section.header, f) == EOF || fputs(section.description, f) == EOF) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fputs: failed to write NAT config %s portfwd header: %s",
-             section.protocol, ErrText(err));
+             section.protocol, strerror(err));
       return false;
     }
     uint32_t cookie = 0;
@@ -370,7 +369,7 @@ bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
                   static_cast<unsigned>(internalPort), "", description) <= 0) {
         int err = errno;
         NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",
-               section.protocol, ErrText(err));
+               section.protocol, strerror(err));
         return false;
       }
     }
@@ -388,14 +387,14 @@ bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   UniqueFile file(fopen(path, "we"));
   if (!file) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", strerror(err));
     return false;
   }
   FILE *f = file.get();
   if (fputs(NXCNATConfigFileHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (!WriteHostSection(f, v, fn)) return false;
@@ -404,7 +403,7 @@ bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   // The file is complete without its last newline: a failure is only logged.
   if (fputs("\n", f) == EOF) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", strerror(err));
   }
   return true;
 }

@@ -12,6 +12,7 @@
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -51,8 +52,8 @@ extern "C" const char *const NXCNATParamIDToName[NXC_NAT_PARAM_COUNT] = {
 
 namespace {
 
-constexpr size_t kIPTextSize = 16;
-constexpr size_t kVnetNameSize = 20;
+using nxc::kIPTextSize;
+using nxc::kVnetNameSize;
 constexpr size_t kDeviceSize = 256;
 constexpr size_t kPrefixSize = 46;
 constexpr int32_t kMaxPort = 65535;

@@ -4,13 +4,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
 
 namespace {
 
-constexpr size_t kAdapterNameSize = NXC_ADAPTER_NAME_LEN;
 constexpr int32_t kAllAdapters = -100;
 
 NXCNetworkConfigurationDB *CacheForAdapter(NXCNetworkConfigurationDB *cache, const char *adapter,
@@ -20,7 +20,7 @@ NXCNetworkConfigurationDB *CacheForAdapter(NXCNetworkConfigurationDB *cache, con
     NXCLog(LOG_ERR, fn, "Database cache is not loaded");
     return nullptr;
   }
-  if (!adapter || strlen(adapter) >= kAdapterNameSize) {
+  if (!adapter || strlen(adapter) >= kHostAdapterNameSize) {
     NXCLog(LOG_ERR, fn, "Invalid arguments");
     return nullptr;
   }
@@ -139,7 +139,7 @@ extern "C" bool NXCNetCfgRemoveHostAdapterMapping(NXCNetworkConfigurationDB *cac
   if (!db) return false;
   int32_t vnet = 0;
   if (!NXCNetCfgLookupVnetForHostAdapter(db, adapter, &vnet)) return false;
-  char name[kAdapterNameSize];
+  char name[kHostAdapterNameSize];
   memcpy(name, adapter, strlen(adapter) + 1);  // adapter may be the entry's own text
   BridgeMappingEntry removed = {vnet, name};
   if (!NetCfgHashRemoveBridgeMapping(db, name)) {
@@ -205,7 +205,7 @@ extern "C" bool NXCNetCfgLookupHostAdaptersForVnet(NXCNetworkConfigurationDB *ca
   for (size_t i = 0; i < t->arrayCount; ++i) {
     const auto &m = *static_cast<const BridgeMappingEntry *>(t->array[i]);
     if (!Selected(vnet, m.vnet, exclude)) continue;
-    if (strlen(m.adapter) >= kAdapterNameSize) {
+    if (strlen(m.adapter) >= kHostAdapterNameSize) {
       NXCLog(LOG_ERR, kFn, "Adapter: %s is longer than expected, skipping", m.adapter);
       continue;
     }

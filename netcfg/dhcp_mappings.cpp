@@ -4,14 +4,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
 
 namespace {
 
-constexpr size_t kMacSize = 18;
-constexpr size_t kIPSize = 16;
 
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
   HashTable *t = db->dhcp[vnet].table;
@@ -19,7 +18,7 @@ DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
 }
 
 // The table key of a MAC as a caller wrote it; false (logged) when invalid.
-bool CanonicalMac(const char *mac, char (&out)[kMacSize]) {
+bool CanonicalMac(const char *mac, char (&out)[kMACTextSize]) {
   return mac && NXCMACStandardizeFormat(mac, out);
 }
 
@@ -62,11 +61,11 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
                                         bool restoring) noexcept {
   static constexpr char kFn[] = "NXCNetCfgAddDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !ip || !CanonicalMac(macText, mac) ||
       !CheckRecordAddress(kFn, "DHCP mapping IP address", ip))
     return false;
-  char oldIP[kIPSize] = "";
+  char oldIP[kIPTextSize] = "";
   DHCPMACToIPEntry *existing = FindMapping(db, vnet, mac);
   bool hadOld = existing && CopyOut(existing->ip, oldIP, sizeof oldIP);
   DHCPMACToIPEntry added = {vnet, mac, const_cast<char *>(ip)};
@@ -98,9 +97,9 @@ extern "C" bool NXCNetCfgRemoveDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
                                            const char *macText) noexcept {
   static constexpr char kFn[] = "NXCNetCfgRemoveDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !CanonicalMac(macText, mac)) return false;
-  char oldIP[kIPSize];
+  char oldIP[kIPTextSize];
   if (!NXCNetCfgLookupDHCPMACToIP(db, vnet, mac, oldIP, sizeof oldIP)) return false;
   DHCPMACToIPEntry removed = {vnet, mac, oldIP};
   if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
@@ -121,7 +120,7 @@ extern "C" bool NXCNetCfgLookupDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
                                            const char *macText, char *ip, size_t ipSize) noexcept {
   static constexpr char kFn[] = "NXCNetCfgLookupDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !CanonicalMac(macText, mac)) return false;
   HashTable *t = db->dhcp[vnet].table;
   if (!t) {

@@ -9,6 +9,7 @@
 #include "base/byte_buffer.h"
 #include "base/scope_guard.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -16,16 +17,8 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr size_t kMaxNameLength = 127;  // display and adapter names
 constexpr uint32_t kMaxBackupNumber = 1000000;
-
-template <size_t N>
-bool IsOneOf(std::string_view word, const std::array<std::string_view, N> &words) {
-  for (std::string_view w : words)
-    if (w == word) return true;
-  return false;
-}
 
 // A "VNET_<n>_<field>" key split into its vnet and field.
 enum class VnetKey { kNotVnet, kBadNumber, kOk };

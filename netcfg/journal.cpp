@@ -14,6 +14,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -29,7 +30,6 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 4096;
 constexpr char kRewriteSuffix[] = "XXXXXX";
 constexpr size_t kTailChunk = 4096;
 
@@ -208,7 +208,7 @@ bool RewritePattern(const char *path, char *pattern, size_t size) {
 void RemoveStaleRewrites(const char *path, const char *fn) {
   std::string_view dirName, name;
   SplitPath(path, &dirName, &name);
-  char dirPath[kPathSize];
+  char dirPath[PATH_MAX];
   if (BoundedPrint(dirPath, sizeof dirPath, "%.*s", static_cast<int>(dirName.size()),
                    dirName.data()) < 0)
     return;

@@ -17,6 +17,7 @@
 #include "base/line_reader.h"
 #include "base/scope_guard.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -29,7 +30,6 @@ namespace {
 constexpr size_t kMaxLineLength = 1024;  // of the version line
 constexpr uint32_t kSupportedMajor = 1;
 constexpr size_t kMaxDescriptionLength = 127;
-constexpr size_t kAdapterNameSize = 128;
 constexpr char kProductConfigPath[] = "/etc/zymtra/config";
 
 // ---- Tokens ----------------------------------------------------------------
@@ -189,7 +189,7 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
 bool BridgeMappingRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
                                    std::string_view rest) {
   std::string_view token;
-  char adapter[kAdapterNameSize];
+  char adapter[kHostAdapterNameSize];
   if (!NextToken(&rest, &token) || !CopyToken(token, adapter)) {
     NXCLog(LOG_WRN, __func__, "Failed to parse host adapter or invalid host adpater name");  // sic
     return false;

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -13,7 +14,6 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 
 bool SameText(const char *a, const char *b) {
   if (!a || !b) return a == b;

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "base/answer_keys.h"
 #include "base/byte_buffer.h"
 #include "base/file_lock.h"
 #include "base/hash_table.h"
@@ -89,49 +90,6 @@ struct NATVnetPortFwdConfig {
 
 constexpr uint32_t kNumVnets = NXC_NUM_VNETS;
 
-namespace nxc {
-// The answers the database knows: global keys and the fields of a vnet
-// ("VNET_<n>_<field>"). Import drops every other answer; merge compares
-// these.
-inline constexpr std::array<std::string_view, 5> kKnownGlobalKeys = {
-    "NXC_DEFAULT_HOSTONLY_VNET", "NXC_DEFAULT_NAT_VNET", "NXC_LOG_FILE", "NXC_LOGLEVEL",
-    "NXC_DEFAULT_BRIDGE_VNET"};
-inline constexpr std::array<std::string_view, 32> kKnownVnetFields = {
-    "HOSTONLY_UUID",
-    "HOSTONLY_SUBNET",
-    "HOSTONLY_NETMASK",
-    "VIRTUAL_ADAPTER_ADDR",
-    "VIRTUAL_ADAPTER",
-    "MTU",
-    "VIRTUAL_ADAPTER_NAME",
-    "DHCP",
-    "DHCP_PARAM_LEASE_START_IP",
-    "DHCP_PARAM_LEASE_END_IP",
-    "DHCP_PARAM_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_MAX_LEASE_TIME",
-    "DHCP_PARAM_BROADCAST_ADDR",
-    "DHCP_PARAM_DNS_ADDR",
-    "DHCP_PARAM_ROUTERS",
-    "DHCP_PARAM_DOMAIN_NAME",
-    "DHCP_PARAM_SUB_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_SUB_MAX_LEASE_TIME",
-    "DHCP_CFG_HASH",
-    "NAT",
-    "NAT_PARAM_GATEWAY_IP",
-    "NAT_PARAM_INT_GATEWAY_IPSUBNETMASK",
-    "NAT_PARAM_CONFIG_PORT",
-    "NAT_PARAM_ACTIVE_FTP",
-    "NAT_PARAM_ALLOW_ANY_OUI",
-    "NAT_PARAM_DEVICE",
-    "NAT_PARAM_UDP_TIMEOUT",
-    "NAT_PARAM_NAT6",
-    "NAT_PARAM_NAT6_PREFIX",
-    "DISPLAY_NAME",
-    "INTERFACE",
-    "HOSTONLY_HOSTADDR",
-};
-
-}  // namespace nxc
 
 // ---- The cache -------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 // writes a changed database back first.
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -19,7 +20,6 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 4096;
 
 // The entries of one table in listing order (a malloc'd array, null when
 // the table is empty or missing). False when memory runs out.
@@ -138,7 +138,7 @@ bool WriteAllRecords(const RecordSink &sink, const char *fn) {
 
 // Makes a rename in the directory of path durable.
 void SyncDirectoryOf(const char *path) {
-  char dir[kPathSize];
+  char dir[PATH_MAX];
   const char *slash = strrchr(path, '/');
   if (!slash) {
     memcpy(dir, ".", 2);
@@ -155,7 +155,7 @@ void SyncDirectoryOf(const char *path) {
 // synced, then renamed over it, and the rename synced. Failures are logged
 // only; the database file then stays as it was.
 void RewriteDatabase(NXCNetworkConfigurationDB *db, const char *fn) {
-  char tempPath[kPathSize];
+  char tempPath[PATH_MAX];
   if (!RewritePattern(db->path, tempPath, sizeof tempPath)) {
     NXCLog(LOG_ERR, fn, "Failed to create temporary backup file, error: %s", strerror(ENAMETOOLONG));
     return;

@@ -12,6 +12,7 @@
 
 #include "base/line_reader.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -30,8 +31,9 @@ constexpr ServiceInfo kServices[] = {
     {NXC_SERVICE_NAT, "NAT", "NAT_PROGRAM", "zynet-natd", false, NXC_VNET_OPTION_NAT},
 };
 
+using nxc::kVnetNameSize;
+
 constexpr char kDefaultRunDir[] = "/var/run";
-constexpr size_t kVnetNameSize = 20;
 // The first line of a pid file is read up to this many characters.
 constexpr size_t kPidLineLength = 256;
 

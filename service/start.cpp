@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -30,9 +31,9 @@ using nxc::UniqueFd;
 
 constexpr char kFn[] = "NXCServiceStart";
 constexpr char kDefaultBinDir[] = "/usr/bin";
-constexpr size_t kPathSize = 256;
-constexpr size_t kVnetNameSize = 20;
-constexpr size_t kAdapterNameSize = 16;
+using nxc::kPathSize;
+using nxc::kVnetNameSize;
+using nxc::kAdapterNameSize;
 
 // The daemon's argument vector: separately malloc'd strings ending with a
 // null element, in a growable array.

@@ -8,14 +8,14 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 
 namespace {
 
 // Longest key, with its terminator.
 constexpr size_t kKeySize = 511;
-// Dotted IPv4 text with its terminator.
-constexpr size_t kIPTextSize = 16;
+using nxc::kIPTextSize;
 
 constexpr char kDisplayName[] = "DISPLAY_NAME";
 constexpr char kSubnet[] = "HOSTONLY_SUBNET";

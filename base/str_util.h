@@ -4,6 +4,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <string_view>
 
@@ -26,6 +27,11 @@ int BoundedPrint(char *buf, size_t size, const char *format, ...) noexcept
     __attribute__((format(printf, 3, 4)));
 // A malloc'd formatted text, or null when memory runs out.
 char *AllocPrint(const char *format, ...) noexcept __attribute__((format(printf, 1, 2)));
+
+// True when both texts are null or both hold the same bytes.
+inline bool SameText(const char *a, const char *b) noexcept {
+  return a && b ? strcmp(a, b) == 0 : a == b;
+}
 
 // The text for a "%s" of a log line, "null" for a null pointer.
 inline const char *OrNull(const char *text) noexcept { return text ? text : "null"; }

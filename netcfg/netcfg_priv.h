@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <array>
 #include <initializer_list>
 #include <string_view>
 
@@ -11,85 +10,33 @@
 #include "base/byte_buffer.h"
 #include "base/file_lock.h"
 #include "base/hash_table.h"
+#include "netcfg/record_table.h"
 #include "nexcfg_internal.h"
 
 // ---- Entries ---------------------------------------------------------------
 
-// An answer: key and value, both owned.
+// An answer: key and value, both owned. The answer store (answers.cpp) is a
+// record family too; its entry is here because import, merge and the
+// rewrite read answers as well.
 struct NetworkConfigDictionaryEntry {
   char *key;
   char *value;
 };
 
-struct NATPortFwdEntry {
-  uint32_t vnet;
-  bool tcp;
-  uint16_t hostPort;  // the table key
-  char *vmIP;
-  uint16_t vmPort;
-  char *description;  // null when there is none
-};
-
-struct DHCPMACToIPEntry {
-  uint32_t vnet;
-  char *mac;  // canonical form, the table key
-  char *ip;
-};
-
-struct BridgeMappingEntry {
-  int32_t vnet;   // 0..255 or -1
-  char *adapter;  // the table key
-};
-
-struct NATPrefixEntry {
-  uint32_t vnet;
-  char *prefix;  // the table key
-};
-
-// ---- Record tables ---------------------------------------------------------
-
-// One hash table of records with the cached array that enumeration reads.
-// The array is built on the first enumeration and dropped by every change,
-// so an enumeration sees a fixed order until the table changes. A zeroed
-// RecordTable is a valid empty one.
-struct RecordTable {
-  nxc::HashTable *table;
-  void **array;
-  size_t arrayCount;
-  bool arrayBuilt;
-};
-
-namespace nxc {
-
-// Creates the table on first use; false when memory runs out.
-bool RecordTableEnsure(RecordTable *t, HashTable::Kind kind, HashTable::FreeEntryFn freeEntry);
-// Drops the cached array (after any change of the table).
-void RecordTableInvalidate(RecordTable *t);
-// Builds the cached array if needed; false when memory runs out.
-bool RecordTableBuildArray(RecordTable *t);
-// Puts entry under key, first deleting (and freeing) an entry already there
-// ("Cannot delete existing entry" when that fails). Drops the cached array.
-// On failure entry is freed with the table's free function and the caller
-// logs its own insert failure.
-bool RecordTableReplace(RecordTable *t, HashKey key, void *entry, const char *fn);
-// The per-vnet table tables[vnet], created on first use ("Allocated hash
-// table for zynet: %d"); null when memory runs out.
-RecordTable *VnetRecordTable(RecordTable *tables, uint32_t vnet, HashTable::FreeEntryFn freeEntry,
-                             const char *fn);
-// Frees the table, its entries and its cached array; the table is then empty.
-void RecordTableDestroy(RecordTable *t);
-
-}  // namespace nxc
+// The entries of the other families; each is defined in its family's file.
+struct NATPortFwdEntry;     // port_forwards.cpp
+struct DHCPMACToIPEntry;    // dhcp_mappings.cpp
+struct BridgeMappingEntry;  // bridge_mappings.cpp
+struct NATPrefixEntry;      // nat_prefixes.cpp
 
 // Per vnet: TCP and UDP forwards, each keyed by host port. Created with the
 // vnet's first forward, freed when both tables are gone.
 struct NATVnetPortFwdConfig {
-  RecordTable tcp;
-  RecordTable udp;
+  nxc::RecordTable<NATPortFwdEntry> tcp;
+  nxc::RecordTable<NATPortFwdEntry> udp;
 };
 
 constexpr uint32_t kNumVnets = NXC_NUM_VNETS;
-
 
 // ---- The cache -------------------------------------------------------------
 
@@ -115,10 +62,10 @@ struct NXCNetworkConfigurationDB {
   bool readOnly;
   JournalState journal;
   nxc::HashTable *answers;
-  RecordTable bridgeMappings;
+  nxc::RecordTable<BridgeMappingEntry> bridgeMappings;
   NATVnetPortFwdConfig *portFwd[kNumVnets];
-  RecordTable dhcp[kNumVnets];
-  RecordTable prefixes[kNumVnets];
+  nxc::RecordTable<DHCPMACToIPEntry> dhcp[kNumVnets];
+  nxc::RecordTable<NATPrefixEntry> prefixes[kNumVnets];
 };
 
 namespace nxc {
@@ -188,7 +135,7 @@ class DatabaseLockScope {
   int error_ = 0;
 };
 
-// ---- Text that goes into records (record_text.cpp) --------------------------
+// ---- Text that goes into records and comes out of them (record_text.cpp) ---
 
 // How a caller's text is held in a record line: a record must read back as
 // exactly the text it was written from, and one line must stay one record.
@@ -206,6 +153,22 @@ bool CheckRecordText(const char *fn, const char *field, const char *text, Record
 // True when text is an IPv4 address as the library writes them (dotted
 // decimal without blanks or leading zeros); else as CheckRecordText.
 bool CheckRecordAddress(const char *fn, const char *field, const char *text);
+
+// The fields of a record line as the families' parse functions read them.
+// Splits off the text before the first blank; *rest becomes what follows
+// that blank (empty when there is none). False when the token is empty.
+bool NextToken(std::string_view *rest, std::string_view *token);
+// A vnet number 0..255, a port 1..65535; false for anything else.
+bool ParseVnet(std::string_view token, uint32_t *vnet);
+bool ParsePort(std::string_view token, uint16_t *port);
+// A NUL-terminated copy of a token in a fixed buffer; false when too long.
+template <size_t N>
+bool CopyToken(std::string_view token, char (&out)[N]) {
+  if (token.size() >= N) return false;
+  // copy() and not memcpy(): an empty token may have no data pointer.
+  out[token.copy(out, token.size())] = '\0';
+  return true;
+}
 
 // ---- Records -----------------------------------------------------------------
 
@@ -248,33 +211,16 @@ bool CopyOut(const char *text, char *buffer, size_t size);
 // Appends text at the end of a stream (a rewrite's new file).
 bool AppendToStream(FILE *stream, const char *text, int *error);
 
-// The text of a record of the given type for an entry of the matching kind
+// The text of a record of the given type for an entry of its family
 // (answer types take a NetworkConfigDictionaryEntry, and so on), malloc'd;
 // null when memory runs out.
 char *FormatRecord(uint32_t type, const void *entry);
 
 // In-memory insert or replace of an answer, creating the table on first use.
 bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value);
-// The entry free functions, which log what they free.
-void NetCfgFreeEntry(void *entry);
-void NetCfgNATPortFwdFreeEntry(void *entry);
-void NetCfgDHCPMACToIPFreeEntry(void *entry);
-void NetCfgBridgeMappingFreeEntry(void *entry);
-void NetCfgPrefixFreeEntry(void *entry);
-
-// In-memory record changes used by the loader and the undo paths.
-bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
-                             uint16_t hostPort, const char *vmIP, uint16_t vmPort,
-                             const char *description);
-bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
-                                uint16_t hostPort);
-bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac,
-                              const char *ip);
-bool NetCfgHashRemoveDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac);
+// In-memory insert or replace of a bridge mapping (an import's upgrade of a
+// legacy answer).
 bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter, int32_t vnet);
-bool NetCfgHashRemoveBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter);
-bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix);
-bool NetCfgHashRemoveNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix);
 
 // The compact writers: every "answer" and "add_" record of the cache (NAT
 // prefixes excepted) in the fixed order, into a new database file or a

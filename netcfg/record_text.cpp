@@ -1,4 +1,5 @@
-// record_text.cpp - what text a caller may put into a record line.
+// record_text.cpp - what text a caller may put into a record line, and
+// reading the fields of a line back.
 //
 // Records are lines of words: a text that held a line break would become a
 // record of its own, one that held a blank where a word is read would be
@@ -44,6 +45,27 @@ bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
     NXCLog(LOG_ERR, fn, "Refusing %s: it is not an IPv4 address in dotted decimal form", field);
     return false;
   }
+  return true;
+}
+
+bool NextToken(std::string_view *rest, std::string_view *token) {
+  size_t blank = rest->find(' ');
+  *token = rest->substr(0, blank);
+  *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
+  return !token->empty();
+}
+
+bool ParseVnet(std::string_view token, uint32_t *vnet) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
+  *vnet = v;
+  return true;
+}
+
+bool ParsePort(std::string_view token, uint16_t *port) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
+  *port = static_cast<uint16_t>(v);
   return true;
 }
 

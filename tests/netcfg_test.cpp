@@ -265,6 +265,20 @@ TEST_F(NetCfgTest, FailedAppendsOnAFullDiskUndoTheChangeInTheCache) {
   EXPECT_EQ(DbText(), file);
 }
 
+// A vnet's static leases keep the order of its table through a rewrite,
+// however many there are.
+TEST_F(NetCfgTest, RewriteKeepsTheTableOrderOfManyLeases) {
+  std::string leases;
+  for (int i = 40; i > 20; --i)
+    leases += "add_dhcp_mac_to_ip 3 00:00:00:00:00:" + std::to_string(i) + " 10.0.3." +
+              std::to_string(i) + "\n";
+  WriteDb(leases);
+  ASSERT_TRUE(Load());
+  ASSERT_TRUE(NXCNetCfgAddAnswerString(nullptr, "CHANGED", "yes"));
+  UnloadAll(true);
+  EXPECT_NE(DbText().find(leases), std::string::npos) << DbText();
+}
+
 TEST_F(NetCfgTest, UnloadRewritesCompactlyInFixedOrder) {
   WriteDb("answer ZETA z\nanswer ALPHA a\n");
   ASSERT_TRUE(WriteFile("/etc/zymtra/config", "bindir = \"/bin\"\n"));

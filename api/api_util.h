@@ -10,10 +10,10 @@ namespace nxc {
 // The number of the vnet named name ("zynet<n>"); false, after logging
 // "Invalid vnet name: %s" under fn, when the name is not one of a vnet
 // 0..255.
-bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet);
+[[nodiscard]] bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet);
 
 // The same for a caller's required vnet argument: NULL first logs
 // "Invalid argument - vnet: %p".
-bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet);
+[[nodiscard]] bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet);
 
 }  // namespace nxc

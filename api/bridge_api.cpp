@@ -23,18 +23,19 @@ using namespace nxc;
 namespace {
 
 
+[[nodiscard]]
 bool IsVnetNumber(int32_t vnet) { return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS); }
 
 // Restarts a running bridge daemon (a stopped one stays stopped); *restarted
 // tells whether it was running and so was restarted, also on failure.
-bool RestartBridge(int32_t vnet, bool *restarted) {
+[[nodiscard]] bool RestartBridge(int32_t vnet, bool *restarted) {
   *restarted = false;
   return NXCRestartService(static_cast<uint32_t>(vnet), NXC_SERVICE_BRIDGE, restarted, nullptr,
                            /*startIfStopped=*/false);
 }
 
 // Starts the bridge daemon again after an undo, with the restored mappings.
-bool RestartBridgeForCleanup(int32_t vnet) {
+[[nodiscard]] bool RestartBridgeForCleanup(int32_t vnet) {
   return NXCRestartService(static_cast<uint32_t>(vnet), NXC_SERVICE_BRIDGE, nullptr, nullptr,
                            /*startIfStopped=*/true);
 }
@@ -55,7 +56,7 @@ struct DefaultBridgeChange {
 
 // Puts back the default, the mappings of the adapter set, and restarts the
 // daemons the change restarted. Always false, the change's result.
-bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
+[[nodiscard]] bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
   if (!NXCSetDefaultBridgeVnet(c.oldDefault))
     NXCLog(LOG_INFO, fn, "Failed to restore value of default bridge: %d", c.oldDefault);
   if (c.listObtained && !NXCSetBridgeMappingForMultipleAdapters(c.setVnet, c.list))
@@ -74,7 +75,7 @@ bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
 // The work of a default bridge change under the lock. Switching the default
 // bridge on hands it the adapters that belong to no vnet; switching it off
 // keeps its adapters on it through explicit mappings.
-bool ChangeDefaultBridge(const char *fn, DefaultBridgeChange &c) {
+[[nodiscard]] bool ChangeDefaultBridge(const char *fn, DefaultBridgeChange &c) {
   uint32_t count = 0;
   if (!NXCGetVnetBridge(c.setVnet, &count, &c.list)) {
     NXCLog(LOG_ERR, fn, "Error creating list of adapters on host");
@@ -119,7 +120,7 @@ struct AdapterMove {
 
 // Puts the adapter and the displaced adapters back and restarts the daemons
 // the move restarted. Always false, the move's result.
-bool RollbackMove(const char *fn, const AdapterMove &m) {
+[[nodiscard]] bool RollbackMove(const char *fn, const AdapterMove &m) {
   if (!NXCSetBridgeMappingForAdapter(m.name, m.source))
     NXCLog(LOG_ERR, fn, "Unable to restore host adapter: %s to its previous vnet: %d", m.name,
            m.source);
@@ -141,7 +142,7 @@ bool RollbackMove(const char *fn, const AdapterMove &m) {
 
 // The work of a move under the lock. The adapters a real destination vnet
 // had go to the default bridge, so that a vnet bridges one adapter.
-bool MoveAdapter(const char *fn, AdapterMove &m) {
+[[nodiscard]] bool MoveAdapter(const char *fn, AdapterMove &m) {
   if (!NXCSetBridgeMappingForAdapter(m.name, m.destination)) {
     NXCLog(LOG_ERR, fn, "Unable to bridge host adapter: %s to vnet: %d", m.name, m.destination);
     return RollbackMove(fn, m);
@@ -176,6 +177,7 @@ bool MoveAdapter(const char *fn, AdapterMove &m) {
 // The vnet the adapter is bridged to now, checked against the caller's
 // source when one is given. False, after logging, when it cannot be had or
 // differs.
+[[nodiscard]]
 bool SourceVnet(const char *fn, const char *name, const NXC_NetID *source, int32_t *vnet) {
   if (source) {
     if (!NXCValidateNetIDStruct(source)) {
@@ -201,6 +203,7 @@ bool SourceVnet(const char *fn, const char *name, const NXC_NetID *source, int32
 
 // ---- The public host adapter list --------------------------------------------
 
+[[nodiscard]]
 bool IsZynetAdapterName(const char *name) { return strncasecmp(name, "zynet", 5) == 0; }
 
 // Copies the adapters of raw (count of them) but the system's own zynet
@@ -252,7 +255,7 @@ NXC_HostAdapterList *ContiguousAdapterList(const char *fn, uint32_t count,
 
 // Brings the adapter up under the lock, with the netifup daemon running;
 // a daemon this call started is stopped again when the adapter stays down.
-bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
+[[nodiscard]] bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
   if (!NXCCreateFile(static_cast<int32_t>(num), NXC_FILE_VNET_DEVICE, nullptr)) {
     NXCLog(LOG_ERR, fn, "Failed to create required zynet device before starting netifup service");
     return false;

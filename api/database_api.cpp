@@ -21,7 +21,7 @@ namespace {
 
 constexpr char kDefaultExportFile[] = "/tmp/networking_export";
 
-bool Loaded() { return nxcContext.loadCount != 0; }
+[[nodiscard]] bool Loaded() { return nxcContext.loadCount != 0; }
 
 // The log of a call made while the library is not loaded: the default log
 // file, with the default mask whether or not it opened.
@@ -35,14 +35,14 @@ void CloseTemporaryLog() {
   nxcContext.logStream = nullptr;
 }
 
-bool DatabasePath(const char *fn, char (&path)[kPathSize]) {
+[[nodiscard]] bool DatabasePath(const char *fn, char (&path)[kPathSize]) {
   if (NXCGetFileName(-1, NXC_FILE_NETWORKING_DB, path, sizeof path)) return true;
   NXCLog(LOG_ERR, fn, "Failed to get the path of networking DB file");
   return false;
 }
 
 // Moves an existing database aside to the first free "<path>.bak.<n>".
-bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
+[[nodiscard]] bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
   for (uint32_t n = 0;; ++n) {
     if (BoundedPrint(kept, sizeof kept, "%s.bak.%u", path, n) < 0) return false;
     if (!NXCFileExists(-1, NXC_FILE_CUSTOM, kept)) break;
@@ -59,7 +59,7 @@ bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
 
 // The shared body of import and merge.
 template <class Apply>
-bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
+[[nodiscard]] bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
   bool loaded = Loaded();
   NXCLog(LOG_INFO2, fn, "nexcfg is %sloaded", loaded ? "" : "not ");
   if (!loaded) {

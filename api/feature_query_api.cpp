@@ -35,7 +35,7 @@ uint8_t Tri(bool present) { return present ? NXC_FEATURE_PRESENT : NXC_FEATURE_A
 uint8_t Flag(uint8_t tri) { return tri == NXC_FEATURE_PRESENT ? 1 : 0; }
 
 // The checks both calls make on the record, after the null test.
-bool RecordUsable(const char *fn, const NXC_VnetFeatures *f) {
+[[nodiscard]] bool RecordUsable(const char *fn, const NXC_VnetFeatures *f) {
   if (f->version != NXC_VNET_FEATURES_VERSION) {
     NXCLog(LOG_ERR, fn, "Unsupported feature struct version: %u", f->version);
     return false;
@@ -59,14 +59,14 @@ ConfigFeatures QueryConfigFeatures(uint32_t vnet) {
   return c;
 }
 
-bool ServiceRunning(uint32_t vnet, uint32_t id) {
+[[nodiscard]] bool ServiceRunning(uint32_t vnet, uint32_t id) {
   return NXCServiceStatus(vnet, id) == NXC_SERVICE_RUNNING;
 }
 
 // Whether the vnet's host-only adapter is up. It is asked whether or not
 // the vnet is configured for one, so an adapter name that cannot be formed
 // or a state that cannot be read fails the query (after logging why).
-bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
+[[nodiscard]] bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
   char name[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(vnet, name, sizeof name)) {
     NXCLog(LOG_ERR, fn, "Getting virtual adapter name failed");
@@ -83,10 +83,11 @@ bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
 
 // A pattern byte matches when it asks for nothing (0) or for exactly the
 // vnet's value; any other byte never matches.
-bool Matches(uint8_t pattern, uint8_t value) {
+[[nodiscard]] bool Matches(uint8_t pattern, uint8_t value) {
   return pattern == NXC_FEATURE_ANY || pattern == value;
 }
 
+[[nodiscard]]
 bool ConfigMatches(const char *fn, const NXC_VnetFeatures &p, const ConfigFeatures &c) {
   if (!Matches(p.subnet, c.subnet)) {
     NXCLog(LOG_INFO2, fn, "Subnet config-time feature does not match");
@@ -111,6 +112,7 @@ bool ConfigMatches(const char *fn, const NXC_VnetFeatures &p, const ConfigFeatur
   return true;
 }
 
+[[nodiscard]]
 bool RuntimeMatches(const char *fn, const NXC_VnetFeatures &p, const RuntimeFeatures &r) {
   if (!Matches(p.runtimeFeatures[NXC_FEATURE_BRIDGE], r.bridge)) {
     NXCLog(LOG_INFO2, fn, "Bridge runtime feature does not match");

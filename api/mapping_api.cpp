@@ -47,6 +47,7 @@ int DescriptionShown(const char *desc, uint32_t descLen) {
 // The caller's description as a NUL-terminated copy in *copy (null for no
 // description). False, after logging, when it is too long or cannot be
 // copied.
+[[nodiscard]]
 bool CopyDescription(const char *fn, const char *desc, uint32_t descLen, CPtr<char> *copy) {
   if (!desc) return true;
   if (descLen > kMaxDescriptionLen) {

@@ -32,6 +32,7 @@ uint32_t ServiceForType(uint32_t type) {
 }
 
 // The argument trace and checks the three service calls share.
+[[nodiscard]]
 bool ResolveService(const char *fn, const char *vnet, uint32_t type, ServiceTarget *out) {
   NXCLog(LOG_ARGS, fn, "Arguments - v: %p,%s, sT: %u", (const void *)vnet, OrNull(vnet), type);
   uint32_t id = ServiceForType(type);
@@ -46,7 +47,7 @@ bool ResolveService(const char *fn, const char *vnet, uint32_t type, ServiceTarg
 }
 
 // The checks a start makes before it touches anything.
-bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
+[[nodiscard]] bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
   if (!NXCVnetIsOptionConfigured(s.vnet, NXCLookupConfigOptionForServiceID(s.id))) {
     NXCLog(LOG_ERR, fn, "\"%s\" service is not configured for this vnet", s.desc);
     return false;
@@ -170,6 +171,7 @@ namespace {
 // Tests each daemon of the vnet in turn: false (after logging) when a
 // status cannot be read; *busy is set for every daemon that runs, and the
 // others are still tested. Each row holds its service's three texts whole.
+[[nodiscard]]
 bool CheckServicesStopped(const char *fn, uint32_t vnet, const char *name, bool *busy) {
   struct Check {
     uint32_t id;
@@ -209,7 +211,7 @@ bool CheckServicesStopped(const char *fn, uint32_t vnet, const char *name, bool 
 
 // A vnet is removed only while nothing of it runs: no daemon, and no
 // host-only adapter up.
-bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
   bool busy = false;
   if (!CheckServicesStopped(fn, vnet, name, &busy)) return false;
   char adapter[16];
@@ -233,6 +235,7 @@ bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
 
 // Every removal of a vnet's configuration, each attempted whatever became
 // of the others; true when all succeeded.
+[[nodiscard]]
 bool RemoveVnetConfiguration(const char *fn, uint32_t vnet, const char *name, bool readOnly) {
   bool all = true;
   if (NXCRemoveBridgeMappingsForVnet(static_cast<int32_t>(vnet))) {

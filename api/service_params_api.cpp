@@ -63,6 +63,7 @@ namespace {
 
 // The work of NXC_SetDHCPParam once the lock is held. The DHCP layer is
 // given a terminated copy of the value, as far as valueLen reaches.
+[[nodiscard]]
 bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                   const char *value, uint32_t valueLen) {
   if (!value) {
@@ -126,6 +127,7 @@ namespace {
 // the NAT layer gets the bounded copy: a caller's text need not be
 // terminated within valueLen bytes, and reading on to a NUL would run past
 // its end.
+[[nodiscard]]
 bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                  const char *value, uint32_t valueLen) {
   if (!value) {

@@ -41,7 +41,7 @@ struct FeatureSwitch {
   const char *offFailed;         // vnet name
 };
 
-bool AdapterConfigured(uint32_t vnet) {
+[[nodiscard]] bool AdapterConfigured(uint32_t vnet) {
   return NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_ADAPTER);
 }
 
@@ -120,6 +120,7 @@ void UndoSubnetAssignment(const FeatureSwitch &s, uint32_t vnet, const char *nam
 }
 
 // The switch's work once the lock is held.
+[[nodiscard]]
 bool ChangeFeature(const FeatureSwitch &s, uint32_t vnet, const char *name, bool use,
                    bool cleanup) {
   bool current = s.current(vnet);
@@ -167,6 +168,7 @@ bool ChangeFeature(const FeatureSwitch &s, uint32_t vnet, const char *name, bool
 
 // The shared body of the three switch calls, after the loaded test. The
 // lock it takes is released by the call's exit.
+[[nodiscard]]
 bool SetFeature(ApiCall &call, const FeatureSwitch &s, const char *vnet, bool use, bool cleanup) {
   NXCLog(LOG_ARGS, s.fn, s.argsTrace, (const void *)vnet, OrNull(vnet), use ? 1u : 0u,
          cleanup ? 1u : 0u);
@@ -284,7 +286,7 @@ extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
 namespace {
 
 // The argument trace and checks of the three update calls.
-bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
+[[nodiscard]] bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
   NXCLog(LOG_ARGS, fn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, fn, "Invalid argument - zynet: %p", (const void *)vnet);
@@ -348,7 +350,7 @@ namespace {
 // takes the stored address. The result is the disable step's: the enable's
 // outcome is only logged, and an adapter whose state cannot be read gives
 // false even when it could be enabled.
-bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
   char adapter[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(vnet, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, fn, "Failed to get the name of hostonly adapter for vnet: %s", name);
@@ -377,7 +379,7 @@ bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
 
 // A vnet without a host-only adapter: its adapter goes down and its netifup
 // daemon stops. Both steps run; either failure makes the result false.
-bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
   NXCLog(LOG_ERR, fn, "Hostonly adapter not configured for vnet: %s", name);
   bool ok = NXCVirtAdapterDisable(vnet);
   if (!ok) NXCLog(LOG_ERR, fn, "Failed to disable hostonly adapter: %s for vnet: %s", "", name);

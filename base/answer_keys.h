@@ -50,6 +50,7 @@ inline constexpr std::array<std::string_view, 32> kKnownVnetFields = {
 
 // True when word is one of words.
 template <size_t N>
+[[nodiscard]]
 constexpr bool IsOneOf(std::string_view word, const std::array<std::string_view, N> &words) {
   for (std::string_view w : words)
     if (w == word) return true;

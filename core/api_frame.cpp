@@ -19,7 +19,7 @@ void ApiExitBanner(const char *fn, int line) noexcept {
   NXCLog(LOG_INFO2, nullptr, "\nExiting API Function, %s:%d\n-----------\n", fn, line);
 }
 
-bool ApiIsLoaded(const char *fn) noexcept {
+[[nodiscard]] bool ApiIsLoaded(const char *fn) noexcept {
   if (nxcContext.loadCount != 0) return true;
   NXCLog(LOG_ERR, fn, "Nexcfg Un-Initialized. Aborting API Function: %s", fn);
   return false;

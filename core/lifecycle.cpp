@@ -120,7 +120,7 @@ namespace {
 
 // The short frame of the answer calls: no banners and no argument trace,
 // only the loaded test and the argument check.
-bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
+[[nodiscard]] bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
   if (nxcContext.loadCount == 0) {
     NXCLog(LOG_ERR, fn, "Nexcfg Un-Initialized, Aborting\n");
     return false;

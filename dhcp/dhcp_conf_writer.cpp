@@ -60,7 +60,7 @@ constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
 
 namespace nxc {
 
-bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
+[[nodiscard]] bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
   static constexpr char kFn[] = "NXCLocateZynetDHCPBlock";
   InternalEnter(kFn, __LINE__);
   // Logged at the error level on purpose: it marks every regeneration.
@@ -127,7 +127,7 @@ DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
 }
 
 // Opens (truncating) the configuration file that is about to be written.
-bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
+[[nodiscard]] bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
   file->reset(fopen(path, "w+e"));
   if (!*file) {
     int err = errno;
@@ -140,7 +140,7 @@ bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
 }
 
 // A first configuration: makes the directories and the file and opens it.
-bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
+[[nodiscard]] bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
   NXCLog(LOG_INFO, fn, "DHCP Config %s does not exist yet, Creating new", path);
   const int32_t n = static_cast<int32_t>(vnet);
   if (!NXCCreateFile(n, NXC_FILE_VNET_DIR, nullptr)) {
@@ -159,6 +159,7 @@ bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char 
 }
 
 // Copies the whole existing file over the backup and reopens it truncated.
+[[nodiscard]]
 bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize],
                      UniqueFile *file, const char *fn) {
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF_BAK, bakPath,
@@ -174,7 +175,7 @@ bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize]
   return OpenForWriting(path, file, fn);
 }
 
-bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
+[[nodiscard]] bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
   int rc = fprintf(file,
                    "# Configuration file for ISC 2.0 zynet-dhcpd operating on zynet%d.\n"
                    "#\n"
@@ -197,7 +198,7 @@ bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
 }
 
 // The start marker and the instructions; *blockStart gets the marker's offset.
-bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
+[[nodiscard]] bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
   char stamp[64] = "";
   time_t now = time(nullptr);
   struct tm local;
@@ -235,7 +236,7 @@ struct DhcpValues {
 // A parameter's value for the file; one that holds a line break (or any
 // control character) would write lines of its own into dhcpd.conf and is
 // refused.
-bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+[[nodiscard]] bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   if (!NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
   if (!nxc::HasControlChar(buf)) return true;
   NXCLog(LOG_ERR, "NXCDHCPWriteDHCPCfg",
@@ -244,7 +245,7 @@ bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   return false;
 }
 
-bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
+[[nodiscard]] bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
   char defaultLease[kLeaseTimeSize] = "";
   char maxLease[kLeaseTimeSize] = "";
   if (!Fetch(vnet, NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC, defaultLease, sizeof defaultLease)) {
@@ -271,7 +272,7 @@ bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
 }
 
 // The subnet declaration; fills values for the host entries that follow.
-bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
+[[nodiscard]] bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
   char subnet[kIPTextSize] = "", mask[kIPTextSize] = "", begin[kIPTextSize] = "",
        end[kIPTextSize] = "", broadcast[kIPTextSize] = "";
   char subDefaultLease[kLeaseTimeSize] = "", subMaxLease[kLeaseTimeSize] = "";
@@ -360,7 +361,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
 }
 
 // The host's own entry: its adapter gets a fixed address and no DNS.
-bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
+[[nodiscard]] bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
   char adapter[kIPTextSize] = "";
   char address[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
@@ -393,6 +394,7 @@ bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
 }
 
 // One entry per static mapping, in the table's enumeration order.
+[[nodiscard]]
 bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
@@ -428,7 +430,7 @@ bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, con
 }
 
 // Hashes the block just written and stores the hash for the next run.
-bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
+[[nodiscard]] bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
   off_t blockEnd = ftello(file);
   CPtr<char> hash(blockEnd < 0 ? nullptr : NXCCalculateHashStrForBlock(file, blockStart, blockEnd));
   if (!hash) {
@@ -445,6 +447,7 @@ bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *f
 
 // Everything after the file was opened for writing: the kept prefix (or the
 // header), the block, its hash, the kept suffix and the leases file.
+[[nodiscard]]
 bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char *bakPath,
                  const char *fn) {
   if (old.start != 0) {

@@ -163,7 +163,7 @@ static_assert(std::size(kExternalIds) == 8);
 extern const ParamTable kDhcpTable;
 
 // Checks value against the parameter's kind, logging the rejection.
-bool CheckDhcpValue(uint32_t id, const char *value, const char *fn) {
+[[nodiscard]] bool CheckDhcpValue(uint32_t id, const char *value, const char *fn) {
   const DhcpParamDef *p = FindDhcpParam(id, fn);
   if (!p) return false;
   size_t len = strlen(value);
@@ -200,6 +200,7 @@ bool CheckDhcpValue(uint32_t id, const char *value, const char *fn) {
 }
 
 // Computes an address default as dotted text into text.
+[[nodiscard]]
 bool AddressDefault(uint32_t vnet, const DhcpParamDef &p, char *text, const char *fn) {
   char subnetText[kIPTextSize] = "";
   char maskText[kIPTextSize] = "";
@@ -222,6 +223,7 @@ bool AddressDefault(uint32_t vnet, const DhcpParamDef &p, char *text, const char
   return NXCIPInt2Str(p.address(net, ~mask, NXCGetVnetUseNAT(vnet)), text);
 }
 
+[[nodiscard]]
 bool ComputeDhcpDefault(uint32_t vnet, uint32_t id, char *text, bool *shortBufferSucceeds,
                         const char *fn) {
   const DhcpParamDef *p = FindDhcpParam(id, fn);

@@ -31,7 +31,7 @@ constexpr bool kUseMacosZynetVirtApi = false;
 
 // True when /proc/net/dev lists an interface named exactly name; false with
 // *failed set when the file cannot be read.
-bool ListedInProcNetDev(const char *fn, const char *name, bool *failed) {
+[[nodiscard]] bool ListedInProcNetDev(const char *fn, const char *name, bool *failed) {
   *failed = false;
   nxc::UniqueFile file(fopen(kProcNetDev, "re"));
   if (!file) {
@@ -72,7 +72,7 @@ void SetIPv4(struct ifreq *request, in_addr_t networkOrder) {
 }
 
 // Converts dotted text to the network-order word; false when it is not one.
-bool ToNetwork(const char *text, in_addr_t *out) {
+[[nodiscard]] bool ToNetwork(const char *text, in_addr_t *out) {
   struct in_addr addr = {};
   if (inet_pton(AF_INET, text, &addr) != 1) return false;
   *out = addr.s_addr;
@@ -136,6 +136,7 @@ namespace {
 
 // Reads the interface's flags, adds set and removes clear, and writes them
 // back; each step logs under fn.
+[[nodiscard]]
 bool ChangeFlags(int fd, struct ifreq *request, const char *name, int set, int clear,
                  const char *fn) {
   if (ioctl(fd, SIOCGIFFLAGS, request) != 0) {

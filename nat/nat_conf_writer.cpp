@@ -141,7 +141,7 @@ struct NatValues {
 // A parameter's value for the file; one that holds a line break (or any
 // control character) would write lines of its own into nat.conf and is
 // refused.
-bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+[[nodiscard]] bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   if (!NXCNATGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
   if (!nxc::HasControlChar(buf)) return true;
   NXCLog(LOG_ERR, "NXCNATUpdateFromConfig",
@@ -151,7 +151,7 @@ bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
 }
 
 // A vnet without NAT keeps no NAT files.
-bool RemoveNatFiles(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool RemoveNatFiles(uint32_t vnet, const char *fn) {
   const int32_t n = static_cast<int32_t>(vnet);
   (void)NXCRemoveFile(n, NXC_FILE_NAT_CONF, nullptr);
   bool macRemoved = NXCRemoveFile(n, NXC_FILE_NAT_MAC, nullptr);
@@ -163,7 +163,7 @@ bool RemoveNatFiles(uint32_t vnet, const char *fn) {
   return false;
 }
 
-bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
+[[nodiscard]] bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
   // The same line for all three, as it has always read.
   if (!Fetch(vnet, NXC_NAT_PARAM_GATEWAY_IP, v->gateway, sizeof v->gateway) ||
       !Fetch(vnet, NXC_NAT_PARAM_NAT6, v->nat6, sizeof v->nat6) ||
@@ -204,7 +204,7 @@ bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
 
 // Makes the directories and the file of a first configuration, or copies an
 // existing file over its backup. *created tells which.
-bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
+[[nodiscard]] bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
   const int32_t n = static_cast<int32_t>(vnet);
   if (!NXCFileExists(n, NXC_FILE_NAT_CONF, nullptr)) {
     // A failure here does not stop the writer; opening the file decides.
@@ -233,7 +233,7 @@ bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
 }
 
 // The [host] section.
-bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileHostSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
@@ -310,7 +310,7 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
 }
 
 // The [tcp], [udp] and [netbios] sections.
-bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileTCPSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config TCP sectionheader, error: %s",
@@ -347,7 +347,7 @@ bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
 
 // [incomingtcp] and [incomingudp] with one line per forward. Descriptions
 // stay in the database: the buffer is cleared before each line.
-bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
+[[nodiscard]] bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
   for (const auto &section : kPortFwdSections) {
     if (fputs(section.header, f) == EOF || fputs(section.description, f) == EOF) {
       int err = errno;
@@ -378,7 +378,7 @@ bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
 }
 
 // Opens nat.conf afresh and writes it whole.
-bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   char path[kPathSize] = "";
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_NAT_CONF, path, sizeof path)) {
     NXCLog(LOG_ERR, fn, "Cannot get the NAT config file name");

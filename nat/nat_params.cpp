@@ -122,7 +122,7 @@ extern const ParamTable kNatTable;
 
 // Checks value by the parameter's rule. The rejection lines print the
 // parameter's id where they say "vnet"; that is how they read.
-bool CheckNatValue(uint32_t id, const char *value, const char *fn) {
+[[nodiscard]] bool CheckNatValue(uint32_t id, const char *value, const char *fn) {
   const NatParamDef *p = FindNatParam(id);
   if (!p || p->check == Check::kNotSettable) {
     NXCLog(LOG_ERR, fn, "Unrecognized NAT parameter ID: %u", id);
@@ -162,6 +162,7 @@ bool CheckNatValue(uint32_t id, const char *value, const char *fn) {
 
 // Puts the default text of id into text (kParamTextSize bytes); logs why
 // not.
+[[nodiscard]]
 bool ComputeNatDefault(uint32_t vnet, uint32_t id, char *text, bool *, const char *fn) {
   const NatParamDef *p = FindNatParam(id);
   const int n = static_cast<int>(vnet);

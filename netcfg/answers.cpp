@@ -34,7 +34,7 @@ NetworkConfigDictionaryEntry *FindAnswer(const char *fn, NXCNetworkConfiguration
 
 }  // namespace
 
-bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
+[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
   static constexpr char kFn[] = "NetCfgHashAddAnswer";
   if (!*table) {
     *table = HashTable::Create(kAnswerRecords.keyKind, kAnswerBuckets, kAnswerRecords.free);
@@ -91,6 +91,7 @@ void NetCfgFreeEntry(void *p) {
   free(entry);
 }
 
+[[nodiscard]]
 bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
   if (type == NXC_REC_REMOVE_ANSWER && !db->answers) {
     NXCLog(LOG_WRN, __func__, "Cannot delete from empty hash table");
@@ -125,6 +126,7 @@ bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::str
   return true;
 }
 
+[[nodiscard]]
 bool FormatAnswer(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NetworkConfigDictionaryEntry *>(entry);
   const int length = static_cast<int>(keyword.size());
@@ -175,6 +177,7 @@ void RollbackAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *
 // The worker of the add calls: sets key to value in the cache, then appends
 // "remove_answer" (when the key had a value) and "answer" to the file, both
 // in one write.
+[[nodiscard]]
 bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value) {
   static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
   const char *current = nullptr;

@@ -41,7 +41,7 @@ BridgeMappingEntry *FindMapping(NXCNetworkConfigurationDB *db, const char *adapt
   return db->bridgeMappings.Find(StrKey(adapter));
 }
 
-bool Selected(int32_t wanted, int32_t mapped, bool exclude) {
+[[nodiscard]] bool Selected(int32_t wanted, int32_t mapped, bool exclude) {
   if (wanted == kAllAdapters) return true;
   return exclude ? mapped != wanted : mapped == wanted;
 }
@@ -73,6 +73,7 @@ void NetCfgBridgeMappingFreeEntry(void *p) {
 
 }  // namespace
 
+[[nodiscard]]
 bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter, int32_t vnet) {
   static constexpr char kFn[] = "NetCfgHashAddBridgeMapping";
   RecordTable<BridgeMappingEntry> *t = &db->bridgeMappings;
@@ -95,12 +96,14 @@ bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapt
 
 namespace {
 
+[[nodiscard]]
 bool NetCfgHashRemoveBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter) {
   return db->bridgeMappings.Remove(StrKey(adapter));
 }
 
 // ---- The record family -------------------------------------------------------
 
+[[nodiscard]]
 bool BridgeMappingRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
                                    std::string_view rest) {
   std::string_view token;
@@ -133,6 +136,7 @@ bool BridgeMappingRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
   return true;
 }
 
+[[nodiscard]]
 bool FormatBridgeMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const BridgeMappingEntry *>(entry);
   const int length = static_cast<int>(keyword.size());

@@ -24,7 +24,7 @@ DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
 }
 
 // The table key of a MAC as a caller wrote it; false (logged) when invalid.
-bool CanonicalMac(const char *mac, char (&out)[kMACTextSize]) {
+[[nodiscard]] bool CanonicalMac(const char *mac, char (&out)[kMACTextSize]) {
   return mac && NXCMACStandardizeFormat(mac, out);
 }
 
@@ -41,6 +41,7 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
   free(e);
 }
 
+[[nodiscard]]
 bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac,
                               const char *ip) {
   static constexpr char kFn[] = "NetCfgHashAddDHCPMACToIP";
@@ -63,12 +64,14 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
   return t->Put(StrKey(entry->mac), entry, kFn);
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
   return db->dhcp[vnet].Remove(StrKey(mac));
 }
 
 // ---- The record family -------------------------------------------------------
 
+[[nodiscard]]
 bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
   std::string_view token;
   uint32_t vnet = 0;
@@ -102,6 +105,7 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
   return true;
 }
 
+[[nodiscard]]
 bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
   const int length = static_cast<int>(keyword.size());

@@ -94,6 +94,7 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 // are read whole, however long. A last line without its end is what a
 // writer that died while appending leaves: it is reported like any other
 // line that cannot be parsed.
+[[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn) {
   char *line = nullptr;
@@ -121,7 +122,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
 
 // Takes "bindir" from the product configuration file as the in-memory
 // answer BINDIR. Only a failure to store it fails the load.
-bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
+[[nodiscard]] bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
   char why[256] = "";
   KeyValueFile *config = KeyValueFileLoad(kProductConfigPath, why, sizeof why);
   if (!config) {
@@ -142,7 +143,7 @@ bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
 }
 
 // Reads the version line and the records of the file at path into db.
-bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
+[[nodiscard]] bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
   UniqueFile reader(fopen(path, "re"));
   if (!reader) {
     int err = errno;
@@ -161,6 +162,7 @@ bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn
 
 // Steps 4 to 14 of a load into the fresh cache db; on failure the caller
 // frees db.
+[[nodiscard]]
 bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, bool readOnly,
                const char *fn) {
   int err = 0;
@@ -204,6 +206,7 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
 
 }  // namespace
 
+[[nodiscard]]
 bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
                       const char *fn) {
   NXCNetworkConfigurationDB *db = NewCache(fn);
@@ -220,7 +223,7 @@ bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB *
   return true;
 }
 
-bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor) {
+[[nodiscard]] bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor) {
   static constexpr char kFn[] = "ParseVersionString";
   std::string_view s(text ? text : "");
   size_t comma = s.find(',');

@@ -24,6 +24,7 @@ const char *VnetAnswer(NXCNetworkConfigurationDB *db, const char *key) {
 }
 
 // Whether any known setting of the vnet differs between the two caches.
+[[nodiscard]]
 bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurationDB *incoming,
                        uint32_t vnet, const char *fn) {
   bool differ = false;
@@ -45,7 +46,7 @@ bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurati
 }
 
 // Stops the running daemons of a vnet: bridge, NAT, DHCP, netifup.
-bool StopVnetServices(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool StopVnetServices(uint32_t vnet, const char *fn) {
   bool ok = true;
   auto stop = [&](uint32_t id) {
     return NXCServiceStatus(vnet, id) != NXC_SERVICE_RUNNING || NXCServiceStop(vnet, id);
@@ -71,7 +72,7 @@ bool StopVnetServices(uint32_t vnet, const char *fn) {
 
 // Rewrites a changed vnet's daemon files and starts what it is configured
 // for: bridge, netifup with the host-only adapter, DHCP, NAT.
-bool StartVnetServices(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool StartVnetServices(uint32_t vnet, const char *fn) {
   int v = static_cast<int>(vnet);
   bool ok = true;
   if (!NXCDHCPUpdateFromConfig(vnet)) {
@@ -113,6 +114,7 @@ bool StartVnetServices(uint32_t vnet, const char *fn) {
 // Makes the merged cache the database: it takes the database's name and
 // stream, becomes the default cache and is unloaded with a compact rewrite;
 // the default cache is then loaded from the rewritten file.
+[[nodiscard]]
 bool InstallMergedCache(NXCNetworkConfigurationDB **incoming, const char *dbPath, const char *fn) {
   NXCNetworkConfigurationDB *db = *incoming;
   (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);

@@ -37,6 +37,7 @@ NXCNetworkConfigurationDB *CacheForPrefix(NXCNetworkConfigurationDB *cache, uint
 
 // Appends an add or remove record of a prefix; *error gets the errno of a
 // failed write (ENOMEM when the record could not be formatted).
+[[nodiscard]]
 bool AppendPrefixRecord(NXCNetworkConfigurationDB *db, uint32_t type, uint32_t vnet,
                         const char *prefix, int *error) {
   NATPrefixEntry entry = {vnet, const_cast<char *>(prefix)};
@@ -48,7 +49,7 @@ bool AppendPrefixRecord(NXCNetworkConfigurationDB *db, uint32_t type, uint32_t v
   return AppendChange(db, text.Data(), text.Size(), error);
 }
 
-bool HasPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
+[[nodiscard]] bool HasPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
   return db->prefixes[vnet].Find(StrKey(prefix)) != nullptr;
 }
 
@@ -64,6 +65,7 @@ void NetCfgPrefixFreeEntry(void *p) {
   free(e);
 }
 
+[[nodiscard]]
 bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
   static constexpr char kFn[] = "NetCfgHashAddNATPrefix";
   RecordTable<NATPrefixEntry> *t = &db->prefixes[vnet];
@@ -85,12 +87,14 @@ bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const 
   return t->Put(StrKey(entry->prefix), entry, kFn);
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
   return db->prefixes[vnet].Remove(StrKey(prefix));
 }
 
 // ---- The record family -------------------------------------------------------
 
+[[nodiscard]]
 bool NatPrefixRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
                                std::string_view rest) {
   std::string_view token;
@@ -114,6 +118,7 @@ bool NatPrefixRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
   return true;
 }
 
+[[nodiscard]]
 bool FormatPrefix(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NATPrefixEntry *>(entry);
   const int length = static_cast<int>(keyword.size());

@@ -91,6 +91,7 @@ void FreeCache(NXCNetworkConfigurationDB *db);
 
 // Opens path as the cache's database file, for appending or only for
 // reading, creating it when create. False with *error set to errno.
+[[nodiscard]]
 bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, bool create,
                  int *error);
 // Records that the cache now accounts for the whole file as it is. Called
@@ -98,7 +99,7 @@ bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, b
 void JournalMarkKnown(NXCNetworkConfigurationDB *db);
 // True when the file at the cache's path is the cache's file and holds
 // nothing the cache does not account for. Meaningful under the lock only.
-bool JournalInSync(NXCNetworkConfigurationDB *db);
+[[nodiscard]] bool JournalInSync(NXCNetworkConfigurationDB *db);
 // Closes the cache's database file.
 void JournalClose(NXCNetworkConfigurationDB *db);
 
@@ -108,11 +109,12 @@ void JournalClose(NXCNetworkConfigurationDB *db);
 // An unfinished line left at the end by a writer that died is cut first. A
 // write that fails or comes up short is cut back, so the file is as it was;
 // *error then has the errno. The cache's tables are not touched.
+[[nodiscard]]
 bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length, int *error);
 
 // The temporary file pattern of a compact rewrite of path: ".<name>.XXXXXX"
 // beside it. False when it does not fit size.
-bool RewritePattern(const char *path, char *pattern, size_t size);
+[[nodiscard]] bool RewritePattern(const char *path, char *pattern, size_t size);
 // Removes the temporary files that interrupted rewrites of path left
 // beside it (logged). Called under the database lock, which every rewrite
 // holds, so none of them is in use.
@@ -126,7 +128,7 @@ class DatabaseLockScope {
   ~DatabaseLockScope();
   DatabaseLockScope(const DatabaseLockScope &) = delete;
   DatabaseLockScope &operator=(const DatabaseLockScope &) = delete;
-  bool held() const { return held_; }
+  [[nodiscard]] bool held() const { return held_; }
   int error() const { return error_; }  // why it could not be had; 0: timed out
 
  private:
@@ -148,22 +150,23 @@ enum class RecordText {
 // bytes (0: any length). Otherwise logs one LOG_ERR line under fn that
 // names field and the reason, and returns false. No text may hold a line
 // break or any other control character.
+[[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength = 0);
 // True when text is an IPv4 address as the library writes them (dotted
 // decimal without blanks or leading zeros); else as CheckRecordText.
-bool CheckRecordAddress(const char *fn, const char *field, const char *text);
+[[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text);
 
 // The fields of a record line as the families' parse functions read them.
 // Splits off the text before the first blank; *rest becomes what follows
 // that blank (empty when there is none). False when the token is empty.
-bool NextToken(std::string_view *rest, std::string_view *token);
+[[nodiscard]] bool NextToken(std::string_view *rest, std::string_view *token);
 // A vnet number 0..255, a port 1..65535; false for anything else.
-bool ParseVnet(std::string_view token, uint32_t *vnet);
-bool ParsePort(std::string_view token, uint16_t *port);
+[[nodiscard]] bool ParseVnet(std::string_view token, uint32_t *vnet);
+[[nodiscard]] bool ParsePort(std::string_view token, uint16_t *port);
 // A NUL-terminated copy of a token in a fixed buffer; false when too long.
 template <size_t N>
-bool CopyToken(std::string_view token, char (&out)[N]) {
+[[nodiscard]] bool CopyToken(std::string_view token, char (&out)[N]) {
   if (token.size() >= N) return false;
   // copy() and not memcpy(): an empty token may have no data pointer.
   out[token.copy(out, token.size())] = '\0';
@@ -178,12 +181,12 @@ class ChangeRecords {
  public:
   // Adds the record of type for entry (an entry of the matching kind).
   // False, logged once, when memory runs out; the change then fails.
-  bool Add(uint32_t type, const void *entry);
+  [[nodiscard]] bool Add(uint32_t type, const void *entry);
   // Appends all of them with AppendChange and marks the cache changed. On
   // failure logs "Failed to write record to database file: %s" with the
   // first record; *error (optional) gets the errno.
-  bool AppendTo(NXCNetworkConfigurationDB *db, int *error = nullptr);
-  bool empty() const { return text_.Size() == 0 && !failed_; }
+  [[nodiscard]] bool AppendTo(NXCNetworkConfigurationDB *db, int *error = nullptr);
+  [[nodiscard]] bool empty() const { return text_.Size() == 0 && !failed_; }
 
  private:
   ByteBuffer text_;
@@ -197,19 +200,20 @@ struct RecordOf {
   const void *entry;
 };
 // A ChangeRecords of the given records, appended.
+[[nodiscard]]
 bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
                      int *error = nullptr);
 // Appends a removal record of the given type for every entry of table, as
 // one change; false (logged) when it could not be written.
-bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table);
+[[nodiscard]] bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table);
 // The cache (the default one for null) for a call on vnet's records; null,
 // after logging why, when no cache is loaded or the vnet is out of range.
 NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                         const char *fn);
 // Copies text into an output buffer when it fits whole (length + 1 <= size).
-bool CopyOut(const char *text, char *buffer, size_t size);
+[[nodiscard]] bool CopyOut(const char *text, char *buffer, size_t size);
 // Appends text at the end of a stream (a rewrite's new file).
-bool AppendToStream(FILE *stream, const char *text, int *error);
+[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error);
 
 // The text of a record of the given type for an entry of its family
 // (answer types take a NetworkConfigDictionaryEntry, and so on), malloc'd;
@@ -217,19 +221,21 @@ bool AppendToStream(FILE *stream, const char *text, int *error);
 char *FormatRecord(uint32_t type, const void *entry);
 
 // In-memory insert or replace of an answer, creating the table on first use.
-bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value);
+[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value);
 // In-memory insert or replace of a bridge mapping (an import's upgrade of a
 // legacy answer).
+[[nodiscard]]
 bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter, int32_t vnet);
 
 // The compact writers: every "answer" and "add_" record of the cache (NAT
 // prefixes excepted) in the fixed order, into a new database file or a
 // buffer.
+[[nodiscard]]
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup);
 
 // Writes the same records in the same order into buffer, without a version
 // line. Returns the failure flag: false when everything was written.
-bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
+[[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
 
 // What NetCfgWriteRecordToConfig appends to: the record type, the cache the
 // record comes from and the stream of a compact rewrite's new file.
@@ -247,17 +253,19 @@ int NetCfgWriteRecordToConfig(HashKey key, void *entry, void *context);
 // Gives an imported or merged cache the database's name and opens the
 // database file for appending to it (the merge's failure line keeps its own
 // wording). False, logged, when either cannot be had.
+[[nodiscard]]
 bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
                       const char *fn);
 
 // Reads the database file at path into a new cache that keeps no file
 // open, for a caller that holds the database lock; logged as a load is.
 // False when the file cannot be read (the cache is then freed).
+[[nodiscard]]
 bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
                       const char *fn);
 
 // Parses "<major>,<minor>" of a version line; logs and fails on anything
 // else or on an unsupported major version.
-bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor);
+[[nodiscard]] bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor);
 
 }  // namespace nxc

@@ -75,6 +75,7 @@ void NetCfgNATPortFwdFreeEntry(void *p) {
   free(e);
 }
 
+[[nodiscard]]
 bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
                              uint16_t hostPort, const char *vmIP, uint16_t vmPort,
                              const char *description) {
@@ -114,6 +115,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
   return true;
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
                                 uint16_t hostPort) {
   RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
@@ -126,6 +128,7 @@ bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bo
 
 // ---- The record family -------------------------------------------------------
 
+[[nodiscard]]
 bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
   std::string_view token;
   uint32_t vnet = 0;
@@ -176,6 +179,7 @@ bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::s
   return true;
 }
 
+[[nodiscard]]
 bool FormatForward(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NATPortFwdEntry *>(entry);
   const int length = static_cast<int>(keyword.size());
@@ -219,6 +223,7 @@ size_t ForwardCount(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
 }
 
 // Every forward of one protocol of db's vnet is also in other.
+[[nodiscard]]
 bool ForwardsContained(NXCNetworkConfigurationDB *db, NXCNetworkConfigurationDB *other,
                        uint32_t vnet, bool tcp) {
   RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);

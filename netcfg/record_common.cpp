@@ -23,7 +23,7 @@ constexpr const RecordFamily *kFamilies[] = {&kAnswerRecords, &kPortForwardRecor
                                              &kNatPrefixRecords};
 static_assert(std::size(kFamilies) * 2 == NXC_REC_REMOVE_NAT_PREFIX);
 
-bool SameWord(std::string_view word, std::string_view keyword) {
+[[nodiscard]] bool SameWord(std::string_view word, std::string_view keyword) {
   return word.size() == keyword.size() && strncasecmp(word.data(), keyword.data(), word.size()) == 0;
 }
 
@@ -48,7 +48,7 @@ const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type) {
   return nullptr;
 }
 
-bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry) {
+[[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry) {
   const RecordFamily *family = FamilyOfType(type);
   if (!family) return false;
   bool add = type == family->addType;
@@ -61,7 +61,7 @@ char *FormatRecord(uint32_t type, const void *entry) {
   return text.Release(nullptr);
 }
 
-bool AppendToStream(FILE *stream, const char *text, int *error) {
+[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error) {
   if (!stream) {
     *error = EBADF;
     return false;
@@ -117,6 +117,7 @@ bool ChangeRecords::AppendTo(NXCNetworkConfigurationDB *db, int *error) {
   return true;
 }
 
+[[nodiscard]]
 bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
                      int *error) {
   ChangeRecords change;
@@ -124,7 +125,7 @@ bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<Record
   return change.AppendTo(db, error);
 }
 
-bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table) {
+[[nodiscard]] bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table) {
   ChangeRecords change;
   struct Ctx {
     ChangeRecords *change;
@@ -139,7 +140,7 @@ bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *tab
   return change.empty() || change.AppendTo(db);
 }
 
-bool CopyOut(const char *text, char *buffer, size_t size) {
+[[nodiscard]] bool CopyOut(const char *text, char *buffer, size_t size) {
   size_t length = strlen(text);
   if (!buffer || length + 1 > size) return false;
   memcpy(buffer, text, length + 1);

@@ -63,7 +63,7 @@ const RecordFamily *FamilyOfType(uint32_t type);
 const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type);
 // Appends the record line of type for an entry of its family; false, with
 // nothing appended, when memory runs out or the type is unknown.
-bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry);
+[[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry);
 
 // The lines an enumeration writes under its caller's name.
 struct EnumTexts {
@@ -80,25 +80,25 @@ struct EnumTexts {
 // its first entry and freed by Clear.
 class RecordTableBase {
  public:
-  bool exists() const { return table_ != nullptr; }
+  [[nodiscard]] bool exists() const { return table_ != nullptr; }
   HashTable *hash() const { return table_; }
   size_t Count() const { return table_ ? table_->Count() : 0; }
 
   // Creates the empty table with the family's key kind and free function
   // (a table that exists stays); false when memory runs out.
-  bool Create(const RecordFamily &family);
+  [[nodiscard]] bool Create(const RecordFamily &family);
   // Create for a per-vnet table, which says so: "Allocated hash table for
   // zynet: %d" at LOG_INFO2 under fn when it creates it.
-  bool CreateForVnet(const RecordFamily &family, uint32_t vnet, const char *fn);
+  [[nodiscard]] bool CreateForVnet(const RecordFamily &family, uint32_t vnet, const char *fn);
   // Deletes (and frees) the entry under key; false when there is none.
-  bool Remove(HashKey key);
+  [[nodiscard]] bool Remove(HashKey key);
   // Frees the table, its entries and its array; the table then does not
   // exist.
   void Clear();
 
   // Builds the enumeration array if there is none; false when the table
   // does not exist or memory runs out.
-  bool BuildArray();
+  [[nodiscard]] bool BuildArray();
   size_t ArrayCount() const { return arrayCount_; }
 
  protected:
@@ -106,7 +106,7 @@ class RecordTableBase {
   // there ("Cannot delete existing entry" under fn when that fails). On
   // failure entry is freed with the family's free function; the caller
   // logs its own failure. The table must exist.
-  bool PutEntry(HashKey key, void *entry, const char *fn);
+  [[nodiscard]] bool PutEntry(HashKey key, void *entry, const char *fn);
   void *ArrayEntry(size_t i) const { return array_[i]; }
   // The entry at index of the array (built here when needed), or null
   // after logging why with texts under fn.
@@ -127,6 +127,7 @@ class RecordTable : public RecordTableBase {
   Entry *Find(HashKey key) const {
     return exists() ? static_cast<Entry *>(hash()->Lookup(key)) : nullptr;
   }
+  [[nodiscard]]
   bool Put(HashKey key, Entry *entry, const char *fn) { return PutEntry(key, entry, fn); }
   Entry *At(size_t i) const { return static_cast<Entry *>(ArrayEntry(i)); }
   Entry *Enum(uint32_t index, const EnumTexts &texts, const char *fn) {

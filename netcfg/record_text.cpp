@@ -13,6 +13,7 @@
 
 namespace nxc {
 
+[[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength) {
   std::string_view t(text ? text : "");
@@ -35,7 +36,7 @@ bool CheckRecordText(const char *fn, const char *field, const char *text, Record
   return true;
 }
 
-bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
+[[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
   if (!CheckRecordText(fn, field, text, RecordText::kWord)) return false;
   // Only the form the library writes itself reads back as the same text:
   // inet_pton takes exactly four decimal parts without leading zeros, where
@@ -48,21 +49,21 @@ bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
   return true;
 }
 
-bool NextToken(std::string_view *rest, std::string_view *token) {
+[[nodiscard]] bool NextToken(std::string_view *rest, std::string_view *token) {
   size_t blank = rest->find(' ');
   *token = rest->substr(0, blank);
   *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
   return !token->empty();
 }
 
-bool ParseVnet(std::string_view token, uint32_t *vnet) {
+[[nodiscard]] bool ParseVnet(std::string_view token, uint32_t *vnet) {
   uint32_t v = 0;
   if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
   *vnet = v;
   return true;
 }
 
-bool ParsePort(std::string_view token, uint16_t *port) {
+[[nodiscard]] bool ParsePort(std::string_view token, uint16_t *port) {
   uint32_t v = 0;
   if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
   *port = static_cast<uint16_t>(v);

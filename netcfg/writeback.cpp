@@ -21,7 +21,7 @@ namespace {
 
 // The entries of one table in listing order (a malloc'd array, null when
 // the table is empty or missing). False when memory runs out.
-bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
+[[nodiscard]] bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
   *entries = nullptr;
   *count = 0;
   return !table || table->Snapshot(entries, count);
@@ -36,7 +36,7 @@ struct RecordSink {
 };
 
 // BINDIR comes from the product configuration file at every load.
-bool IsBindir(uint32_t type, const void *entry) {
+[[nodiscard]] bool IsBindir(uint32_t type, const void *entry) {
   return type == NXC_REC_ANSWER &&
          strcmp(static_cast<const NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0;
 }
@@ -56,6 +56,7 @@ int WriteOne(const RecordSink &sink, uint32_t type, void *entry) {
 // Lists the entries of one table of the family of type, puts them in the
 // family's rewrite order and writes them; logs and fails on the first bad
 // record.
+[[nodiscard]]
 bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, size_t *written,
                 const char *fn) {
   void **entries = nullptr;
@@ -81,7 +82,7 @@ bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, s
 // per vnet its TCP forwards, its UDP forwards and its DHCP mappings; then
 // bridge mappings, each group in its family's rewrite order. NAT prefixes
 // live only in the appended journal, so a rewrite drops them.
-bool WriteAllRecords(const RecordSink &sink, const char *fn) {
+[[nodiscard]] bool WriteAllRecords(const RecordSink &sink, const char *fn) {
   NXCNetworkConfigurationDB *db = sink.cache;
   size_t answers = 0;
   if (!WriteTable(sink, NXC_REC_ANSWER, db->answers, &answers, fn)) return false;
@@ -234,6 +235,7 @@ int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
   return 0;
 }
 
+[[nodiscard]]
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup) {
   static constexpr char kFn[] = "NetCfgWriteDatabaseFile";
   if (!NXCNetCfgCreateDB(path, backup)) {
@@ -259,7 +261,7 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
   return true;
 }
 
-bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
+[[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
   RecordSink sink = {db, nullptr, buffer};
   return !WriteAllRecords(sink, "NetCfgWriteDatabaseToBuffer");
 }

@@ -312,7 +312,7 @@ TEST_F(ApiVnetTest, VnetIsNamedAddressedAndResubnetted) {
 
 TEST_F(ApiVnetTest, CallsRefuseWhileNotLoadedAndCountsWorkAnyway) {
   ASSERT_FALSE(Load());  // no database: the log stays open, nothing is loaded
-  NXC_SetCurrentLogLevel(0x7f);
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7f));
   char buf[200];
   uint32_t len = sizeof buf;
   bool flag = false;

@@ -31,6 +31,7 @@ uint32_t MapExternalParamId(const ParamTable &t, uint32_t external, const char *
   return internal;
 }
 
+[[nodiscard]]
 bool SetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, const char *value) {
   if (!value) {
     NXCLog(LOG_ERR, fn, "Invalid arguments");
@@ -45,6 +46,7 @@ bool SetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, c
   return true;
 }
 
+[[nodiscard]]
 bool GetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, bool useDefault,
               char *buf, size_t size) {
   const char *option = ParamOption(t, id);
@@ -75,6 +77,7 @@ bool GetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, b
   return true;
 }
 
+[[nodiscard]]
 bool GetParamDefault(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, char *buf,
                      size_t size) {
   char text[kParamTextSize] = "";
@@ -90,6 +93,7 @@ bool GetParamDefault(const ParamTable &t, const char *fn, uint32_t vnet, uint32_
   return true;
 }
 
+[[nodiscard]]
 bool RemoveParams(const char *fn, uint32_t vnet, std::span<const ParamRemoval> steps,
                   bool (*remove)(uint32_t vnet, uint32_t id)) {
   bool ok = true;

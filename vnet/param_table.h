@@ -85,15 +85,19 @@ const char *ParamName(const ParamTable &t, uint32_t id);
 // external paramID: %u" and gives t.unmapped.
 uint32_t MapExternalParamId(const ParamTable &t, uint32_t external, const char *fn);
 // Checks value and stores it as the vnet's answer.
+[[nodiscard]]
 bool SetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, const char *value);
 // Copies the stored value into buf, else (with useDefault) the default.
+[[nodiscard]]
 bool GetParam(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, bool useDefault,
               char *buf, size_t size);
 // Copies the default into buf.
+[[nodiscard]]
 bool GetParamDefault(const ParamTable &t, const char *fn, uint32_t vnet, uint32_t id, char *buf,
                      size_t size);
 // Removes each parameter in turn with remove, logging each failure; every
 // step runs, and the result is true when all succeeded.
+[[nodiscard]]
 bool RemoveParams(const char *fn, uint32_t vnet, std::span<const ParamRemoval> steps,
                   bool (*remove)(uint32_t vnet, uint32_t id));
 

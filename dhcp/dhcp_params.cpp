@@ -6,7 +6,6 @@
 // A parameter is stored as the vnet answer "VNET_<n>_<config option>". An
 // absent one has a default: addresses follow from HOSTONLY_SUBNET and
 // HOSTONLY_NETMASK, lease times and the domain name are fixed texts.
-#include <stdio.h>
 #include <string.h>
 
 #include <iterator>

@@ -23,8 +23,9 @@ using namespace nxc;
 namespace {
 
 
-[[nodiscard]]
-bool IsVnetNumber(int32_t vnet) { return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS); }
+[[nodiscard]] bool IsVnetNumber(int32_t vnet) {
+  return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS);
+}
 
 // Restarts a running bridge daemon (a stopped one stays stopped); *restarted
 // tells whether it was running and so was restarted, also on failure.
@@ -203,8 +204,9 @@ bool SourceVnet(const char *fn, const char *name, const NXC_NetID *source, int32
 
 // ---- The public host adapter list --------------------------------------------
 
-[[nodiscard]]
-bool IsZynetAdapterName(const char *name) { return strncasecmp(name, "zynet", 5) == 0; }
+[[nodiscard]] bool IsZynetAdapterName(const char *name) {
+  return strncasecmp(name, "zynet", 5) == 0;
+}
 
 // Copies the adapters of raw (count of them) but the system's own zynet
 // adapters into one zero-filled block: the header, then the entries, each

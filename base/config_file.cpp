@@ -32,8 +32,9 @@ struct Setting {
 
 void FreeSetting(void *entry) { free(entry); }
 
-[[nodiscard]]
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+[[nodiscard]] bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
 
 // The result of parsing one line; key and value point into the line, which
 // is modified in place (escapes are removed, terminators written).

@@ -10,6 +10,7 @@
 #include "base/byte_buffer.h"
 #include "base/file_lock.h"
 #include "base/hash_table.h"
+#include "base/str_util.h"
 #include "netcfg/record_table.h"
 #include "nexcfg_internal.h"
 
@@ -137,7 +138,7 @@ class DatabaseLockScope {
   int error_ = 0;
 };
 
-// ---- Text that goes into records and comes out of them (record_text.cpp) ---
+// ---- Text that goes into records (record_text.cpp) and comes out of them ---
 
 // How a caller's text is held in a record line: a record must read back as
 // exactly the text it was written from, and one line must stay one record.
@@ -160,10 +161,26 @@ bool CheckRecordText(const char *fn, const char *field, const char *text, Record
 // The fields of a record line as the families' parse functions read them.
 // Splits off the text before the first blank; *rest becomes what follows
 // that blank (empty when there is none). False when the token is empty.
-[[nodiscard]] bool NextToken(std::string_view *rest, std::string_view *token);
-// A vnet number 0..255, a port 1..65535; false for anything else.
-[[nodiscard]] bool ParseVnet(std::string_view token, uint32_t *vnet);
-[[nodiscard]] bool ParsePort(std::string_view token, uint16_t *port);
+[[nodiscard]] inline bool NextToken(std::string_view *rest, std::string_view *token) {
+  size_t blank = rest->find(' ');
+  *token = rest->substr(0, blank);
+  *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
+  return !token->empty();
+}
+// A vnet number 0..255; false for anything else.
+[[nodiscard]] inline bool ParseVnet(std::string_view token, uint32_t *vnet) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
+  *vnet = v;
+  return true;
+}
+// A port 1..65535; false for anything else.
+[[nodiscard]] inline bool ParsePort(std::string_view token, uint16_t *port) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
+  *port = static_cast<uint16_t>(v);
+  return true;
+}
 // A NUL-terminated copy of a token in a fixed buffer; false when too long.
 template <size_t N>
 [[nodiscard]] bool CopyToken(std::string_view token, char (&out)[N]) {

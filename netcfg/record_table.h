@@ -127,8 +127,9 @@ class RecordTable : public RecordTableBase {
   Entry *Find(HashKey key) const {
     return exists() ? static_cast<Entry *>(hash()->Lookup(key)) : nullptr;
   }
-  [[nodiscard]]
-  bool Put(HashKey key, Entry *entry, const char *fn) { return PutEntry(key, entry, fn); }
+  [[nodiscard]] bool Put(HashKey key, Entry *entry, const char *fn) {
+    return PutEntry(key, entry, fn);
+  }
   Entry *At(size_t i) const { return static_cast<Entry *>(ArrayEntry(i)); }
   Entry *Enum(uint32_t index, const EnumTexts &texts, const char *fn) {
     return static_cast<Entry *>(EnumEntry(index, texts, fn));

@@ -1,5 +1,4 @@
-// record_text.cpp - what text a caller may put into a record line, and
-// reading the fields of a line back.
+// record_text.cpp - what text a caller may put into a record line.
 //
 // Records are lines of words: a text that held a line break would become a
 // record of its own, one that held a blank where a word is read would be
@@ -46,27 +45,6 @@ bool CheckRecordText(const char *fn, const char *field, const char *text, Record
     NXCLog(LOG_ERR, fn, "Refusing %s: it is not an IPv4 address in dotted decimal form", field);
     return false;
   }
-  return true;
-}
-
-[[nodiscard]] bool NextToken(std::string_view *rest, std::string_view *token) {
-  size_t blank = rest->find(' ');
-  *token = rest->substr(0, blank);
-  *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
-  return !token->empty();
-}
-
-[[nodiscard]] bool ParseVnet(std::string_view token, uint32_t *vnet) {
-  uint32_t v = 0;
-  if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
-  *vnet = v;
-  return true;
-}
-
-[[nodiscard]] bool ParsePort(std::string_view token, uint16_t *port) {
-  uint32_t v = 0;
-  if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
-  *port = static_cast<uint16_t>(v);
   return true;
 }
 

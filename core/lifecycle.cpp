@@ -14,7 +14,9 @@
 
 namespace {
 
-constexpr uint32_t kVersion = 0x10000;
+// The interface version: the major number of the library's version in the
+// high 16 bits, the minor one in the low bits (1.0.x gives 0x10000).
+constexpr uint32_t kVersion = (uint32_t{NXC_VERSION_MAJOR} << 16) | NXC_VERSION_MINOR;
 // While no log stream could be opened: no level bit is set in it.
 constexpr uint32_t kNoLogMask = 0xFFFFFF80;
 using nxc::kPathSize;

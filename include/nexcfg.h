@@ -95,7 +95,8 @@ NXC_NODISCARD NXC_EXPORT bool NXC_Load(int32_t readOnly) NXC_NOEXCEPT;
 NXC_EXPORT void NXC_Unload2(int32_t writeBack) NXC_NOEXCEPT;
 /* NXC_Unload2(1). */
 NXC_EXPORT void NXC_Unload(void) NXC_NOEXCEPT;
-/* 0x10000. */
+/* The interface version: (major << 16) | minor of the library's version,
+ * 0x10000 for 1.0. */
 NXC_EXPORT uint32_t NXC_Version(void) NXC_NOEXCEPT;
 
 /* ---- Raw database answers ----------------------------------------------- */

@@ -917,6 +917,34 @@ TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
   EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
 }
 
+TEST_F(CliTest, UpGoesOnPastAFailingVnetAndDownStopsWhateverRuns) {
+  CreateDb();
+  Ok({"vnet", "set", "3", "subnet", "192.168.3.0/24"});
+  Ok({"dhcp", "on", "3"});  // dhcpd.conf is never written: its start fails
+  Ok({"vnet", "set", "4", "subnet", "192.168.4.0/24"});
+  Ok({"nat", "on", "4"});
+  Ok({"nat", "update", "4"});
+
+  Result up = Nexcfg({"--json", "up"});
+  EXPECT_EQ(up.status, 1);
+  EXPECT_TRUE(Has(up.err, "cannot start the dhcp service of zynet3")) << up.err;
+  JValue vnets = up.Json();
+  ASSERT_EQ(vnets.items.size(), 3u) << up.out;
+  EXPECT_EQ(vnets[0]["vnet"].s, "zynet0");  // the default bridge: not unasked
+  EXPECT_EQ(vnets[0]["skipped"][0].s, "bridge");
+  EXPECT_EQ(vnets[1]["error"]["code"].s, "failed");
+  EXPECT_EQ(vnets[2]["services"][0].s, "nat");
+  EXPECT_EQ(vnets[2]["error"].kind, JValue::kNull);
+
+  // A daemon whose vnet is no longer configured for it still goes down.
+  Plant("answer VNET_4_NAT no\n");
+  JValue down = Ok({"--json", "down"}).Json();
+  ASSERT_EQ(down.items.size(), 3u);
+  EXPECT_EQ(down[0]["vnet"].s, "zynet4");
+  EXPECT_EQ(down[0]["services"][0].s, "nat");
+  EXPECT_EQ(Ok({"--json", "service", "status", "4", "nat"}).Json()[0]["status"].s, "stopped");
+}
+
 TEST_F(CliTest, BridgesMoveHostAdapters) {
   CreateDb();
   ASSERT_EQ(0, Shell("ip link add eth-test type bridge && ip link set eth-test up"));

@@ -20,6 +20,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -176,6 +177,30 @@ void ExpectNothingLeft(const char *subnetPrefix) {
   EXPECT_EQ(left, "");
 }
 
+// The command line systemd runs for the unit's key (ExecStart, ExecStop):
+// each ${NAME} is the value of the last Environment=NAME=... line, the
+// drop-in's lines coming after the unit's; the tool the unit names is the
+// one built here.
+std::string UnitCommand(const std::string &key, const std::string &dropIn = "") {
+  std::map<std::string, std::string> environment;
+  std::string command;
+  for (const std::string &line : SplitLines(ReadFile(NXC_UNIT_PATH) + dropIn)) {
+    if (line.rfind("Environment=", 0) == 0) {
+      size_t eq = line.find('=', strlen("Environment="));
+      environment[line.substr(strlen("Environment="), eq - strlen("Environment="))] = line.substr(eq + 1);
+    } else if (line.rfind(key + "=", 0) == 0) {
+      command = line.substr(key.size() + 1);
+    }
+  }
+  for (const auto &[name, value] : environment)
+    for (size_t at; (at = command.find("${" + name + "}")) != std::string::npos;)
+      command.replace(at, name.size() + 3, value);
+  EXPECT_EQ(command.find("${"), std::string::npos) << key << " uses an unset variable: " << command;
+  size_t space = command.find(' ');
+  EXPECT_TRUE(command.substr(0, space).ends_with("/nexcfg")) << key << "=" << command;
+  return NXC_TOOL_PATH + (space == std::string::npos ? "" : command.substr(space));
+}
+
 class DaemonsTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -262,6 +287,43 @@ TEST_F(DaemonsTest, NatGuestReachesOutAndIsReachedThroughForwards) {
   EXPECT_EQ(Ask("wan", true, "203.0.113.1", 8080), "");
   Tool("service stop 8");
   ExpectNothingLeft("192.168.8.");
+}
+
+TEST_F(DaemonsTest, BootUnitBringsTheConfiguredVnetsUpAndDown) {
+  Tool("vnet set 1 subnet 192.168.56.0/24");
+  Tool("adapter on 1");
+  Tool("dhcp on 1");
+  Tool("dhcp update 1");
+  Tool("vnet set 8 subnet 192.168.8.0/24");
+  Tool("nat on 8");
+  Tool("dhcp on 8");
+  Tool("dhcp update 8");
+  Tool("nat update 8");
+  ASSERT_FALSE(HasFailure());
+  const char *const kPidFiles[] = {"/run/zynet-netifup-zynet1.pid", "/run/zynet-dhcpd-zynet1.pid",
+                                   "/run/zynet-dhcpd-zynet8.pid", "/run/zynet-natd-8.pid"};
+
+  std::string start = UnitCommand("ExecStart"), stop = UnitCommand("ExecStop");
+  ASSERT_EQ(0, Shell(start + " >/tmp/up.out 2>&1")) << ReadFile("/tmp/up.out") << LogText();
+  for (const char *pidFile : kPidFiles) {
+    EXPECT_TRUE(Alive(PidInFile(pidFile))) << pidFile;
+  }
+  EXPECT_NE(CommandOutput("ip -4 -o addr show zynet1").find("192.168.56.1/24"), std::string::npos);
+  EXPECT_NE(CommandOutput("nft list ruleset").find("zynet-nat-8"), std::string::npos);
+  // The default bridge, zynet0, would take the host's uplink: not unasked.
+  EXPECT_FALSE(FileExists("/run/zynet-bridge-0.pid"));
+  ASSERT_EQ(0, Shell(stop + " >/tmp/down.out 2>&1")) << ReadFile("/tmp/down.out") << LogText();
+  ExpectNothingLeft("192.168.56.");
+  ExpectNothingLeft("192.168.8.");
+
+  // Asked for in a drop-in, the default bridge comes up too, and goes.
+  ASSERT_EQ(0, Shell(UnitCommand("ExecStart", "[Service]\nEnvironment=NEXCFG_DEFAULT_BRIDGE=yes\n") +
+                     " >/tmp/up.out 2>&1"))
+      << ReadFile("/tmp/up.out");
+  EXPECT_TRUE(Alive(PidInFile("/run/zynet-bridge-0.pid")));
+  EXPECT_TRUE(Alive(PidInFile(kPidFiles[3])));
+  ASSERT_EQ(0, Shell(stop + " >/tmp/down.out 2>&1")) << ReadFile("/tmp/down.out");
+  ExpectNothingLeft(nullptr);
 }
 
 TEST_F(DaemonsTest, BridgedGuestSharesTheLinkOfAHostAdapter) {

@@ -18,4 +18,5 @@ LD_LIBRARY_PATH="$libdir" "$work/pc-consumer"
 test -f "$work/prefix/share/man/man1/nexcfg.1"
 # The daemons go where the library starts them from: BINDIR under the prefix.
 for daemon in zynet-netifup zynet-dhcpd zynet-natd zynet-bridge; do test -x "$work/prefix/bin/$daemon"; done
-echo "installed library, headers, CMake package, pkg-config file, man page and daemons work"
+test -f "$work/prefix/lib/systemd/system/nexcfg.service"
+echo "installed library, headers, CMake package, pkg-config file, man page, daemons and unit work"

@@ -61,6 +61,23 @@ void PrintRecord(const Json &object) {
     PrintFields(object);
 }
 
+void PrintErrorDetails(const Error &error) {
+  if (!error.fix.empty()) fprintf(stderr, "  fix: %s\n", error.fix.c_str());
+  if (!error.log.empty()) fprintf(stderr, "  library log (%s):\n", error.logPath.c_str());
+  for (const auto &line : error.log) fprintf(stderr, "    %s\n", line.c_str());
+}
+
+Json ErrorJson(const Error &error) {
+  Json body = Json::Object(), out = Json::Object(), log = Json::Array();
+  body.Set("code", error.code);
+  body.Set("message", error.what());
+  body.Set("fix", error.fix);
+  for (const auto &line : error.log) log.Push(line);
+  out.Set("error", std::move(body));
+  out.Set("log", std::move(log));
+  return out;
+}
+
 void Say(const std::string &line) {
   if (!Opts().json) printf("%s\n", line.c_str());
 }

@@ -48,6 +48,12 @@ struct UsageError : Error {
   explicit UsageError(const std::string &message) : Error(kCodeUsage, message) {}
 };
 
+// The lines under an error's first one on stderr: what to do, and the
+// library's log lines.
+void PrintErrorDetails(const Error &error);
+// {"error": {"code", "message", "fix"}, "log": [lines]}
+Json ErrorJson(const Error &error);
+
 // ---- Output ----------------------------------------------------------------
 
 struct Options {
@@ -139,6 +145,7 @@ std::span<const Command> DhcpCommands();
 std::span<const Command> NatCommands();
 std::span<const Command> BridgeCommands();
 std::span<const Command> ServiceCommands();
+std::span<const Command> BootCommands();
 std::span<const Command> FindCommands();
 std::span<const Command> CheckCommands();
 

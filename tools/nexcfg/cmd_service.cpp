@@ -6,6 +6,7 @@
 #include "adapter.h"
 #include "cli.h"
 #include "features.h"
+#include "services.h"
 
 namespace nexcfg {
 namespace {
@@ -13,14 +14,15 @@ namespace {
 struct Service {
   const char *name;
   uint32_t type;
+  bool FeatureFlags::*feature;  // the configured feature that asks for it
 };
 // In start order: the bridge, then the host-only adapter with its address,
 // which the DHCP server serves from, and NAT last.
 constexpr Service kServices[] = {
-    {"bridge", NXC_SERVICE_TYPE_BRIDGE},
-    {"netifup", NXC_SERVICE_TYPE_NETIFUP},
-    {"dhcp", NXC_SERVICE_TYPE_DHCP},
-    {"nat", NXC_SERVICE_TYPE_NAT},
+    {"bridge", NXC_SERVICE_TYPE_BRIDGE, &FeatureFlags::bridge},
+    {"netifup", NXC_SERVICE_TYPE_NETIFUP, &FeatureFlags::adapter},
+    {"dhcp", NXC_SERVICE_TYPE_DHCP, &FeatureFlags::dhcp},
+    {"nat", NXC_SERVICE_TYPE_NAT, &FeatureFlags::nat},
 };
 
 const Service &ServiceNamed(const std::string &word) {
@@ -41,50 +43,19 @@ const char *StatusName(uint32_t status) {
 }
 
 // The services named after the vnet, or, without names, the ones the
-// vnet is configured for; in start order.
-std::vector<const Service *> ServicesOf(const Invocation &in, const std::string &vnet) {
-  std::vector<const Service *> chosen;
-  if (in.count() > 1) {
-    for (size_t i = 1; i < in.count(); ++i) {
-      const Service &s = ServiceNamed(in.Arg(i));
-      bool dup = false;
-      for (const Service *c : chosen) dup = dup || c == &s;
-      if (!dup) chosen.push_back(&s);
-    }
-    std::sort(chosen.begin(), chosen.end());
-    return chosen;
-  }
-  VnetFeatures f = QueryFeatures(vnet);
-  for (const Service &s : kServices) {
-    bool configured = (s.type == NXC_SERVICE_TYPE_NETIFUP && f.config.adapter) ||
-                      (s.type == NXC_SERVICE_TYPE_BRIDGE && f.config.bridge) ||
-                      (s.type == NXC_SERVICE_TYPE_DHCP && f.config.dhcp) ||
-                      (s.type == NXC_SERVICE_TYPE_NAT && f.config.nat);
-    if (configured) chosen.push_back(&s);
-  }
+// vnet is configured for.
+FeatureFlags ServicesOf(const Invocation &in, const std::string &vnet) {
+  if (in.count() == 1) return QueryFeatures(vnet).config;
+  FeatureFlags chosen;
+  for (size_t i = 1; i < in.count(); ++i) chosen.*ServiceNamed(in.Arg(i)).feature = true;
   return chosen;
 }
 
 int StartOrStop(const Invocation &in, bool start) {
   std::string vnet = VnetName(in.Arg(0));
-  auto services = ServicesOf(in, vnet);
-  if (!start) std::reverse(services.begin(), services.end());
   Json done = Json::Array();
-  for (const Service *s : services) {
-    bool adapter = s->type == NXC_SERVICE_TYPE_NETIFUP;
-    std::string what = std::string(start ? "start" : "stop") + " the " + s->name + " service of " + vnet;
-    if (start) {
-      Call(what, [&] { return NXC_StartService(vnet.c_str(), s->type); });
-      if (adapter) BringAdapterUp(vnet);  // the address the DHCP server needs
-    } else if (adapter) {
-      BringAdapterDown(vnet);
-    } else {
-      Call(what, [&] { return NXC_StopService(vnet.c_str(), s->type); });
-    }
-    done.Push(s->name);
-    Say(std::string(start ? "started " : "stopped ") + s->name + " on " + vnet);
-  }
-  if (services.empty()) Say(vnet + " is configured for no service");
+  RunServices(vnet, ServicesOf(in, vnet), start, &done);
+  if (done.items().empty()) Say(vnet + " is configured for no service");
   if (Opts().json) {
     Json out = Json::Object();
     out.Set("vnet", vnet);
@@ -170,5 +141,26 @@ const Command kCommands[] = {
 }  // namespace
 
 std::span<const Command> ServiceCommands() { return kCommands; }
+
+void RunServices(const std::string &vnet, const FeatureFlags &which, bool start, Json *done) {
+  std::vector<const Service *> order;
+  for (const Service &s : kServices)
+    if (which.*s.feature) order.push_back(&s);
+  if (!start) std::reverse(order.begin(), order.end());
+  for (const Service *s : order) {
+    bool adapter = s->type == NXC_SERVICE_TYPE_NETIFUP;
+    std::string what = std::string(start ? "start" : "stop") + " the " + s->name + " service of " + vnet;
+    if (start) {
+      Call(what, [&] { return NXC_StartService(vnet.c_str(), s->type); });
+      if (adapter) BringAdapterUp(vnet);  // the address the DHCP server needs
+    } else if (adapter) {
+      BringAdapterDown(vnet);
+    } else {
+      Call(what, [&] { return NXC_StopService(vnet.c_str(), s->type); });
+    }
+    done->Push(s->name);
+    Say(std::string(start ? "started " : "stopped ") + s->name + " on " + vnet);
+  }
+}
 
 }  // namespace nexcfg

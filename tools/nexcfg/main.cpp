@@ -26,6 +26,7 @@ const Group kGroups[] = {
     {"NAT", NatCommands},
     {"Host-only adapters and bridges", BridgeCommands},
     {"Services and devices", ServiceCommands},
+    {"All vnets up and down (start-up and shut-down)", BootCommands},
     {"Features", FindCommands},
     {"Checking", CheckCommands},
 };
@@ -242,19 +243,8 @@ int ReportError(const Error &error, const Command *command) {
             Synopsis(*command).c_str());
   else
     fprintf(stderr, "nexcfg: %s\n", error.what());
-  if (!error.fix.empty()) fprintf(stderr, "  fix: %s\n", error.fix.c_str());
-  if (!error.log.empty()) fprintf(stderr, "  library log (%s):\n", error.logPath.c_str());
-  for (const auto &line : error.log) fprintf(stderr, "    %s\n", line.c_str());
-  if (Opts().json) {
-    Json body = Json::Object(), out = Json::Object(), log = Json::Array();
-    body.Set("code", error.code);
-    body.Set("message", error.what());
-    body.Set("fix", error.fix);
-    for (const auto &line : error.log) log.Push(line);
-    out.Set("error", std::move(body));
-    out.Set("log", std::move(log));
-    PrintJson(out);
-  }
+  PrintErrorDetails(error);
+  if (Opts().json) PrintJson(ErrorJson(error));
   return error.Status();
 }
 

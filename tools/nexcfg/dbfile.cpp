@@ -203,10 +203,11 @@ Settings AfterImport(const DbFile &file) {
   // An import carries over the answers the library knows and drops the rest.
   Settings s = WithoutPrefixes(file.settings);
   for (auto &[vnet, items] : s) {
-    std::erase_if(items, [&](const auto &item) {
+    const bool global = vnet < 0;
+    std::erase_if(items, [global](const auto &item) {
       const std::string &name = item.first;
-      return !IsRecord(name) && !(vnet < 0 ? nxc::IsOneOf(name, nxc::kKnownGlobalKeys)
-                                           : nxc::IsOneOf(name, nxc::kKnownVnetFields));
+      return !IsRecord(name) && !(global ? nxc::IsOneOf(name, nxc::kKnownGlobalKeys)
+                                         : nxc::IsOneOf(name, nxc::kKnownVnetFields));
     });
   }
   if (file.form != DbFile::Form::kBackup) UpgradeLegacy(&s);

@@ -103,11 +103,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   const std::string before = DbText();
   LockHolder other(kDbPath);
   ASSERT_TRUE(other.held());
-  struct Case {
-    const char *name;
-    std::function<bool()> call;
-    const char *logLine;
-  } const cases[] = {
+  struct Case { const char *name; std::function<bool()> call; const char *logLine; } const cases[] = {
       {"subnet", [] { return NXC_SetVnetSubnetAddr("zynet1", "10.1.0"); },
        "NXC_SetVnetSubnetAddr - Subnet address is not valid: 10.1.0"},
       {"mask", [] { return NXC_SetVnetSubnetMask("zynet1", "255.0.255.0"); },

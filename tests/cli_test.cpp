@@ -217,10 +217,7 @@ class CliTest : public ::testing::Test {
 
 TEST_F(CliTest, UsageErrorsExitWithTwoAndNameTheProblem) {
   CreateDb();
-  struct Case {
-    std::vector<std::string> args;
-    const char *says;
-  } cases[] = {
+  struct Case { std::vector<std::string> args; const char *says; } cases[] = {
       {{}, "no command given"},
       {{"frobnicate"}, "no command \"frobnicate\""},
       {{"dhcp"}, "the dhcp commands are"},
@@ -304,10 +301,7 @@ TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
   Ok({"nat", "on", "8"});
   ASSERT_EQ(0, Shell("ip link add br-route type bridge && ip addr add 10.50.0.1/16 dev br-route && "
                      "ip link set br-route up"));
-  struct Case {
-    std::vector<std::string> args;
-    const char *says, *fix = "";
-  } cases[] = {
+  struct Case { std::vector<std::string> args; const char *says, *fix = ""; } cases[] = {
       {{"dhcp", "set", "1", "lease-start", "10.0.0.5"},
        "lease-start \"10.0.0.5\" of zynet1 is outside the subnet 192.168.56.0/24",
        "192.168.56.1 to 192.168.56.254"},
@@ -567,10 +561,7 @@ TEST_F(CliTest, EveryCommandSpeaksTheOneJsonContract) {
   Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
   // Each command, the keys of its object (or of each element of its array),
   // all of them and no others.
-  struct Case {
-    std::vector<std::string> args;
-    std::vector<std::string> keys;
-  } cases[] = {
+  struct Case { std::vector<std::string> args; std::vector<std::string> keys; } cases[] = {
       {{"list"}, {"config", "has_subnet", "mask", "name", "runtime", "subnet", "vnet"}},
       {{"show", "2"},
        {"adapter_address", "adapter_address_computed", "bridged_adapters", "config", "default_bridge", "dhcp",
@@ -707,9 +698,7 @@ TEST_F(CliTest, ParametersShowTheirSource) {
       if (p["name"].s == param) return Scalar(p["value"]) + " (" + p["source"].s + ")";
     return std::string("no parameter ") + param;
   };
-  struct Case {
-    const char *family, *param, *value, *defaultValue;
-  } cases[] = {
+  struct Case { const char *family, *param, *value, *defaultValue; } cases[] = {
       {"dhcp", "lease-start", "192.168.40.50", "192.168.40.128"}, {"dhcp", "max-lease-time", "9000", "7200"},
       {"nat", "udp-timeout", "0", "60"},                          {"nat", "active-ftp", "false", "true"},
       {"nat", "gateway", "192.168.40.9", "192.168.40.2"},

@@ -348,11 +348,7 @@ TEST_F(DhcpTest, UserTextAroundAnUntouchedBlockIsKeptByteForByte) {
 }
 
 TEST_F(DhcpTest, HashComparisonLooksAtTwentyDigitsIgnoringCase) {
-  const struct {
-    const char *name;
-    std::function<std::string(std::string)> mutate;
-    bool kept;
-  } kCases[] = {
+  const struct { const char *name; std::function<std::string(std::string)> mutate; bool kept; } kCases[] = {
       {"lower case", [](std::string h) {
          for (char &ch : h) ch = static_cast<char>(tolower(ch));
          return h;

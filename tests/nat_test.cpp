@@ -119,12 +119,7 @@ TEST_F(NatTest, SetParameterChecksEachRule) {
 // The fixed defaults and those of vnet 8 are in the golden files.
 TEST_F(NatTest, DefaultsComeFromTheVnetAndNeedRoomForTheirTerminator) {
   LoadWith("answer VNET_8_HOSTONLY_SUBNET 192.168.40.0\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
-  const struct {
-    const char *name;
-    uint32_t vnet, id;
-    size_t size;
-    const char *expected;
-  } kCases[] = {
+  const struct { const char *name; uint32_t vnet, id; size_t size; const char *expected; } kCases[] = {
       {"gateway fits exactly", 8, 13859, 13, "192.168.40.2"},
       {"gateway one byte short", 8, 13859, 12, "<fail>"},
       {"config port fits exactly", 8, 13862, 6, "33445"},
@@ -205,11 +200,7 @@ TEST_F(NatTest, RemovingTheConfigurationTakesParametersAndForwards) {
 // ---- nat.conf ----------------------------------------------------------------
 
 TEST_F(NatTest, WrittenFilesMatchTheGoldenFiles) {
-  const struct {
-    const char *name, *records;
-    std::function<void()> setUp;
-    const char *golden;
-  } kCases[] = {
+  const struct { const char *name, *records; std::function<void()> setUp; const char *golden; } kCases[] = {
       {"defaults, no adapter, no forwards", "", [] {}, "nat_basic.conf"},
       {"host adapter, stored values and forwards",
        "answer VNET_8_VIRTUAL_ADAPTER yes\n"

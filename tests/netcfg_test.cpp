@@ -301,22 +301,6 @@ TEST_F(NetCfgTest, LockExcludesOtherProcessesUntilUnlocked) {
   EXPECT_TRUE(OtherProcessCanLock());
   EXPECT_NE(db->lock, nullptr);
   (void)NXCNetCfgUnload(&db, false);
-
-  // Programs the library starts inherit neither the database nor the log.
-  ASSERT_TRUE(NXCNetCfgLockConfig(nullptr));
-  std::string fds = CommandOutput("ls -l /proc/self/fd/");
-  EXPECT_EQ(fds.find("networking"), std::string::npos) << fds;
-  EXPECT_EQ(fds.find("nexcfg"), std::string::npos) << fds;
-  ASSERT_TRUE(NXCNetCfgUnlockConfig(nullptr));
-}
-
-TEST_F(NetCfgTest, LockTimesOutWhileAnotherProcessHoldsIt) {
-  WriteDb("");
-  ASSERT_TRUE(Load());
-  LockHolder other(kDbPath);
-  ASSERT_TRUE(other.held());
-  EXPECT_FALSE(NXCNetCfgLockConfig(nullptr));  // waits the full 3.5 s
-  EXPECT_TRUE(LogHas("Failed to lock config file, file: /etc/zymtra/networking, error: timed out"));
 }
 
 TEST_F(NetCfgTest, PortForwardReplaceEnumerateAndRemove) {

@@ -22,11 +22,12 @@ bool InstallStandinDaemonsAndPing() {
   static const char *const kDaemons[] = {"zynet-bridge", "zynet-netifup", "zynet-dhcpd",
                                          "zynet-natd"};
   std::string standin = std::string(StandinDir()) + "/zynet-standin";
-  std::string setup = std::string("rm -rf ") + kStandinBinDir + " " + kStandinStateDir + " " + kPingDir +
-                      " /run/*.pid && mkdir " + kStandinBinDir + " " + kStandinStateDir + " " + kPingDir +
-                      " && ln -s " + StandinDir() + "/zymtra-ping " + kStandinBinDir;
+  const std::string bin = kStandinBinDir, state = kStandinStateDir, ping = kPingDir;
+  std::string setup = "rm -rf " + bin + " " + state + " " + ping + " /run/*.pid && mkdir " + bin + " " +
+                      state + " " + ping + " && ln -s " + SourceDir() + "/tests/standins/zymtra-ping.sh " +
+                      bin + "/zymtra-ping";
   for (const char *name : kDaemons)
-    setup += " && ln -s " + standin + " " + kStandinBinDir + "/" + name;
+    setup += " && ln -s " + standin + " " + bin + "/" + name;
   return Shell(setup) == 0 &&
          WriteFile("/etc/zymtra/config", std::string("bindir = \"") + kStandinBinDir + "\"\n");
 }

@@ -15,7 +15,7 @@
 namespace nxc::test {
 
 // Puts the stand-in daemon (standins/zynet-standin.cpp) under the four
-// daemons' names, and the stand-in ping program (standins/zymtra-ping.cpp)
+// daemons' names, and the stand-in ping program (standins/zymtra-ping.sh)
 // beside them, into /run/zynet-bin and names that folder as bindir in
 // /etc/zymtra/config. The daemon keeps its records in /run/zynet-standin,
 // the ping program in /run/zymtra-ping; both start empty. False when that

@@ -487,7 +487,7 @@ TEST_F(DhcpTest, DhcpdAcceptsSeveralMappingsAndStoredValues) {
   }
 }
 
-TEST_F(DhcpTest, BlockHashCoversTheRangeAndKeepsThePosition) {
+TEST_F(DhcpTest, BlockHashAndCopyTakeTheirByteRangesAndKeepThePosition) {
   LoadWith("");
   ASSERT_TRUE(WriteFile("/tmp/hash-input", "xxabcyy"));
   FILE *f = fopen("/tmp/hash-input", "r");
@@ -512,10 +512,8 @@ TEST_F(DhcpTest, BlockHashCoversTheRangeAndKeepsThePosition) {
     EXPECT_EQ(ftell(f), 5);
   }
   fclose(f);
-}
 
-TEST_F(DhcpTest, CopyFileDataAppendsTheRange) {
-  LoadWith("");
+  // The copy appends a range of another file.
   std::string source;
   for (int i = 0; i < 100; ++i) source += "line " + std::to_string(i) + "\n";
   ASSERT_TRUE(WriteFile("/tmp/copy-source", source));

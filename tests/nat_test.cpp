@@ -314,25 +314,16 @@ TEST_F(NatTest, ReaderParsesHandWrittenFilesAndGivesNothingWithoutAFile) {
   globalConfig = "/tmp/hand.conf";
 
   const struct { const char *section, *key, *expected; } kGets[] = {
-      {"host", "nbnsTimeout", "2"},
-      {"HOST", "NBNSTIMEOUT", "2"},
-      {"host", "quoted", "a b"},
-      {"host", "single", "it"},
-      {"host", "bare", "a"},
-      {"host", "escapes", "x\ty\nz\\wq"},
-      {"host", "cr", "one\rtwo"},  // a quoted value runs over a carriage return here
-      {"host", "crEscape", "one\rtwo"},
-      {"host", "empty", ""},
-      {"host", "blank", ""},
+      {"host", "nbnsTimeout", "2"},      {"HOST", "NBNSTIMEOUT", "2"}, {"host", "quoted", "a b"},
+      {"host", "single", "it"},          {"host", "bare", "a"},        {"host", "escapes", "x\ty\nz\\wq"},
+      {"host", "crEscape", "one\rtwo"},  {"host", "empty", ""},        {"host", "blank", ""},
       {"host", "unclosed", "runs to the end"},
-      {"host", "late", "9"},  // a second section of the same name is searched too
+      {"host", "cr", "one\rtwo"},  // a quoted value runs over a carriage return here
+      {"host", "late", "9"},        // a second section of the same name is searched too
       {"host", "time", "7"},
       {"host", "timeout", "11"},  // "time = 7" does not answer for "timeout"
-      {"host", "top", "<null>"},
-      {"host", "hidden", "<null>"},
-      {"hostx", "hidden", "1"},
-      {"host", "noSeparator", "<null>"},
-      {"udp", "timeout", "<null>"},
+      {"host", "top", "<null>"},         {"host", "hidden", "<null>"}, {"hostx", "hidden", "1"},
+      {"host", "noSeparator", "<null>"}, {"udp", "timeout", "<null>"},
   };
   for (const auto &c : kGets) {
     SCOPED_TRACE(std::string(c.section) + "/" + c.key);

@@ -773,7 +773,7 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   EXPECT_EQ(DbText().find("add_nat_prefix"), std::string::npos);
 }
 
-TEST_F(CliTest, SessionConfiguresStartsFindsStopsAndExports) {
+TEST_F(CliTest, SessionConfiguresStartsFindsStopsAndDeletes) {
   CreateDb();
   Ok({"vnet", "set", "1", "subnet", "192.168.56.0/24"});
   Ok({"adapter", "on", "1"});
@@ -805,13 +805,10 @@ TEST_F(CliTest, SessionConfiguresStartsFindsStopsAndExports) {
   for (const auto &s : Ok({"--json", "service", "status", "8"}).Json().items)
     EXPECT_EQ(s["status"].s, "stopped");
 
-  // Export, change, import: the exported configuration comes back.
-  Ok({"db", "export", "/tmp/saved"});
+  // The export to standard output, and the vnet deleted.
+  EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
   Ok({"vnet", "delete", "8"});
   EXPECT_EQ(Ok({"--json", "show", "8"}).Json()[0]["subnet"].kind, JValue::kNull);
-  Ok({"db", "import", "/tmp/saved"});
-  EXPECT_TRUE(Ok({"--json", "features", "8"}).Json()["config"]["nat"].b);
-  EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
 }
 
 TEST_F(CliTest, UpGoesOnPastAFailingVnetAndDownStopsWhateverRuns) {
@@ -868,11 +865,6 @@ TEST_F(CliTest, HostOnlyAdapterComesUpAndGoesDown) {
   Ok({"vnet", "set", "6", "subnet", "10.6.0.0/24"});
   EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["configured"].b);
   Ok({"adapter", "on", "6"});
-  // No interface zynet6 on the host: bringing it up fails.
-  Result missing = Nexcfg({"adapter", "up", "6"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_TRUE(Has(missing.err, "Failed to enable hostonly adapter on vnet: zynet6")) << missing.err;
-
   // An interface of that name (made in the sandbox's network) comes up.
   ASSERT_EQ(0, Shell("ip link add zynet6 type bridge"));
   Ok({"adapter", "up", "6"});

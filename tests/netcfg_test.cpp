@@ -301,6 +301,14 @@ TEST_F(NetCfgTest, LockExcludesOtherProcessesUntilUnlocked) {
   EXPECT_TRUE(OtherProcessCanLock());
   EXPECT_NE(db->lock, nullptr);
   (void)NXCNetCfgUnload(&db, false);
+
+  // Programs the library runs through the shell (the ping program) inherit
+  // neither the database nor the log; daemons close every descriptor anyway.
+  ASSERT_TRUE(NXCNetCfgLockConfig(nullptr));
+  std::string fds = CommandOutput("ls -l /proc/self/fd/");
+  EXPECT_EQ(fds.find("networking"), std::string::npos) << fds;
+  EXPECT_EQ(fds.find("nexcfg"), std::string::npos) << fds;
+  ASSERT_TRUE(NXCNetCfgUnlockConfig(nullptr));
 }
 
 TEST_F(NetCfgTest, PortForwardReplaceEnumerateAndRemove) {

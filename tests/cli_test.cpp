@@ -185,20 +185,13 @@ JValue Fails(std::vector<std::string> args, const std::string &code) {
 
 bool Has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-class CliTest : public ::testing::Test {
+// Each test starts from an empty /etc/zymtra with the stand-in daemons and
+// ping program as bindir; whatever it started is killed after it.
+class CliTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(InSandbox()) << "this test must run inside the private namespaces";
-    (void)Shell("rm -rf /etc/zymtra/* /var/log/*.log");
-    ClearLog();
-    ASSERT_TRUE(InstallStandinDaemonsAndPing());
-  }
-  void TearDown() override { KillAllDaemons(); }
-
   void CreateDb() { Ok({"db", "create"}); }
-  std::string DbText() const { return ReadFile(kDb); }
   // Plants records straight into the database, behind the tool's back.
-  void Plant(const std::string &records) { ASSERT_TRUE(WriteFile(kDb, DbText() + records)); }
+  void Plant(const std::string &records) { ASSERT_TRUE(WriteFile(kDbPath, DbText() + records)); }
   // The codes of `nexcfg --json check`'s problems.
   std::vector<std::string> CheckCodes(const std::vector<std::string> &vnets = {}) {
     std::vector<std::string> args{"--json", "check"};
@@ -209,8 +202,6 @@ class CliTest : public ::testing::Test {
     EXPECT_EQ(r.status, codes.empty() ? 0 : 1);
     return codes;
   }
-
-  static constexpr char kDb[] = "/etc/zymtra/networking";
 };
 
 // ---- Command lines -------------------------------------------------------------
@@ -496,11 +487,11 @@ TEST_F(CliTest, DeletingTheDatabaseWaitsForItsDaemons) {
   pid_t natd = PidInFile("/var/run/zynet-natd-8.pid");
   ASSERT_GT(natd, 0);
   EXPECT_TRUE(Has(Fails({"db", "delete"}, "refused")["error"]["message"].s, "zynet8 nat"));
-  EXPECT_TRUE(FileExists(kDb));
+  EXPECT_TRUE(FileExists(kDbPath));
   JValue deleted = Ok({"--json", "db", "delete", "--stop-services"}).Json();
   EXPECT_EQ(deleted["stopped"][0]["service"].s, "nat");
   EXPECT_TRUE(WaitGone(natd, 3000));
-  EXPECT_FALSE(FileExists(kDb));
+  EXPECT_FALSE(FileExists(kDbPath));
 }
 
 // ---- Failures --------------------------------------------------------------------

@@ -208,10 +208,14 @@ std::vector<Problem> ChangeAttributes(const std::string &vnet, const AttributeVa
   Config before = ReadConfig(), after = before;
   for (const auto &[a, value] : changes) after.Vnet(vnet).Set(a->field, value);
   auto warnings = Vet(before, after, force);
+  // The bindings are captured by name: clang before 16 cannot capture them
+  // implicitly, and the fuzzing build compiles this file with clang.
   for (const auto &[a, value] : changes)
     Call(value ? "set the " + std::string(a->name) + " of " + vnet + " to " + *value
                : "remove the " + std::string(a->name) + " of " + vnet,
-         [&] { return a->set(vnet.c_str(), value ? value->c_str() : nullptr); });
+         [&, a = a, &value = value] {
+           return a->set(vnet.c_str(), value ? value->c_str() : nullptr);
+         });
   return warnings;
 }
 

@@ -103,11 +103,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   const std::string before = DbText();
   LockHolder other(kDbPath);
   ASSERT_TRUE(other.held());
-  struct Case {
-    const char *name;
-    std::function<bool()> call;
-    const char *logLine;
-  } const cases[] = {
+  struct Case { const char *name; std::function<bool()> call; const char *logLine; } const cases[] = {
       {"subnet", [] { return NXC_SetVnetSubnetAddr("zynet1", "10.1.0"); },
        "NXC_SetVnetSubnetAddr - Subnet address is not valid: 10.1.0"},
       {"mask", [] { return NXC_SetVnetSubnetMask("zynet1", "255.0.255.0"); },
@@ -136,6 +132,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   // A valid value waits for the lock, gives up and changes nothing.
   ClearLog();
   EXPECT_FALSE(NXC_SetVnetSubnetAddr("zynet1", "10.2.0.0"));
+  EXPECT_TRUE(LogHas("Failed to lock config file, file: /etc/zymtra/networking, error: timed out"));
   EXPECT_TRUE(LogHas("NXC_SetVnetSubnetAddr - Failed to obtain lock on vnet config"));
   EXPECT_FALSE(LogHas("Successfully"));
   EXPECT_EQ(Answer("VNET_1_HOSTONLY_SUBNET"), "10.1.0.0");

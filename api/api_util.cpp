@@ -2,7 +2,7 @@
 
 namespace nxc {
 
-bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
+[[nodiscard]] bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
   uint32_t num = NXCConvVnetNameToNum(name);
   if (num >= NXC_NUM_VNETS) {
     NXCLog(LOG_ERR, fn, "Invalid vnet name: %s", OrNull(name));
@@ -12,21 +12,12 @@ bool ApiVnetNumber(const char *name, const char *fn, uint32_t *vnet) {
   return true;
 }
 
-bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet) {
+[[nodiscard]] bool ApiVnetArgument(const char *name, const char *fn, uint32_t *vnet) {
   if (!name) {
     NXCLog(LOG_ERR, fn, "Invalid argument - vnet: %p", (const void *)name);
     return false;
   }
   return ApiVnetNumber(name, fn, vnet);
 }
-
-bool ApiLockConfig(const char *fn, bool evenReadOnly) {
-  if (!evenReadOnly && NXCNetCfgIsReadOnly(nullptr)) return true;
-  if (NXCNetCfgLockConfig(nullptr)) return true;
-  NXCLog(LOG_ERR, fn, "Failed to obtain lock on vnet config");
-  return false;
-}
-
-void ApiUnlockConfig() { (void)NXCNetCfgUnlockConfig(nullptr); }
 
 }  // namespace nxc

@@ -14,6 +14,7 @@
 #include <strings.h>
 
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -21,20 +22,21 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
-bool IsVnetNumber(int32_t vnet) { return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS); }
+[[nodiscard]] bool IsVnetNumber(int32_t vnet) {
+  return vnet >= 0 && vnet < static_cast<int32_t>(NXC_NUM_VNETS);
+}
 
 // Restarts a running bridge daemon (a stopped one stays stopped); *restarted
 // tells whether it was running and so was restarted, also on failure.
-bool RestartBridge(int32_t vnet, bool *restarted) {
+[[nodiscard]] bool RestartBridge(int32_t vnet, bool *restarted) {
   *restarted = false;
   return NXCRestartService(static_cast<uint32_t>(vnet), NXC_SERVICE_BRIDGE, restarted, nullptr,
                            /*startIfStopped=*/false);
 }
 
 // Starts the bridge daemon again after an undo, with the restored mappings.
-bool RestartBridgeForCleanup(int32_t vnet) {
+[[nodiscard]] bool RestartBridgeForCleanup(int32_t vnet) {
   return NXCRestartService(static_cast<uint32_t>(vnet), NXC_SERVICE_BRIDGE, nullptr, nullptr,
                            /*startIfStopped=*/true);
 }
@@ -55,7 +57,7 @@ struct DefaultBridgeChange {
 
 // Puts back the default, the mappings of the adapter set, and restarts the
 // daemons the change restarted. Always false, the change's result.
-bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
+[[nodiscard]] bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
   if (!NXCSetDefaultBridgeVnet(c.oldDefault))
     NXCLog(LOG_INFO, fn, "Failed to restore value of default bridge: %d", c.oldDefault);
   if (c.listObtained && !NXCSetBridgeMappingForMultipleAdapters(c.setVnet, c.list))
@@ -74,7 +76,7 @@ bool RollbackDefaultBridge(const char *fn, const DefaultBridgeChange &c) {
 // The work of a default bridge change under the lock. Switching the default
 // bridge on hands it the adapters that belong to no vnet; switching it off
 // keeps its adapters on it through explicit mappings.
-bool ChangeDefaultBridge(const char *fn, DefaultBridgeChange &c) {
+[[nodiscard]] bool ChangeDefaultBridge(const char *fn, DefaultBridgeChange &c) {
   uint32_t count = 0;
   if (!NXCGetVnetBridge(c.setVnet, &count, &c.list)) {
     NXCLog(LOG_ERR, fn, "Error creating list of adapters on host");
@@ -119,7 +121,7 @@ struct AdapterMove {
 
 // Puts the adapter and the displaced adapters back and restarts the daemons
 // the move restarted. Always false, the move's result.
-bool RollbackMove(const char *fn, const AdapterMove &m) {
+[[nodiscard]] bool RollbackMove(const char *fn, const AdapterMove &m) {
   if (!NXCSetBridgeMappingForAdapter(m.name, m.source))
     NXCLog(LOG_ERR, fn, "Unable to restore host adapter: %s to its previous vnet: %d", m.name,
            m.source);
@@ -141,7 +143,7 @@ bool RollbackMove(const char *fn, const AdapterMove &m) {
 
 // The work of a move under the lock. The adapters a real destination vnet
 // had go to the default bridge, so that a vnet bridges one adapter.
-bool MoveAdapter(const char *fn, AdapterMove &m) {
+[[nodiscard]] bool MoveAdapter(const char *fn, AdapterMove &m) {
   if (!NXCSetBridgeMappingForAdapter(m.name, m.destination)) {
     NXCLog(LOG_ERR, fn, "Unable to bridge host adapter: %s to vnet: %d", m.name, m.destination);
     return RollbackMove(fn, m);
@@ -176,6 +178,7 @@ bool MoveAdapter(const char *fn, AdapterMove &m) {
 // The vnet the adapter is bridged to now, checked against the caller's
 // source when one is given. False, after logging, when it cannot be had or
 // differs.
+[[nodiscard]]
 bool SourceVnet(const char *fn, const char *name, const NXC_NetID *source, int32_t *vnet) {
   if (source) {
     if (!NXCValidateNetIDStruct(source)) {
@@ -201,7 +204,9 @@ bool SourceVnet(const char *fn, const char *name, const NXC_NetID *source, int32
 
 // ---- The public host adapter list --------------------------------------------
 
-bool IsZynetAdapterName(const char *name) { return strncasecmp(name, "zynet", 5) == 0; }
+[[nodiscard]] bool IsZynetAdapterName(const char *name) {
+  return strncasecmp(name, "zynet", 5) == 0;
+}
 
 // Copies the adapters of raw (count of them) but the system's own zynet
 // adapters into one zero-filled block: the header, then the entries, each
@@ -252,7 +257,7 @@ NXC_HostAdapterList *ContiguousAdapterList(const char *fn, uint32_t count,
 
 // Brings the adapter up under the lock, with the netifup daemon running;
 // a daemon this call started is stopped again when the adapter stays down.
-bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
+[[nodiscard]] bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
   if (!NXCCreateFile(static_cast<int32_t>(num), NXC_FILE_VNET_DEVICE, nullptr)) {
     NXCLog(LOG_ERR, fn, "Failed to create required zynet device before starting netifup service");
     return false;
@@ -291,85 +296,81 @@ bool EnableWithNetifup(const char *fn, uint32_t num, const char *vnet) {
 }  // namespace
 
 extern "C" bool NXC_GetBridgeDefaultNetwork(NXC_NetID *netId) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetBridgeDefaultNetwork";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - n: %p", (void *)netId);
   if (!netId) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - netId: %p", (void *)netId);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (netId->version != NXC_NETID_VERSION) {
     NXCLog(LOG_ERR, kFn, "Unsupported version number: %u", netId->version);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   int32_t vnet = -1;
   if (!NXCGetDefaultBridgeVnet(&vnet)) {
     NXCLog(LOG_ERR, kFn, "Failed to get value of default bridge");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   netId->vnet = static_cast<uint32_t>(vnet);
   netId->type = NXC_NETID_TYPE_VNET;
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 extern "C" bool NXC_SetBridgeDefaultNetwork(const NXC_NetID *netId) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetBridgeDefaultNetwork";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - n: %p", (const void *)netId);
   if (!netId || !NXCValidateNetIDStruct(netId)) {
     NXCLog(LOG_ERR, kFn, "Invalid arguments - netId: %p", (const void *)netId);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   // Only vnet 0 can be the default bridge; all ones switches it off.
   if (netId->vnet != 0 && netId->vnet != NXC_INVALID_VNET) {
     NXCLog(LOG_ERR, kFn, "Invalid vnet number for default bridge: %d",
            static_cast<int32_t>(netId->vnet));
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   DefaultBridgeChange c{};
   c.request = static_cast<int32_t>(netId->vnet);
   if (!NXCGetDefaultBridgeVnet(&c.oldDefault)) {
     NXCLog(LOG_ERR, kFn, "Failed to get value of default bridge");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (c.oldDefault == c.request) {
     NXCLog(LOG_INFO, kFn,
            "Current and requested values of DefaultBridgeVnet are same. Nothing to do");
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   c.readOnly = NXCNetCfgIsReadOnly(nullptr);
   c.setVnet = c.request == 0 ? -1 : c.oldDefault;
   c.target = c.request == 0 ? 0 : c.oldDefault;
   bool ok = ChangeDefaultBridge(kFn, c);
   NXCFreeHostAdapList(&c.list);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_GetHostAdapterList(uint32_t version, NXC_HostAdapterList **list) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetHostAdapterList";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %u, h: %p", version, (void *)list);
   if (!list) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - header: %p", (void *)list);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (version != 1) {
     NXCLog(LOG_ERR, kFn, "Unsupported version number: %u", version);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t count = 0;
   NXC_HostAdapter *raw = nullptr;
   if (!NXCGetVnetBridge(NXC_ALL_HOST_ADAPTERS, &count, &raw)) {
     NXCLog(LOG_ERR, kFn, "Error creating list of adapters on host");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   NXCLog(LOG_INFO2, kFn, "Obtained non-contig list of %u adapters", count);
   NXC_HostAdapterList *block = ContiguousAdapterList(kFn, count, raw);
@@ -379,33 +380,32 @@ extern "C" bool NXC_GetHostAdapterList(uint32_t version, NXC_HostAdapterList **l
   }
   NXCLog(LOG_INFO2, kFn, "Freeing non-contig list of adapters");
   NXCFreeHostAdapList(&raw);
-  return ApiExit(kFn, __LINE__, block != nullptr);
+  return call.Exit(__LINE__, block != nullptr);
 }
 
 // Works whether or not the library is loaded, and accepts null.
 extern "C" void NXC_FreeHostAdapterList(NXC_HostAdapterList *list) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_FreeHostAdapterList";
-  ApiEnterBanner(kFn, __LINE__);
+  ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   free(list);
-  ApiExitBanner(kFn, __LINE__);
+  call.Exit(__LINE__);
 }
 
 extern "C" bool NXC_BridgeMoveAdapter(const NXC_HostAdapter *adapter, const NXC_NetID *source,
                                       const NXC_NetID *destination) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_BridgeMoveAdapter";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - a: %p, s: %p, d: %p", (const void *)adapter,
          (const void *)source, (const void *)destination);
   if (!adapter) {
     NXCLog(LOG_ERR, kFn, "Invalid arguments - adapter: %p", (const void *)adapter);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (adapter->version != 1) {
     NXCLog(LOG_ERR, kFn, "Unsupported adapter version: %u", adapter->version);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   // The caller's entry may come from anywhere: its name is read only up to
   // the end of its field.
@@ -417,59 +417,57 @@ extern "C" bool NXC_BridgeMoveAdapter(const NXC_HostAdapter *adapter, const NXC_
   m.name = name;
   if (!NXCGetDefaultBridgeVnet(&m.defaultBridge)) {
     NXCLog(LOG_ERR, kFn, "Failed to get value of default bridge");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   m.destination = m.defaultBridge;
   if (destination) {
     if (!NXCValidateNetIDStruct(destination)) {
       NXCLog(LOG_ERR, kFn, "Invalid destination network");
-      return ApiExit(kFn, __LINE__, false);
+      return call.Exit(__LINE__, false);
     }
     m.destination = static_cast<int32_t>(destination->vnet);
   }
-  if (!SourceVnet(kFn, name, source, &m.source)) return ApiExit(kFn, __LINE__, false);
+  if (!SourceVnet(kFn, name, source, &m.source)) return call.Exit(__LINE__, false);
   NXCLog(LOG_INFO2, kFn, "SourceVnet: %d, DestinationVnet: %d", m.source, m.destination);
   if (m.source == m.destination) {
     NXCLog(LOG_INFO, kFn, "Host adapter: %s is already configured as bridge for vnet: %d", name,
            m.destination);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   if (m.destination != m.defaultBridge && m.destination != -1 &&
       !NXCGetVnetBridge(m.destination, nullptr, &m.displaced)) {
     NXCLog(LOG_ERR, kFn, "Failed to get adapter bridged to vnet: %d", m.destination);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!ApiLockConfig(kFn)) {
+  if (!call.Lock()) {
     NXCFreeHostAdapList(&m.displaced);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   m.readOnly = NXCNetCfgIsReadOnly(nullptr);
   bool ok = MoveAdapter(kFn, m);
   NXCFreeHostAdapList(&m.displaced);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_DisableNetworkAdapter(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DisableNetworkAdapter";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   uint32_t num = 0;
-  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   char adapter[kAdapterNameSize] = "";
   if (!NXCGetVnetVirtAdapter(num, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, kFn, "Failed to get the name of hostonly adapter for vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (NXCAdapterStatus(adapter) == NXC_ADAPTER_STATUS_ABSENT) {
     NXCLog(LOG_INFO2, kFn, "Hostonly adapter: %s does not exist", vnet);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   // Adapter and daemon changes never interleave: locked even when the
   // database is read-only.
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   // The daemon is stopped whether or not the adapter went down; the stop
   // decides the result.
   if (NXCVirtAdapterDisable(num))
@@ -482,33 +480,30 @@ extern "C" bool NXC_DisableNetworkAdapter(const char *vnet) noexcept {
     NXCLog(LOG_INFO, kFn, "Stopped netifup service on vnet: %s", vnet);
   else
     NXCLog(LOG_ERR, kFn, "Failed to stop netifup service on vnet: %s", vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_EnableNetworkAdapter(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_EnableNetworkAdapter";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   uint32_t num = 0;
-  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   if (!NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)) {
     NXCLog(LOG_ERR, kFn, "Hostonly adapter not configured for vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   char adapter[kAdapterNameSize] = "";
   if (!NXCGetVnetVirtAdapter(num, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, kFn, "Failed to get the virtual adapter's name");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (NXCAdapterStatus(adapter) == NXC_ADAPTER_STATUS_UP) {
     NXCLog(LOG_INFO2, kFn, "Adapter is already enabled");
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   bool ok = EnableWithNetifup(kFn, num, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

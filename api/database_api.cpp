@@ -11,6 +11,7 @@
 
 #include "api/api_util.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -18,10 +19,9 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr char kDefaultExportFile[] = "/tmp/networking_export";
 
-bool Loaded() { return nxcContext.loadCount != 0; }
+[[nodiscard]] bool Loaded() { return nxcContext.loadCount != 0; }
 
 // The log of a call made while the library is not loaded: the default log
 // file, with the default mask whether or not it opened.
@@ -35,14 +35,14 @@ void CloseTemporaryLog() {
   nxcContext.logStream = nullptr;
 }
 
-bool DatabasePath(const char *fn, char (&path)[kPathSize]) {
+[[nodiscard]] bool DatabasePath(const char *fn, char (&path)[kPathSize]) {
   if (NXCGetFileName(-1, NXC_FILE_NETWORKING_DB, path, sizeof path)) return true;
   NXCLog(LOG_ERR, fn, "Failed to get the path of networking DB file");
   return false;
 }
 
 // Moves an existing database aside to the first free "<path>.bak.<n>".
-bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
+[[nodiscard]] bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
   for (uint32_t n = 0;; ++n) {
     if (BoundedPrint(kept, sizeof kept, "%s.bak.%u", path, n) < 0) return false;
     if (!NXCFileExists(-1, NXC_FILE_CUSTOM, kept)) break;
@@ -59,7 +59,7 @@ bool BackUpDatabase(const char *fn, const char *path, char (&kept)[kPathSize]) {
 
 // The shared body of import and merge.
 template <class Apply>
-bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
+[[nodiscard]] bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
   bool loaded = Loaded();
   NXCLog(LOG_INFO2, fn, "nexcfg is %sloaded", loaded ? "" : "not ");
   if (!loaded) {
@@ -92,33 +92,33 @@ bool ReadDatabaseFrom(const char *fn, const char *file, Apply apply) {
 }  // namespace
 
 extern "C" bool NXC_CreateNetworkingDB(bool overwrite) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CreateNetworkingDB";
-  ApiEnterBanner(kFn, __LINE__);
+  ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   bool loaded = Loaded();
   if (!loaded) {
     if (!NXCFileDirBookkeepingDBLoad()) {
       NXCLog(LOG_ERR, kFn, "Failed to load the file creation database");
-      return ApiExit(kFn, __LINE__, false);
+      return call.Exit(__LINE__, false);
     }
     OpenTemporaryLog();
   }
   char path[kPathSize];
-  if (!DatabasePath(kFn, path)) return ApiExit(kFn, __LINE__, false);
+  if (!DatabasePath(kFn, path)) return call.Exit(__LINE__, false);
   // These early refusals keep the temporary log and bookkeeping open.
   if (loaded) {
     NXCLog(LOG_ERR, kFn,
            "nexcfg is initialized, unload the data structures and delete existing networking "
            "configuration database before creating new one");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   char kept[kPathSize] = "";
   if (NXCFileExists(-1, NXC_FILE_CUSTOM, path)) {
     if (!overwrite) {
       NXCLog(LOG_ERR, kFn, "Existing networking configuration database must be deleted before creating new one");
-      return ApiExit(kFn, __LINE__, false);
+      return call.Exit(__LINE__, false);
     }
-    if (!BackUpDatabase(kFn, path, kept)) return ApiExit(kFn, __LINE__, false);
+    if (!BackUpDatabase(kFn, path, kept)) return call.Exit(__LINE__, false);
   }
   bool ok = NXCNetCfgCreateDB(path, /*backup=*/false);
   if (ok) {
@@ -133,15 +133,15 @@ extern "C" bool NXC_CreateNetworkingDB(bool overwrite) noexcept {
   }
   (void)NXCFileDirBookkeepingDBUnload();
   CloseTemporaryLog();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 // This call closes with a second entry banner instead of an exit banner, as
 // log readers have always seen it.
 extern "C" bool NXC_DeleteNetworkingDB(void) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteNetworkingDB";
-  ApiEnterBanner(kFn, __LINE__);
+  ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   bool ok = false;
   char path[kPathSize];
   if (Loaded())
@@ -150,75 +150,72 @@ extern "C" bool NXC_DeleteNetworkingDB(void) noexcept {
            "configuration database before creating new one");
   else if (DatabasePath(kFn, path))
     ok = NXCRemoveFile(-1, NXC_FILE_CUSTOM, path);
-  ApiEnterBanner(kFn, __LINE__);
+  call.EnterBanner(__LINE__);
   return ok;
 }
 
 extern "C" bool NXC_NetworkingDBExists(void) noexcept {
-  const ApiCallLock callLock;
+  ApiCall call("NXC_NetworkingDBExists");
   char path[kPathSize];
-  return DatabasePath("NXC_NetworkingDBExists", path) &&
+  return DatabasePath(call.fn(), path) &&
          NXCFileExists(-1, NXC_FILE_CUSTOM, path);
 }
 
 extern "C" bool NXC_CanReadNetworkingDB(void) noexcept {
-  const ApiCallLock callLock;
+  ApiCall call("NXC_CanReadNetworkingDB");
   bool temporaryLog = !Loaded();
   if (temporaryLog) OpenTemporaryLog();
   char path[kPathSize];
-  bool ok = DatabasePath("NXC_CanReadNetworkingDB", path) && NXCNetCfgCheckVersion(path);
+  bool ok = DatabasePath(call.fn(), path) && NXCNetCfgCheckVersion(path);
   if (temporaryLog) CloseTemporaryLog();
   return ok;
 }
 
 extern "C" char *NXC_ExportDatabaseToBuffer(void) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ExportDatabaseToBuffer";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return nullptr;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return nullptr;
   char *text = nullptr;
   if (!NXCNetCfgExportConfigToBuffer(nullptr, &text, nullptr, true)) {
     NXCLog(LOG_ERR, kFn, "Failed to export configuration database to buffer");
     free(text);
-    return ApiExit<char *>(kFn, __LINE__, nullptr);
+    return call.Exit<char *>(__LINE__, nullptr);
   }
   NXCLog(LOG_OK, kFn, "Exported configuration database to buffer");
-  return ApiExit(kFn, __LINE__, text);
+  return call.Exit(__LINE__, text);
 }
 
 extern "C" bool NXC_ExportDatabaseToFile(const char *file) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ExportDatabaseToFile";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - f: %p,%s", (const void *)file, OrNull(file));
   if (!file) file = kDefaultExportFile;
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   bool ok = NXCNetCfgExportConfig(nullptr, file, /*backup=*/false);
   if (ok)
     NXCLog(LOG_OK, kFn, "Exported configuration database to backup file: %s", file);
   else
     NXCLog(LOG_ERR, kFn, "Failed to export configuration database to backup file:%s", file);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_ImportDatabaseFromFile(const char *file) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_ImportDatabaseFromFile";
-  ApiEnterBanner(kFn, __LINE__);
+  ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   bool ok = ReadDatabaseFrom(kFn, file, [](const char *from, const char *databasePath) {
     return NXCNetCfgImportConfig(from, databasePath);
   });
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_MergeDatabaseFromFile(const char *file) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_MergeDatabaseFromFile";
-  ApiEnterBanner(kFn, __LINE__);
+  ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   bool ok = ReadDatabaseFrom(kFn, file, [](const char *from, const char *) {
     return NXCNetCfgMergeConfig(from);
   });
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

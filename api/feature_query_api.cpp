@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -21,7 +22,6 @@ static_assert(sizeof(NXC_VnetFeatures::runtimeFeatures) == 32);
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
 // A vnet's features, each as a search compares it: present or absent.
 struct ConfigFeatures {
@@ -35,7 +35,7 @@ uint8_t Tri(bool present) { return present ? NXC_FEATURE_PRESENT : NXC_FEATURE_A
 uint8_t Flag(uint8_t tri) { return tri == NXC_FEATURE_PRESENT ? 1 : 0; }
 
 // The checks both calls make on the record, after the null test.
-bool RecordUsable(const char *fn, const NXC_VnetFeatures *f) {
+[[nodiscard]] bool RecordUsable(const char *fn, const NXC_VnetFeatures *f) {
   if (f->version != NXC_VNET_FEATURES_VERSION) {
     NXCLog(LOG_ERR, fn, "Unsupported feature struct version: %u", f->version);
     return false;
@@ -59,14 +59,14 @@ ConfigFeatures QueryConfigFeatures(uint32_t vnet) {
   return c;
 }
 
-bool ServiceRunning(uint32_t vnet, uint32_t id) {
+[[nodiscard]] bool ServiceRunning(uint32_t vnet, uint32_t id) {
   return NXCServiceStatus(vnet, id) == NXC_SERVICE_RUNNING;
 }
 
 // Whether the vnet's host-only adapter is up. It is asked whether or not
 // the vnet is configured for one, so an adapter name that cannot be formed
 // or a state that cannot be read fails the query (after logging why).
-bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
+[[nodiscard]] bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
   char name[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(vnet, name, sizeof name)) {
     NXCLog(LOG_ERR, fn, "Getting virtual adapter name failed");
@@ -83,10 +83,11 @@ bool AdapterUp(const char *fn, uint32_t vnet, bool *up) {
 
 // A pattern byte matches when it asks for nothing (0) or for exactly the
 // vnet's value; any other byte never matches.
-bool Matches(uint8_t pattern, uint8_t value) {
+[[nodiscard]] bool Matches(uint8_t pattern, uint8_t value) {
   return pattern == NXC_FEATURE_ANY || pattern == value;
 }
 
+[[nodiscard]]
 bool ConfigMatches(const char *fn, const NXC_VnetFeatures &p, const ConfigFeatures &c) {
   if (!Matches(p.subnet, c.subnet)) {
     NXCLog(LOG_INFO2, fn, "Subnet config-time feature does not match");
@@ -111,6 +112,7 @@ bool ConfigMatches(const char *fn, const NXC_VnetFeatures &p, const ConfigFeatur
   return true;
 }
 
+[[nodiscard]]
 bool RuntimeMatches(const char *fn, const NXC_VnetFeatures &p, const RuntimeFeatures &r) {
   if (!Matches(p.runtimeFeatures[NXC_FEATURE_BRIDGE], r.bridge)) {
     NXCLog(LOG_INFO2, fn, "Bridge runtime feature does not match");
@@ -155,24 +157,23 @@ void StoreMatch(NXC_VnetFeatures *f, uint32_t vnet, const ConfigFeatures &c,
 // The record is filled as the answers come in: on a failure the fields
 // filled before it stay filled, as callers of this call have always seen.
 extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetFeatures";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - ft: %p", (void *)features);
   if (!features) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - ft: %p", (void *)features);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (!RecordUsable(kFn, features)) {
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t vnet = features->netId.vnet;
   if (vnet >= NXC_NUM_VNETS) {
     NXCLog(LOG_ERR, kFn, "Invalid vnet number: %d", static_cast<int32_t>(vnet));
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   memset(features->configFeatures, 0, sizeof features->configFeatures);
   ConfigFeatures c = QueryConfigFeatures(vnet);
@@ -189,29 +190,28 @@ extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *features) noexcept {
   bool up = false;
   if (!AdapterUp(kFn, vnet, &up)) {
     NXCLog(LOG_ERR, kFn, "Failed to return vnet features");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   features->runtimeFeatures[NXC_FEATURE_HOSTONLY_ADAPTER] = up;
   NXCLog(LOG_INFO2, kFn, "Returning features of vnet");
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 // The record is changed only when a vnet is found.
 extern "C" bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_FindVnetWithFeatures";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - ft: %p", (void *)pattern);
   if (!pattern) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - ft: %p", (void *)pattern);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!RecordUsable(kFn, pattern)) return ApiExit(kFn, __LINE__, false);
+  if (!RecordUsable(kFn, pattern)) return call.Exit(__LINE__, false);
   uint32_t start = pattern->netId.vnet;
   if (start >= NXC_NUM_VNETS) {
     NXCLog(LOG_ERR, kFn, "Invalid index of starting vnet: %d", static_cast<int32_t>(start));
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   for (uint32_t vnet = start; vnet < NXC_NUM_VNETS; ++vnet) {
     NXCLog(LOG_INFO2, kFn, "Looking at vnet: %u to see if it matches", vnet);
@@ -222,14 +222,14 @@ extern "C" bool NXC_FindVnetWithFeatures(NXC_VnetFeatures *pattern) noexcept {
     r.dhcp = Tri(ServiceRunning(vnet, NXC_SERVICE_DHCP));
     r.nat = Tri(ServiceRunning(vnet, NXC_SERVICE_NAT));
     bool up = false;
-    if (!AdapterUp(kFn, vnet, &up)) return ApiExit(kFn, __LINE__, false);
+    if (!AdapterUp(kFn, vnet, &up)) return call.Exit(__LINE__, false);
     r.adapter = Tri(up);
     if (!RuntimeMatches(kFn, *pattern, r)) continue;
     StoreMatch(pattern, vnet, c, r);
     NXCLog(LOG_INFO, kFn, "Found matching vnet: %d", static_cast<int32_t>(vnet));
     NXCLog(LOG_OK, kFn, "Returning matching vnet: %d", static_cast<int32_t>(vnet));
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   NXCLog(LOG_ERR, kFn, "Could not find any matching vnet");
-  return ApiExit(kFn, __LINE__, false);
+  return call.Exit(__LINE__, false);
 }

@@ -32,6 +32,7 @@ uint32_t ServiceForType(uint32_t type) {
 }
 
 // The argument trace and checks the three service calls share.
+[[nodiscard]]
 bool ResolveService(const char *fn, const char *vnet, uint32_t type, ServiceTarget *out) {
   NXCLog(LOG_ARGS, fn, "Arguments - v: %p,%s, sT: %u", (const void *)vnet, OrNull(vnet), type);
   uint32_t id = ServiceForType(type);
@@ -46,7 +47,7 @@ bool ResolveService(const char *fn, const char *vnet, uint32_t type, ServiceTarg
 }
 
 // The checks a start makes before it touches anything.
-bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
+[[nodiscard]] bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
   if (!NXCVnetIsOptionConfigured(s.vnet, NXCLookupConfigOptionForServiceID(s.id))) {
     NXCLog(LOG_ERR, fn, "\"%s\" service is not configured for this vnet", s.desc);
     return false;
@@ -70,20 +71,19 @@ bool ServiceCanStart(const char *fn, const ServiceTarget &s) {
 }  // namespace
 
 extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StartService";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s) || !ServiceCanStart(kFn, s))
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   if (NXCServiceStatus(s.vnet, s.id) == NXC_SERVICE_RUNNING) {
     NXCLog(LOG_INFO, kFn, "\"%s\" Service is already running on the vnet: %s", s.desc, vnet);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   // Daemon changes never interleave with configuration changes, so the
   // lock is taken even for a read-only database.
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   bool ok = false;
   if (!NXCCreateFile(static_cast<int32_t>(s.vnet), NXC_FILE_VNET_DEVICE, nullptr)) {
     NXCLog(LOG_ERR, kFn, "Failed to create required vnet device before starting \"%s\" service",
@@ -97,44 +97,40 @@ extern "C" bool NXC_StartService(const char *vnet, uint32_t serviceType) noexcep
     else
       NXCLog(LOG_ERR, kFn, "Failure in starting \"%s\" service for vnet: %s", s.desc, vnet);
   }
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 // This call writes no exit banner on any path: its entry banner stands
 // alone in the log, as callers' log readers have always seen it.
 extern "C" bool NXC_StopService(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_StopService";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s)) return false;
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return false;
+  if (!call.Lock(/*evenReadOnly=*/true)) return false;
   bool ok = NXCServiceStop(s.vnet, s.id);
   if (ok)
     NXCLog(LOG_OK, kFn, "Stopped \"%s\" service on vnet: %s", s.desc, vnet);
   else
     NXCLog(LOG_ERR, kFn, "Failure in stopping \"%s\" service on vnet: %s", s.desc, vnet);
-  ApiUnlockConfig();
-  return ok;
+  return call.ExitWithoutBanner(ok);
 }
 
 extern "C" uint32_t NXC_GetServiceStatus(const char *vnet, uint32_t serviceType) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetServiceStatus";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return 0;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return 0;
   ServiceTarget s{};
   if (!ResolveService(kFn, vnet, serviceType, &s))
-    return ApiExit(kFn, __LINE__, NXC_SERVICE_STATUS_UNKNOWN);
+    return call.Exit(__LINE__, NXC_SERVICE_STATUS_UNKNOWN);
   uint32_t status = NXCServiceStatus(s.vnet, s.id);
   if (status == NXC_SERVICE_STATUS_UNKNOWN)
     NXCLog(LOG_ERR, kFn, "Failure in determining status of \"%s\" service on vnet: %s", s.desc, vnet);
   else
     NXCLog(LOG_INFO, kFn, "\"%s\" service is currently %s on vnet: %s", s.desc,
            status == NXC_SERVICE_NOT_RUNNING ? "stopped" : "running", vnet);
-  return ApiExit(kFn, __LINE__, status);
+  return call.Exit(__LINE__, status);
 }
 
 extern "C" bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) noexcept {
@@ -157,19 +153,17 @@ extern "C" bool NXCCreateDeleteZynetDevice(const char *vnet, bool create) noexce
 }
 
 extern "C" bool NXC_CreateZynetDevice(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_CreateZynetDevice";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, NXCCreateDeleteZynetDevice(vnet, true));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, NXCCreateDeleteZynetDevice(vnet, true));
 }
 
 extern "C" bool NXC_DeleteZynetDevice(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteZynetDevice";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, NXCCreateDeleteZynetDevice(vnet, false));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, NXCCreateDeleteZynetDevice(vnet, false));
 }
 
 namespace {
@@ -177,6 +171,7 @@ namespace {
 // Tests each daemon of the vnet in turn: false (after logging) when a
 // status cannot be read; *busy is set for every daemon that runs, and the
 // others are still tested. Each row holds its service's three texts whole.
+[[nodiscard]]
 bool CheckServicesStopped(const char *fn, uint32_t vnet, const char *name, bool *busy) {
   struct Check {
     uint32_t id;
@@ -216,7 +211,7 @@ bool CheckServicesStopped(const char *fn, uint32_t vnet, const char *name, bool 
 
 // A vnet is removed only while nothing of it runs: no daemon, and no
 // host-only adapter up.
-bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
   bool busy = false;
   if (!CheckServicesStopped(fn, vnet, name, &busy)) return false;
   char adapter[16];
@@ -240,6 +235,7 @@ bool VnetIsIdle(const char *fn, uint32_t vnet, const char *name) {
 
 // Every removal of a vnet's configuration, each attempted whatever became
 // of the others; true when all succeeded.
+[[nodiscard]]
 bool RemoveVnetConfiguration(const char *fn, uint32_t vnet, const char *name, bool readOnly) {
   bool all = true;
   if (NXCRemoveBridgeMappingsForVnet(static_cast<int32_t>(vnet))) {
@@ -300,20 +296,19 @@ bool RemoveVnetConfiguration(const char *fn, uint32_t vnet, const char *name, bo
 }  // namespace
 
 extern "C" bool NXC_DeleteVnetFromDatabase(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_DeleteVnetFromDatabase";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - zynet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool readOnly = NXCNetCfgIsReadOnly(nullptr);
-  if (!readOnly && !VnetIsIdle(kFn, num, vnet)) return ApiExit(kFn, __LINE__, false);
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!readOnly && !VnetIsIdle(kFn, num, vnet)) return call.Exit(__LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   bool ok = RemoveVnetConfiguration(kFn, num, vnet, readOnly);
   if (ok)
     NXCLog(LOG_OK, kFn, "Vnet: %s is successfully unconfigured", vnet);
@@ -321,6 +316,5 @@ extern "C" bool NXC_DeleteVnetFromDatabase(const char *vnet) noexcept {
     NXCLog(LOG_ERR, kFn,
            "Not able to delete some configration information for one/more of the services for vnet: %s",  // sic
            vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

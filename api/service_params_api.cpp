@@ -28,42 +28,42 @@ uint32_t CountAt(const uint32_t *count) { return count ? *count : 0; }
 
 extern "C" bool NXC_GetDHCPParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                  uint32_t *valueLen) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetDHCPParam";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, pID: %u, uD: %u, p: %p, pL: %p,%u",
          (const void *)vnet, OrNull(vnet), paramId, useDefault ? 1u : 0u, (void *)value,
          (void *)valueLen, CountAt(valueLen));
   if (!vnet || !value || !valueLen || *valueLen == 0) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - v: %p p: %p, pL: %p,%u", (const void *)vnet,
            (void *)value, (void *)valueLen, CountAt(valueLen));
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   uint32_t internalId = NXCDHCPMapIntParamID(paramId);
   if (internalId == NXC_DHCP_PARAM_INVALID) {
     NXCLog(LOG_ERR, kFn, "Unsupported DHCP Parameter");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   NXCLog(LOG_INFO2, kFn, "Mapped external param ID: %u to internal paramID: %u", paramId,
          internalId);
   if (!NXCDHCPGetParameter(num, internalId, useDefault, value, *valueLen)) {
     NXCLog(LOG_ERR, kFn, "Get DHCP Parameter failed on vnet: %s, paramID: %u", vnet, paramId);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   *valueLen = static_cast<uint32_t>(strlen(value) + 1);
   NXCLog(LOG_INFO2, kFn,
          "Success in getting value of DHCP parameter,vnet: %s, paramID: %u, value: %s, len: %u",
          vnet, paramId, value, *valueLen);
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 namespace {
 
 // The work of NXC_SetDHCPParam once the lock is held. The DHCP layer is
 // given a terminated copy of the value, as far as valueLen reaches.
+[[nodiscard]]
 bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                   const char *value, uint32_t valueLen) {
   if (!value) {
@@ -94,31 +94,29 @@ bool SetDhcpParam(const char *fn, const char *vnet, uint32_t num, uint32_t inter
 
 extern "C" bool NXC_SetDHCPParam(const char *vnet, uint32_t paramId, const char *value,
                                  uint32_t valueLen) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetDHCPParam";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s pL: %u", (const void *)vnet,
          OrNull(vnet), paramId, (const void *)value, value ? Precision(valueLen) : 0,
-         SafeStr(value), valueLen);
+         OrNull(value), valueLen);
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, param: %p", (const void *)vnet,
            (const void *)value);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   uint32_t internalId = NXCDHCPMapIntParamID(paramId);
   if (internalId == NXC_DHCP_PARAM_INVALID) {
     NXCLog(LOG_ERR, kFn, "Unsupported DHCP Parameter");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   NXCLog(LOG_INFO2, kFn, "Mapped external param ID: %u to internal paramID: %u", paramId,
          internalId);
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   bool ok = SetDhcpParam(kFn, vnet, num, internalId, value, valueLen);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 // ---- NAT -------------------------------------------------------------------
@@ -129,6 +127,7 @@ namespace {
 // the NAT layer gets the bounded copy: a caller's text need not be
 // terminated within valueLen bytes, and reading on to a NUL would run past
 // its end.
+[[nodiscard]]
 bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t internalId,
                  const char *value, uint32_t valueLen) {
   if (!value) {
@@ -159,59 +158,56 @@ bool SetNatParam(const char *fn, const char *vnet, uint32_t num, uint32_t intern
 
 extern "C" bool NXC_SetNATParam(const char *vnet, uint32_t paramId, const char *value,
                                 uint32_t valueLen) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_SetNATParam";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s, pL: %u", (const void *)vnet,
          OrNull(vnet), paramId, (const void *)value, value ? Precision(valueLen) : 0,
-         SafeStr(value), valueLen);
+         OrNull(value), valueLen);
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - zynet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   uint32_t internalId = NXCNATMapIntParamID(paramId);
   if (internalId == NXC_NAT_PARAM_NOT_SUPPORTED) {
     NXCLog(LOG_ERR, kFn, "Unsupported NAT parameter: %u", paramId);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   NXCLog(LOG_INFO2, kFn, "Mapped external parameter ID: %u to internal parameter ID: %u", paramId,
          internalId);
-  if (!ApiLockConfig(kFn)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock()) return call.Exit(__LINE__, false);
   bool ok = SetNatParam(kFn, vnet, num, internalId, value, valueLen);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 // This getter writes no argument trace.
 extern "C" bool NXC_GetNATParam(const char *vnet, uint32_t paramId, bool useDefault, char *value,
                                 uint32_t *valueLen) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetNATParam";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   if (!value || !valueLen || !vnet || *valueLen == 0) {
     NXCLog(LOG_ERR, kFn, "Invalid argument");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   uint32_t internalId = NXCNATMapIntParamID(paramId);
   if (internalId == NXC_NAT_PARAM_NOT_SUPPORTED) {
     NXCLog(LOG_ERR, kFn, "Unsupported NAT parameter ID: %u", paramId);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   NXCLog(LOG_INFO2, kFn, "Mapped external NAT param ID: %u to internal param ID: %u", paramId,
          internalId);
   if (!NXCNATGetParameter(num, internalId, useDefault, value, *valueLen)) {
     NXCLog(LOG_ERR, kFn, "Getting value of NAT Parameter: %u failed for vnet: %s", paramId, vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   *valueLen = static_cast<uint32_t>(strlen(value) + 1);
   NXCLog(LOG_INFO2, kFn,
          "Retrieved value of NAT parameter, paramID: %u, value: %s, len: %u for vnet: %s", paramId,
          value, *valueLen, vnet);
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }

@@ -7,6 +7,7 @@
 // subnet assigned that way is taken away again in the same call when the
 // switch fails, before the lock is released.
 #include "api/api_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -14,7 +15,6 @@ using namespace nxc;
 
 namespace {
 
-constexpr size_t kAdapterNameSize = 16;
 
 // The texts and calls that tell the three switches apart. Each text is a
 // whole log line; the comment on each column says which arguments it is
@@ -41,7 +41,7 @@ struct FeatureSwitch {
   const char *offFailed;         // vnet name
 };
 
-bool AdapterConfigured(uint32_t vnet) {
+[[nodiscard]] bool AdapterConfigured(uint32_t vnet) {
   return NXCVnetIsOptionConfigured(vnet, NXC_VNET_OPTION_ADAPTER);
 }
 
@@ -120,6 +120,7 @@ void UndoSubnetAssignment(const FeatureSwitch &s, uint32_t vnet, const char *nam
 }
 
 // The switch's work once the lock is held.
+[[nodiscard]]
 bool ChangeFeature(const FeatureSwitch &s, uint32_t vnet, const char *name, bool use,
                    bool cleanup) {
   bool current = s.current(vnet);
@@ -165,8 +166,10 @@ bool ChangeFeature(const FeatureSwitch &s, uint32_t vnet, const char *name, bool
   return true;
 }
 
-// The shared body of the three switch calls, after the loaded test.
-bool SetFeature(const FeatureSwitch &s, const char *vnet, bool use, bool cleanup) {
+// The shared body of the three switch calls, after the loaded test. The
+// lock it takes is released by the call's exit.
+[[nodiscard]]
+bool SetFeature(ApiCall &call, const FeatureSwitch &s, const char *vnet, bool use, bool cleanup) {
   NXCLog(LOG_ARGS, s.fn, s.argsTrace, (const void *)vnet, OrNull(vnet), use ? 1u : 0u,
          cleanup ? 1u : 0u);
   if (!vnet) {
@@ -175,95 +178,87 @@ bool SetFeature(const FeatureSwitch &s, const char *vnet, bool use, bool cleanup
   }
   uint32_t num = 0;
   if (!ApiVnetNumber(vnet, s.fn, &num)) return false;
-  if (!ApiLockConfig(s.fn)) return false;
-  bool ok = ChangeFeature(s, num, vnet, use, cleanup);
-  ApiUnlockConfig();
-  return ok;
+  if (!call.Lock()) return false;
+  return ChangeFeature(s, num, vnet, use, cleanup);
 }
 
 }  // namespace
 
 extern "C" bool NXC_SetVnetUseAdapter(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kAdapterSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kAdapterSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kAdapterSwitch, vnet, use, cleanup));
 }
 
 extern "C" bool NXC_SetVnetUseDHCP(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kDhcpSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kDhcpSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kDhcpSwitch, vnet, use, cleanup));
 }
 
 extern "C" bool NXC_SetVnetUseNAT(const char *vnet, bool use, bool cleanup) noexcept {
-  const ApiCallLock callLock;
   static constexpr const char *kFn = kNatSwitch.fn;
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
-  return ApiExit(kFn, __LINE__, SetFeature(kNatSwitch, vnet, use, cleanup));
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
+  return call.Exit(__LINE__, SetFeature(call, kNatSwitch, vnet, use, cleanup));
 }
 
 // ---- Switch getters --------------------------------------------------------
 
 // Neither getter locks: both only read. A failure reads as "off".
 extern "C" bool NXC_GetVnetUseDHCP(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseDHCP";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v:%p,%s", (const void *)vnet, OrNull(vnet));
   uint32_t num = 0;
-  if (!ApiVnetArgument(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetArgument(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool on = NXCGetVnetUseDHCP(num);
   NXCLog(LOG_INFO2, kFn, "DHCP %s on vnet: %s", on ? "configured" : "not configured", vnet);
-  return ApiExit(kFn, __LINE__, on);
+  return call.Exit(__LINE__, on);
 }
 
 extern "C" bool NXC_GetVnetUseNAT(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetUseNAT";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - zynet: %p", (const void *)vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   bool on = NXCGetVnetUseNAT(num);
   NXCLog(LOG_INFO2, kFn, "NAT %s on vnet %s", on ? "configured" : "not configured", vnet);
-  return ApiExit(kFn, __LINE__, on);
+  return call.Exit(__LINE__, on);
 }
 
 // ---- Adapter state ---------------------------------------------------------
 
 extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
                                          bool *enabled) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_GetVnetAdapterStatus";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, i: %p, e: %p", (const void *)vnet, OrNull(vnet),
          (void *)installed, (void *)enabled);
   if (!vnet || !installed || !enabled) {
     NXCLog(LOG_ERR, kFn, "Invalid argument - vnet: %p, installed: %p, e: %p", (const void *)vnet,
            (void *)installed, (void *)enabled);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t num = 0;
-  if (!ApiVnetNumber(vnet, kFn, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!ApiVnetNumber(vnet, kFn, &num)) return call.Exit(__LINE__, false);
   if (!NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)) {
     *installed = false;
     *enabled = false;
     // An answer, not a failure, logged at the error level all the same:
     // callers' log readers look for it there.
     NXCLog(LOG_ERR, kFn, "Hostonly virtual adapter is not configured on vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, true);
+    return call.Exit(__LINE__, true);
   }
   // "installed" is reported before the runtime state is asked, and stays
   // set when that fails.
@@ -272,18 +267,18 @@ extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
   char name[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(num, name, sizeof name)) {
     NXCLog(LOG_ERR, kFn, "Failed to get the name of hostonly adapter for vnet: %s", vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   uint32_t state = NXCAdapterStatus(name);
   if (state == NXC_ADAPTER_STATUS_ERROR) {
     NXCLog(LOG_ERR, kFn, "Could not determing runtime status of adapter on vnet: %s",  // sic
            vnet);
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   *enabled = state == NXC_ADAPTER_STATUS_UP;
   NXCLog(LOG_INFO2, kFn, "Hostonly virtual adapter is %s on vnet: %s",
          *enabled ? "enabled" : "disabled", vnet);
-  return ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 // ---- Regeneration from the database ----------------------------------------
@@ -291,7 +286,7 @@ extern "C" bool NXC_GetVnetAdapterStatus(const char *vnet, bool *installed,
 namespace {
 
 // The argument trace and checks of the three update calls.
-bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
+[[nodiscard]] bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
   NXCLog(LOG_ARGS, fn, "Arguments - v: %p,%s", (const void *)vnet, OrNull(vnet));
   if (!vnet) {
     NXCLog(LOG_ERR, fn, "Invalid argument - zynet: %p", (const void *)vnet);
@@ -306,51 +301,47 @@ bool UpdateTarget(const char *fn, const char *vnet, uint32_t *num) {
 // never reads a half-written file; a status that cannot be read refuses
 // too. They lock even a read-only database: the files are written anyway.
 extern "C" bool NXC_UpdateDHCPFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateDHCPFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
   NXCLog(LOG_INFO2, kFn, "Checking to see if DHCP service is running");
   if (NXCServiceStatus(num, NXC_SERVICE_DHCP) != NXC_SERVICE_NOT_RUNNING) {
     NXCLog(LOG_ERR, kFn,
            "DHCP service is not in stopped state on this vnet, Cannot update config files");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   const char *action = NXCGetVnetUseDHCP(num) ? "Writing" : "Removing";
   bool ok = NXCDHCPUpdateFromConfig(num);
   if (ok)
     NXCLog(LOG_OK, kFn, "%s DHCP configuration file succeeded for vnet: %s", action, vnet);
   else
     NXCLog(LOG_ERR, kFn, "%s DHCP configuration file failed for vnet: %s", action, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 extern "C" bool NXC_UpdateNATFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateNATFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
   NXCLog(LOG_INFO2, kFn, "Checking to see if NAT service is running");
   if (NXCServiceStatus(num, NXC_SERVICE_NAT) != NXC_SERVICE_NOT_RUNNING) {
     NXCLog(LOG_ERR, kFn,
            "NAT service is not in stopped state on this vnet,Cannot update config information");
-    return ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   const char *action = NXCGetVnetUseNAT(num) ? "Writing" : "Removing";
   bool ok = NXCNATUpdateFromConfig(num);
   if (ok)
     NXCLog(LOG_OK, kFn, "%s NAT configuration file succeeded for vnet: %s", action, vnet);
   else
     NXCLog(LOG_ERR, kFn, "%s NAT configuration file failed for vnet: %s", action, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }
 
 namespace {
@@ -359,7 +350,7 @@ namespace {
 // takes the stored address. The result is the disable step's: the enable's
 // outcome is only logged, and an adapter whose state cannot be read gives
 // false even when it could be enabled.
-bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
   char adapter[kAdapterNameSize];
   if (!NXCGetVnetVirtAdapter(vnet, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, fn, "Failed to get the name of hostonly adapter for vnet: %s", name);
@@ -388,7 +379,7 @@ bool RefreshConfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
 
 // A vnet without a host-only adapter: its adapter goes down and its netifup
 // daemon stops. Both steps run; either failure makes the result false.
-bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
+[[nodiscard]] bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) {
   NXCLog(LOG_ERR, fn, "Hostonly adapter not configured for vnet: %s", name);
   bool ok = NXCVirtAdapterDisable(vnet);
   if (!ok) NXCLog(LOG_ERR, fn, "Failed to disable hostonly adapter: %s for vnet: %s", "", name);
@@ -402,16 +393,14 @@ bool RetireUnconfiguredAdapter(const char *fn, uint32_t vnet, const char *name) 
 }  // namespace
 
 extern "C" bool NXC_UpdateAdapterFromConfig(const char *vnet) noexcept {
-  const ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_UpdateAdapterFromConfig";
-  ApiEnterBanner(kFn, __LINE__);
-  if (!ApiIsLoaded(kFn)) return false;
+  ApiCall call(kFn);
+  if (!call.Enter(__LINE__)) return false;
   uint32_t num = 0;
-  if (!UpdateTarget(kFn, vnet, &num)) return ApiExit(kFn, __LINE__, false);
-  if (!ApiLockConfig(kFn, /*evenReadOnly=*/true)) return ApiExit(kFn, __LINE__, false);
+  if (!UpdateTarget(kFn, vnet, &num)) return call.Exit(__LINE__, false);
+  if (!call.Lock(/*evenReadOnly=*/true)) return call.Exit(__LINE__, false);
   bool ok = NXCVnetIsOptionConfigured(num, NXC_VNET_OPTION_ADAPTER)
                 ? RefreshConfiguredAdapter(kFn, num, vnet)
                 : RetireUnconfiguredAdapter(kFn, num, vnet);
-  ApiUnlockConfig();
-  return ApiExit(kFn, __LINE__, ok);
+  return call.Exit(__LINE__, ok);
 }

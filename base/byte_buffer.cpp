@@ -46,15 +46,19 @@ bool ByteBuffer::AppendPrintf(const char *format, ...) noexcept {
   va_start(args, format);
   va_list again;
   va_copy(again, args);
-  int n = vsnprintf(nullptr, 0, format, args);
+  // Straight into the spare room when the text fits there; measured and
+  // formatted again into a larger buffer when it does not.
+  size_t room = capacity_ - size_;
+  int n = vsnprintf(data_ ? data_ + size_ : nullptr, data_ ? room : 0, format, args);
   va_end(args);
-  bool ok = n >= 0 && Reserve(static_cast<size_t>(n));
-  if (ok) {
-    ok = vsnprintf(data_ + size_, capacity_ - size_, format, again) == n;
-    if (ok) size_ += static_cast<size_t>(n);
-    data_[size_] = '\0';
+  bool ok = n >= 0;
+  if (ok && (!data_ || static_cast<size_t>(n) >= room)) {
+    ok = Reserve(static_cast<size_t>(n)) &&
+         vsnprintf(data_ + size_, capacity_ - size_, format, again) == n;
   }
   va_end(again);
+  if (ok) size_ += static_cast<size_t>(n);
+  if (data_) data_[size_] = '\0';
   return ok;
 }
 

@@ -13,8 +13,9 @@ class ByteBuffer {
   ~ByteBuffer();
 
   // Appends bytes; false (buffer unchanged) when memory runs out.
-  bool Append(const void *data, size_t size) noexcept;
-  bool AppendString(const char *text) noexcept;
+  [[nodiscard]] bool Append(const void *data, size_t size) noexcept;
+  [[nodiscard]] bool AppendString(const char *text) noexcept;
+  [[nodiscard]]
   bool AppendPrintf(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
   // The bytes so far, followed by a NUL (a valid empty string when empty).
@@ -26,7 +27,7 @@ class ByteBuffer {
   char *Release(size_t *size) noexcept;
 
  private:
-  bool Reserve(size_t extra) noexcept;
+  [[nodiscard]] bool Reserve(size_t extra) noexcept;
   char *data_ = nullptr;
   size_t size_ = 0;
   size_t capacity_ = 0;

@@ -32,7 +32,9 @@ struct Setting {
 
 void FreeSetting(void *entry) { free(entry); }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+[[nodiscard]] bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
 
 // The result of parsing one line; key and value point into the line, which
 // is modified in place (escapes are removed, terminators written).
@@ -79,7 +81,7 @@ LineKind ParseLine(char *line, char **key, char **value) {
 }
 
 // Stores a copy of key and value, replacing an earlier value of the key.
-bool StoreSetting(HashTable *settings, const char *key, const char *value) {
+[[nodiscard]] bool StoreSetting(HashTable *settings, const char *key, const char *value) {
   size_t keySize = strlen(key) + 1;
   size_t valueSize = strlen(value) + 1;
   Setting *setting = static_cast<Setting *>(malloc(sizeof(Setting) + keySize + valueSize));

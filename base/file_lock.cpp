@@ -28,7 +28,7 @@ constexpr uint64_t kPollNanos = 10 * 1000 * 1000;  // 10 ms between attempts
 
 // One attempt on the whole file. True when taken; otherwise *busy tells a
 // lock held elsewhere (worth retrying) from a real failure (errno kept).
-bool TryLock(int fd, bool *busy) {
+[[nodiscard]] bool TryLock(int fd, bool *busy) {
   struct flock fl = {};
   fl.l_type = F_WRLCK;
   fl.l_whence = SEEK_SET;
@@ -45,7 +45,7 @@ bool TryLock(int fd, bool *busy) {
 // Whether path still names the file open on fd. A file replaced by a
 // rename while this process waited for its lock is no longer the one
 // others lock.
-bool StillNamed(int fd, const char *path) {
+[[nodiscard]] bool StillNamed(int fd, const char *path) {
   struct stat open, named;
   if (fstat(fd, &open) != 0 || stat(path, &named) != 0) return true;  // nothing better to lock
   return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
@@ -115,7 +115,7 @@ FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noex
   return lock;
 }
 
-bool FileLockRelease(FileLock *lock, int *error) noexcept {
+[[nodiscard]] bool FileLockRelease(FileLock *lock, int *error) noexcept {
   if (!lock) return true;
   struct flock fl = {};
   fl.l_type = F_UNLCK;

@@ -21,6 +21,6 @@ struct FileLock;
 FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept;
 // Unlocks and frees the lock (null is fine). False, with *error set, when
 // the unlock failed; the lock is freed either way.
-bool FileLockRelease(FileLock *lock, int *error) noexcept;
+[[nodiscard]] bool FileLockRelease(FileLock *lock, int *error) noexcept;
 
 }  // namespace nxc

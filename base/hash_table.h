@@ -49,13 +49,13 @@ class HashTable {
 
   // Inserts entry under key. Fails, leaving the table and entry untouched,
   // when the key exists or memory runs out.
-  bool Insert(HashKey key, void *entry) noexcept;
+  [[nodiscard]] bool Insert(HashKey key, void *entry) noexcept;
   // Returns the entry already under key, or inserts entry and returns it.
   // *inserted says which happened. Null (nothing inserted) when memory runs
   // out.
   void *InsertOrLookup(HashKey key, void *entry, bool *inserted) noexcept;
   // Removes key and frees its entry. False when the key is absent.
-  bool Delete(HashKey key) noexcept;
+  [[nodiscard]] bool Delete(HashKey key) noexcept;
   // Removes key without freeing its entry and returns the entry (null when
   // absent).
   void *Take(HashKey key) noexcept;
@@ -65,7 +65,7 @@ class HashTable {
   // A malloc'd array of the entries in listing order (the caller frees the
   // array, not the entries). An empty table gives a null array and count 0.
   // False, with *entries null, when memory runs out.
-  bool Snapshot(void ***entries, size_t *count) const noexcept;
+  [[nodiscard]] bool Snapshot(void ***entries, size_t *count) const noexcept;
   // Calls fn on each entry in listing order; returns how many calls
   // returned non-zero. fn must not change the table.
   size_t ForEach(VisitFn fn, void *context) const noexcept;
@@ -75,7 +75,7 @@ class HashTable {
   HashTable() = default;
   ~HashTable();
   uint32_t HashOf(HashKey key) const noexcept;
-  bool KeysEqual(HashKey a, HashKey b) const noexcept;
+  [[nodiscard]] bool KeysEqual(HashKey a, HashKey b) const noexcept;
   Node *Find(HashKey key, uint32_t hash) const noexcept;
   Node *Unlink(HashKey key) noexcept;
   Node *Add(HashKey key, uint32_t hash, void *entry) noexcept;

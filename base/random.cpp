@@ -6,7 +6,7 @@
 
 namespace nxc {
 
-bool RandomBytes(void *buf, size_t size) noexcept {
+[[nodiscard]] bool RandomBytes(void *buf, size_t size) noexcept {
   unsigned char *out = static_cast<unsigned char *>(buf);
   size_t done = 0;
   while (done < size) {
@@ -20,7 +20,7 @@ bool RandomBytes(void *buf, size_t size) noexcept {
   return true;
 }
 
-bool RandomBelow(uint32_t bound, uint32_t *out) noexcept {
+[[nodiscard]] bool RandomBelow(uint32_t bound, uint32_t *out) noexcept {
   if (bound == 0) {
     errno = EINVAL;
     return false;

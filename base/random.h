@@ -7,8 +7,8 @@
 namespace nxc {
 
 // Fills buf; false (with errno set) when the kernel source fails.
-bool RandomBytes(void *buf, size_t size) noexcept;
+[[nodiscard]] bool RandomBytes(void *buf, size_t size) noexcept;
 // A uniform value in [0, bound) without modulo bias; bound > 0.
-bool RandomBelow(uint32_t bound, uint32_t *out) noexcept;
+[[nodiscard]] bool RandomBelow(uint32_t bound, uint32_t *out) noexcept;
 
 }  // namespace nxc

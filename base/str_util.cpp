@@ -21,7 +21,7 @@ int DigitValue(char c) {
 // Reads the unsigned part: decimal digits, or "0x"/"0X" and hexadecimal
 // digits, up to the end of text. False when a character is not a digit of
 // the base, when there are no digits, or when the value exceeds limit.
-bool ParseMagnitude(std::string_view text, uint64_t limit, uint64_t *out) {
+[[nodiscard]] bool ParseMagnitude(std::string_view text, uint64_t limit, uint64_t *out) {
   unsigned base = 10;
   if (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
     base = 16;
@@ -41,6 +41,7 @@ bool ParseMagnitude(std::string_view text, uint64_t limit, uint64_t *out) {
 
 // A signed conversion within [-negLimit, posLimit]; negLimit is the
 // magnitude of the type's minimum.
+[[nodiscard]]
 bool ParseSigned(std::string_view text, uint64_t posLimit, uint64_t negLimit, int64_t *out) {
   bool negative = false;
   if (!text.empty() && (text[0] == '+' || text[0] == '-')) {
@@ -60,21 +61,21 @@ bool ParseSigned(std::string_view text, uint64_t posLimit, uint64_t negLimit, in
 
 }  // namespace
 
-bool StrToInt32(std::string_view text, int32_t *out) noexcept {
+[[nodiscard]] bool StrToInt32(std::string_view text, int32_t *out) noexcept {
   int64_t value = 0;
   if (!ParseSigned(text, INT32_MAX, uint64_t{1} << 31, &value)) return false;
   *out = static_cast<int32_t>(value);
   return true;
 }
 
-bool StrToInt64(std::string_view text, int64_t *out) noexcept {
+[[nodiscard]] bool StrToInt64(std::string_view text, int64_t *out) noexcept {
   int64_t value = 0;
   if (!ParseSigned(text, INT64_MAX, uint64_t{1} << 63, &value)) return false;
   *out = value;
   return true;
 }
 
-bool StrToUint32(std::string_view text, uint32_t *out) noexcept {
+[[nodiscard]] bool StrToUint32(std::string_view text, uint32_t *out) noexcept {
   uint64_t value = 0;
   if (!ParseMagnitude(text, UINT32_MAX, &value)) return false;
   *out = static_cast<uint32_t>(value);
@@ -104,7 +105,7 @@ char *AllocPrint(const char *format, ...) noexcept {
   return text;
 }
 
-bool HasControlChar(std::string_view text) noexcept {
+[[nodiscard]] bool HasControlChar(std::string_view text) noexcept {
   for (char c : text) {
     auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) return true;

@@ -26,7 +26,7 @@ class UniqueFd {
   ~UniqueFd() { reset(); }
 
   int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
+  [[nodiscard]] bool valid() const { return fd_ >= 0; }
   explicit operator bool() const { return valid(); }
   int release() {
     int fd = fd_;

@@ -1,37 +1,30 @@
 // api_frame.h - the fixed frame every public API call runs in.
 //
-// A public function writes its own banners with explicit calls, because
-// each exit banner carries the source line of its own return statement:
+// A public function states one ApiCall value before anything else: it
+// serialises the call with the public calls of every other thread and
+// carries the function's name and whether the call holds the database
+// lock. The banners stay explicit calls, because each carries the source
+// line of its own statement:
 //
-//   extern "C" bool NXC_GetVnetFeatures(NXC_VnetFeatures *ft) noexcept {
-//     static constexpr char kFn[] = "NXC_GetVnetFeatures";
-//     ApiEnterBanner(kFn, __LINE__);
-//     if (!ApiIsLoaded(kFn)) return false;          // no exit banner here
-//     NXCLog(LOG_ARGS, kFn, "Arguments - ft: %p", (void *)ft);
-//     if (!ft) {
-//       NXCLog(LOG_ERR, kFn, "Invalid argument - ft: %p", (void *)ft);
-//       return ApiExit(kFn, __LINE__, false);
-//     }
+//   extern "C" bool NXC_SetVnetMTU(const char *vnet, uint32_t mtu) noexcept {
+//     static constexpr char kFn[] = "NXC_SetVnetMTU";
+//     ApiCall call(kFn);
+//     if (!call.Enter(__LINE__)) return false;        // not loaded: no exit banner
+//     NXCLog(LOG_ARGS, kFn, "Arguments - v: %p,%s, mtu: %u", ...);
 //     ...
-//     return ApiExit(kFn, __LINE__, true);
+//     if (!call.Lock()) return call.Exit(__LINE__, false);
+//     if (!NXCSetVnetMTU(num, text)) {
+//       NXCLog(LOG_ERR, kFn, "Error setting mtu for vnet: %s", vnet);
+//       return call.Exit(__LINE__, false);           // unlocks, then the exit banner
+//     }
+//     NXCLog(LOG_OK, kFn, "Successfully set the mtu for vnet: %s", vnet);
+//     return call.Exit(__LINE__, true);
 //   }
 #pragma once
 
 #include "nexcfg_internal.h"
 
 namespace nxc {
-
-// Serialises the public calls of all threads of the process: every public
-// function holds one for its whole frame, as its first statement, so that
-// each call sees the library as a single caller would. Recursive, because
-// a public call may make another.
-class [[nodiscard]] ApiCallLock {
- public:
-  ApiCallLock() noexcept;
-  ~ApiCallLock();
-  ApiCallLock(const ApiCallLock &) = delete;
-  ApiCallLock &operator=(const ApiCallLock &) = delete;
-};
 
 // The log file used until the database names another.
 inline constexpr char kDefaultLogPath[] = "/var/log/nexcfg";
@@ -43,16 +36,61 @@ inline constexpr uint32_t kDefaultLogMask = 0x19;
 void ApiEnterBanner(const char *fn, int line) noexcept;
 // "\nExiting API Function, %s:%d\n-----------\n" at LOG_INFO2.
 void ApiExitBanner(const char *fn, int line) noexcept;
-// Writes the exit banner and hands back the result, so that an exit reads
-// `return ApiExit(kFn, __LINE__, value);`.
-template <class T>
-T ApiExit(const char *fn, int line, T result) noexcept {
-  ApiExitBanner(fn, line);
-  return result;
-}
 // False, after logging "Nexcfg Un-Initialized. Aborting API Function: %s",
 // while the library is not loaded.
-bool ApiIsLoaded(const char *fn) noexcept;
+[[nodiscard]] bool ApiIsLoaded(const char *fn) noexcept;
+
+// One public call. It holds the process-wide call lock from its first
+// statement to its end (recursive, because a public call may make another),
+// so that each call sees the library as a single caller would.
+class [[nodiscard]] ApiCall {
+ public:
+  explicit ApiCall(const char *fn) noexcept;
+  // Releases a database lock still held (with its unlock line, as Unlock)
+  // and then the call lock. Every path releases the database lock itself
+  // through Exit; this only keeps a missed one from outliving the call.
+  ~ApiCall();
+  ApiCall(const ApiCall &) = delete;
+  ApiCall &operator=(const ApiCall &) = delete;
+
+  const char *fn() const noexcept { return fn_; }
+
+  // The entry banner, then the loaded test: false while the library is not
+  // loaded (logged by ApiIsLoaded), and the call then ends without an exit
+  // banner.
+  [[nodiscard]] bool Enter(int line) noexcept;
+  // Only the entry banner, for the calls that work while not loaded.
+  void EnterBanner(int line) noexcept;
+
+  // Takes the database lock for a change; "Failed to obtain lock on vnet
+  // config" when it cannot be had. A read-only database is changed in the
+  // cache only and is not locked, unless evenReadOnly; the call holds the
+  // lock in its own terms either way, and its unlock writes the database
+  // layer's line for a database that holds none.
+  [[nodiscard]] bool Lock(bool evenReadOnly = false) noexcept;
+  // Releases the database lock now, when the call holds it.
+  void Unlock() noexcept;
+
+  // Releases the database lock, writes the exit banner and hands back the
+  // result, so that an exit reads `return call.Exit(__LINE__, value);`.
+  template <class T>
+  T Exit(int line, T result) noexcept {
+    Exit(line);
+    return result;
+  }
+  void Exit(int line) noexcept;
+  // Releases the database lock and hands back the result without an exit
+  // banner, for the one call that never writes one.
+  template <class T>
+  T ExitWithoutBanner(T result) noexcept {
+    Unlock();
+    return result;
+  }
+
+ private:
+  const char *fn_;
+  bool locked_ = false;
+};
 
 // The internal frame of the DHCP, NAT and service layers: " Entering
 // Function, %s:%d" and " Exiting Function, %s:%d" at LOG_INFO2 with the
@@ -64,8 +102,5 @@ T InternalExit(const char *fn, int line, T result) noexcept {
   InternalExitBanner(fn, line);
   return result;
 }
-
-// Never null: "" for a null text, for "%s" arguments of log lines.
-inline const char *SafeStr(const char *s) noexcept { return s ? s : ""; }
 
 }  // namespace nxc

@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -18,7 +19,7 @@ namespace {
 constexpr uint32_t kVersion = (uint32_t{NXC_VERSION_MAJOR} << 16) | NXC_VERSION_MINOR;
 // While no log stream could be opened: no level bit is set in it.
 constexpr uint32_t kNoLogMask = 0xFFFFFF80;
-constexpr size_t kPathSize = 256;
+using nxc::kPathSize;
 
 // Switches to the log file named by the database, keeping the current one
 // when it cannot be opened.
@@ -49,8 +50,8 @@ void WriteLevelProbes(const char *fn) {
 }  // namespace
 
 extern "C" bool NXC_Load(int32_t readOnly) noexcept {
-  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Load";
+  nxc::ApiCall call(kFn);
   // The load count is a 16-bit quantity everywhere: 65,536 loads wrap it.
   if (nxcContext.loadCount != 0) {
     nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount + 1);
@@ -65,20 +66,20 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
   // A stream left open by an earlier failed load is replaced, as it stands.
   nxcContext.logStream = fopen(nxc::kDefaultLogPath, "ab+e");
   nxcContext.logMask = nxcContext.logStream ? nxc::kDefaultLogMask : kNoLogMask;
-  nxc::ApiEnterBanner(kFn, __LINE__);
+  call.EnterBanner(__LINE__);
 
   bool flag = (readOnly & 0xFF) != 0;
   if (!NXCNetCfgLoad(dbPath, /*out=*/nullptr, /*backup=*/false, flag)) {
     NXCLog(LOG_ERR, kFn, "Error loading the vnet configuration, file used: %s", dbPath);
     (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
     (void)NXCFileDirBookkeepingDBUnload();
-    return nxc::ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   if (!NXCFileDirBookkeepingDBLoad()) {
     NXCLog(LOG_ERR, kFn, "Failed to load the file creation database");
     (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
     (void)NXCFileDirBookkeepingDBUnload();
-    return nxc::ApiExit(kFn, __LINE__, false);
+    return call.Exit(__LINE__, false);
   }
   nxcContext.logMask = NXCGetVnetCfgLogLevel();
   OpenConfiguredLog(kFn);
@@ -87,16 +88,16 @@ extern "C" bool NXC_Load(int32_t readOnly) noexcept {
   (void)NXCGetDefaultBridgeVnet(nullptr);  // primes the cached value
   nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount + 1);
   NXCLog(LOG_OK, kFn, "Successfully initialized Nexcfg");
-  return nxc::ApiExit(kFn, __LINE__, true);
+  return call.Exit(__LINE__, true);
 }
 
 extern "C" void NXC_Unload2(int32_t writeBack) noexcept {
-  const nxc::ApiCallLock callLock;
   static constexpr char kFn[] = "NXC_Unload2";
-  nxc::ApiEnterBanner(kFn, __LINE__);
+  nxc::ApiCall call(kFn);
+  call.EnterBanner(__LINE__);
   if (nxcContext.loadCount == 0) {
     NXCLog(LOG_INFO, kFn, "nexcfg is not loaded");
-    nxc::ApiExitBanner(kFn, __LINE__);
+    call.Exit(__LINE__);
     return;
   }
   nxcContext.loadCount = static_cast<uint16_t>(nxcContext.loadCount - 1);
@@ -110,7 +111,7 @@ extern "C" void NXC_Unload2(int32_t writeBack) noexcept {
       nxcContext.logStream = nullptr;
     }
   }
-  nxc::ApiExitBanner(kFn, __LINE__);
+  call.Exit(__LINE__);
 }
 
 extern "C" void NXC_Unload(void) noexcept { NXC_Unload2(1); }
@@ -121,7 +122,7 @@ namespace {
 
 // The short frame of the answer calls: no banners and no argument trace,
 // only the loaded test and the argument check.
-bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
+[[nodiscard]] bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
   if (nxcContext.loadCount == 0) {
     NXCLog(LOG_ERR, fn, "Nexcfg Un-Initialized, Aborting\n");
     return false;
@@ -136,19 +137,19 @@ bool AnswerCallAllowed(const char *fn, bool argumentsValid) {
 }  // namespace
 
 extern "C" bool NXC_VnetCfgAddAnswer(const char *key, const char *value) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgAddAnswer", key && value)) return false;
+  nxc::ApiCall call("NXC_VnetCfgAddAnswer");
+  if (!AnswerCallAllowed(call.fn(), key && value)) return false;
   return NXCNetCfgAddAnswerString(nullptr, key, value);
 }
 
 extern "C" bool NXC_VnetCfgRemoveAnswer(const char *key) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgRemoveAnswer", key != nullptr)) return false;
+  nxc::ApiCall call("NXC_VnetCfgRemoveAnswer");
+  if (!AnswerCallAllowed(call.fn(), key != nullptr)) return false;
   return NXCNetCfgRemoveAnswer(nullptr, key);
 }
 
 extern "C" bool NXC_VnetCfgGetAnswer(const char *key, const char **value) noexcept {
-  const nxc::ApiCallLock callLock;
-  if (!AnswerCallAllowed("NXC_VnetCfgGetAnswer", key && value)) return false;
+  nxc::ApiCall call("NXC_VnetCfgGetAnswer");
+  if (!AnswerCallAllowed(call.fn(), key && value)) return false;
   return NXCNetCfgGetAnswerString(nullptr, key, value);
 }

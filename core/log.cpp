@@ -71,9 +71,9 @@ extern "C" uint32_t NXCGetVnetCfgLogLevel(void) noexcept {
 // The four log-level calls run outside the API call frame and work whether
 // or not the library is loaded; the stored level needs a loaded database.
 extern "C" bool NXC_SetDefaultLogLevel(uint32_t level) noexcept {
-  const nxc::ApiCallLock callLock;
+  nxc::ApiCall call("NXC_SetDefaultLogLevel");
   if (level > kMaxLogLevel) {
-    NXCLog(LOG_ERR, "NXC_SetDefaultLogLevel", "Invalid log level: %x, max log level: %x", level,
+    NXCLog(LOG_ERR, call.fn(), "Invalid log level: %x, max log level: %x", level,
            kMaxLogLevel);
     return false;
   }
@@ -81,17 +81,17 @@ extern "C" bool NXC_SetDefaultLogLevel(uint32_t level) noexcept {
 }
 
 extern "C" uint32_t NXC_GetDefaultLogLevel(void) noexcept {
-  const nxc::ApiCallLock callLock;
+  nxc::ApiCall call("NXC_GetDefaultLogLevel");
   return NXCGetVnetCfgLogLevel();
 }
 
 extern "C" bool NXC_SetCurrentLogLevel(uint32_t level) noexcept {
-  const nxc::ApiCallLock callLock;
+  nxc::ApiCall call("NXC_SetCurrentLogLevel");
   nxcContext.logMask = level;
   return true;
 }
 
 extern "C" uint32_t NXC_GetCurrentLogLevel(void) noexcept {
-  const nxc::ApiCallLock callLock;
+  nxc::ApiCall call("NXC_GetCurrentLogLevel");
   return nxcContext.logMask;
 }

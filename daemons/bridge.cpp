@@ -29,19 +29,20 @@ using namespace zynetd;
 
 constexpr char kUsage[] = "zynet-bridge -s FD -d PIDFILE -n N [-iADAPTER]... | [-eADAPTER]...";
 
-bool SysfsHas(const std::string &link, const char *entry) {
+[[nodiscard]] bool SysfsHas(const std::string &link, const char *entry) {
   struct stat st;
   return stat(("/sys/class/net/" + link + "/" + entry).c_str(), &st) == 0;
 }
 
 // A wired adapter of a bus device: not a veth, tap, bridge, bond or other
 // software link, and not a wireless one (which cannot be a bridge port).
-bool IsPhysicalEthernet(const Link &link) {
+[[nodiscard]] bool IsPhysicalEthernet(const Link &link) {
   return link.type == ARPHRD_ETHER && link.kind.empty() && SysfsHas(link.name, "device") &&
          !SysfsHas(link.name, "wireless") && !SysfsHas(link.name, "phy80211");
 }
 
 // The adapters to join, or false (logged) when a named one is missing.
+[[nodiscard]]
 bool ChooseAdapters(Rtnl *rtnl, bool explicitList, const std::vector<std::string> &names, std::vector<Link> *out) {
   std::vector<Link> links;
   if (int rc = rtnl->Links(&links)) {
@@ -98,7 +99,7 @@ void Leave(Rtnl *rtnl, int bridge, const Joined &j) {
   if (j.enslaved) Log("released %s", j.adapter.name.c_str());
 }
 
-bool Join(Rtnl *rtnl, const VnetBridge &bridge, const Link &adapter, UndoList *undo) {
+[[nodiscard]] bool Join(Rtnl *rtnl, const VnetBridge &bridge, const Link &adapter, UndoList *undo) {
   const char *name = adapter.name.c_str();
   if (adapter.master && adapter.master != bridge.link.index) {
     Log("%s is a port of another bridge", name);

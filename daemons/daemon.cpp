@@ -57,7 +57,7 @@ void ParseCommandLine(int argc, char **argv, const std::vector<ValueOption> &opt
     if (options[o].required && !seen[o]) UsageExit(usage);
 }
 
-bool ParseNumber(const std::string &text, long min, long max, long *out) {
+[[nodiscard]] bool ParseNumber(const std::string &text, long min, long max, long *out) {
   if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos)
     return false;
   long value = strtol(text.c_str(), nullptr, 10);
@@ -81,7 +81,7 @@ int StatusDescriptor(const std::string &text, const char *usage) {
   return static_cast<int>(fd);
 }
 
-bool Detach(int statusFd) {
+[[nodiscard]] bool Detach(int statusFd) {
   fflush(nullptr);
   pid_t pid = fork();
   if (pid < 0) {
@@ -110,7 +110,7 @@ void UndoList::RunAll() {
   }
 }
 
-bool WritePidFile(const std::string &path, UndoList *undo) {
+[[nodiscard]] bool WritePidFile(const std::string &path, UndoList *undo) {
   nxc::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd) {
     Log("cannot create the pid file %s: %s", path.c_str(), strerror(errno));
@@ -126,7 +126,7 @@ bool WritePidFile(const std::string &path, UndoList *undo) {
   return true;
 }
 
-bool ReportReady(int statusFd) {
+[[nodiscard]] bool ReportReady(int statusFd) {
   uint16_t status = 0;
   bool ok = write(statusFd, &status, sizeof status) == sizeof status;
   int error = errno;
@@ -138,11 +138,13 @@ bool ReportReady(int statusFd) {
 int Serve(EventLoop *loop, int statusFd, const std::string &pidFile, UndoList *undo) {
   if (!WritePidFile(pidFile, undo) || !ReportReady(statusFd)) return 1;
   Log("serving");
-  loop->Run();
+  // A terminating signal and Stop() end the daemon alike: it undoes what it
+  // made and exits 0.
+  (void)loop->Run();
   return 0;
 }
 
-bool ReadSysctl(const std::string &name, std::string *value) {
+[[nodiscard]] bool ReadSysctl(const std::string &name, std::string *value) {
   std::string path = "/proc/sys/" + name;
   nxc::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   char buf[64];
@@ -157,7 +159,7 @@ bool ReadSysctl(const std::string &name, std::string *value) {
   return true;
 }
 
-bool WriteSysctl(const std::string &name, const std::string &text) {
+[[nodiscard]] bool WriteSysctl(const std::string &name, const std::string &text) {
   std::string path = "/proc/sys/" + name;
   nxc::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
   if (!fd || write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {

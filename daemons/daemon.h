@@ -50,7 +50,7 @@ void ParseCommandLine(int argc, char **argv, const std::vector<ValueOption> &opt
                       std::vector<std::string> *rest, const char *usage);
 
 // The whole text as a decimal number in [min, max]; false otherwise.
-bool ParseNumber(const std::string &text, long min, long max, long *out);
+[[nodiscard]] bool ParseNumber(const std::string &text, long min, long max, long *out);
 
 // The number at the end of text ("zynet8" and "/dev/zynet8" give 8), or -1.
 int TrailingNumber(const std::string &text);
@@ -63,7 +63,7 @@ int StatusDescriptor(const std::string &text, const char *usage);
 // descriptor and exits with status 0; the second returns here, in a new
 // session, with standard input on /dev/null. Returns false (logged) when
 // the fork fails.
-bool Detach(int statusFd);
+[[nodiscard]] bool Detach(int statusFd);
 
 // Undo steps of a daemon's set-up, run last first by RunAll (once) or at
 // destruction.
@@ -82,11 +82,11 @@ class UndoList {
 
 // Writes "<pid>\n" to path and pushes its removal. Logs and returns false
 // on failure.
-bool WritePidFile(const std::string &path, UndoList *undo);
+[[nodiscard]] bool WritePidFile(const std::string &path, UndoList *undo);
 
 // Reports the status 0 over fd and closes it. Logs and returns false when
 // the write fails (the library would see end of file: a failed start).
-bool ReportReady(int statusFd);
+[[nodiscard]] bool ReportReady(int statusFd);
 
 class EventLoop;
 // Steps 4 and 5 above: writes the pid file, reports the status, serves in
@@ -97,8 +97,8 @@ int Serve(EventLoop *loop, int statusFd, const std::string &pidFile, UndoList *u
 // Reads and writes a kernel setting, a file under /proc/sys such as
 // "net/ipv4/ip_forward" (the value without its newline). Log and return
 // false on failure.
-bool ReadSysctl(const std::string &name, std::string *value);
-bool WriteSysctl(const std::string &name, const std::string &text);
+[[nodiscard]] bool ReadSysctl(const std::string &name, std::string *value);
+[[nodiscard]] bool WriteSysctl(const std::string &name, const std::string &text);
 
 // A poll loop over descriptors and the daemon's signals. SIGTERM and SIGINT
 // stop it; other signals go to their handlers. Signals are blocked and
@@ -112,7 +112,7 @@ class EventLoop {
 
   // Blocks SIGTERM, SIGINT, SIGHUP and SIGCHLD and opens the signalfd.
   // Logs and returns false on failure.
-  bool Init();
+  [[nodiscard]] bool Init();
   // Calls onEvent with the poll events whenever fd is ready for events.
   void Watch(int fd, short events, std::function<void(short)> onEvent);
   void Unwatch(int fd);
@@ -121,7 +121,7 @@ class EventLoop {
   void OnTick(std::function<void()> tick) { tick_ = std::move(tick); }
   // Runs until Stop() or a terminating signal; true when a terminating
   // signal ended it.
-  bool Run();
+  [[nodiscard]] bool Run();
   void Stop() { stopped_ = true; }
   // In a forked child: puts back the signal mask in force before Init, so
   // that a program it execs gets its signals.
@@ -137,7 +137,7 @@ class EventLoop {
     int signo;
     std::function<void()> handler;
   };
-  bool HandleSignals();
+  [[nodiscard]] bool HandleSignals();
 
   int signalFd_ = -1;
   bool stopped_ = false;

@@ -58,6 +58,7 @@ std::vector<std::string> ConfWords(std::istream &in) {
 // The first subnet declaration and the fixed address of the host entry
 // called name. Logs and returns false when the file cannot be read or has
 // no subnet.
+[[nodiscard]]
 bool ReadServedSubnet(const std::string &conf, const std::string &name, ServedSubnet *out) {
   std::ifstream in(conf);
   if (!in) {
@@ -83,6 +84,7 @@ bool ReadServedSubnet(const std::string &conf, const std::string &name, ServedSu
 }
 
 // Makes sure the bridge has an address in the served subnet (see above).
+[[nodiscard]]
 bool EnsureServerAddress(Rtnl *rtnl, const Link &bridge, const ServedSubnet &s, UndoList *undo) {
   std::vector<Address> present;
   if (int rc = rtnl->Addresses(bridge.index, AF_INET, &present)) {
@@ -106,6 +108,7 @@ class Server {
  public:
   ~Server() { Stop(); }
 
+  [[nodiscard]]
   bool Start(const EventLoop &loop, const std::string &conf, const std::string &leases, const std::string &name) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
@@ -133,12 +136,12 @@ class Server {
   }
 
   int output() const { return output_.get(); }
-  bool serving() const { return serving_; }
-  bool running() const { return pid_ > 0; }
+  [[nodiscard]] bool serving() const { return serving_; }
+  [[nodiscard]] bool running() const { return pid_ > 0; }
 
   // Passes the server's complete output lines on to the log, noting the
   // one that says it serves. False once the output has ended.
-  bool ReadOutput() {
+  [[nodiscard]] bool ReadOutput() {
     char buf[4096];
     ssize_t n;
     while ((n = read(output_.get(), buf, sizeof buf)) > 0) pending_.append(buf, static_cast<size_t>(n));
@@ -152,7 +155,7 @@ class Server {
   }
 
   // Reaps the server if it has exited; true when it has.
-  bool Reap() {
+  [[nodiscard]] bool Reap() {
     int status = 0;
     if (pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_) return false;
     if (WIFEXITED(status))

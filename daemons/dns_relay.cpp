@@ -55,7 +55,7 @@ nxc::UniqueFd ConnectTo(int type, const struct sockaddr_storage &resolver) {
 }
 
 // Writes as much of pending to fd as it takes; false on an error.
-bool Flush(int fd, std::string *pending) {
+[[nodiscard]] bool Flush(int fd, std::string *pending) {
   if (pending->empty()) return true;
   ssize_t n = send(fd, pending->data(), pending->size(), MSG_NOSIGNAL);
   if (n < 0) return errno == EAGAIN || errno == EWOULDBLOCK;

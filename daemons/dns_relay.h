@@ -26,7 +26,7 @@ class DnsRelay {
 
   // Listens on port 53 of address (host order), UDP and TCP, and reads the
   // resolvers. Logs and returns false when it cannot listen.
-  bool Start(uint32_t address);
+  [[nodiscard]] bool Start(uint32_t address);
   // Reads /etc/resolv.conf again.
   void ReadResolvers();
   // Drops queries and connections that have waited too long.

@@ -35,7 +35,7 @@ std::string DottedText(uint32_t hostOrder) {
 }
 
 // "<address>/<length>" of an IPv6 prefix.
-bool ValidIpv6Prefix(const std::string &text) {
+[[nodiscard]] bool ValidIpv6Prefix(const std::string &text) {
   size_t slash = text.find('/');
   long length = 0;
   struct in6_addr a;
@@ -107,7 +107,7 @@ std::string TableCommands(const std::string &name, const std::string &comment, c
 
 }  // namespace
 
-bool ReadNatConfig(const std::string &path, NatConfig *out) {
+[[nodiscard]] bool ReadNatConfig(const std::string &path, NatConfig *out) {
   static std::string configPath;
   configPath = path;
   globalConfig = configPath.c_str();

@@ -32,7 +32,7 @@ struct NatConfig {
 // device, natIp6Enable, natIp6Prefix; [incomingtcp] and [incomingudp]).
 // A forward that does not parse is logged and left out. Logs and returns
 // false when a [host] value is missing or invalid.
-bool ReadNatConfig(const std::string &path, NatConfig *out);
+[[nodiscard]] bool ReadNatConfig(const std::string &path, NatConfig *out);
 
 // The vnet's table "inet zynet-nat-<n>": masquerade of the subnet (and the
 // NAT66 prefix) leaving through any other interface, and a DNAT for each
@@ -49,13 +49,13 @@ class NatTable {
 
   // Installs the table for config, or replaces the one installed in one
   // transaction; on failure the old rules stay. Logs and returns false.
-  bool Apply(const NatConfig &config);
+  [[nodiscard]] bool Apply(const NatConfig &config);
   // Removes the table and, when it was the last one, restores forwarding.
   void Remove();
 
  private:
-  bool Run(const std::string &commands, std::string *output = nullptr);
-  bool RememberForwarding();
+  [[nodiscard]] bool Run(const std::string &commands, std::string *output = nullptr);
+  [[nodiscard]] bool RememberForwarding();
 
   nft_ctx *ctx_ = nullptr;
   std::string name_;

@@ -47,7 +47,7 @@ Address Gateway6Address(const NatConfig &c) {
   return a;
 }
 
-bool WriteMacFile(const std::string &path, const std::string &mac, UndoList *undo) {
+[[nodiscard]] bool WriteMacFile(const std::string &path, const std::string &mac, UndoList *undo) {
   std::string text = MacText(mac) + "\n";
   nxc::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd || write(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {

@@ -374,7 +374,7 @@ int Rtnl::DeleteRoute(const Route &route, int index) {
   return Transact(&request);
 }
 
-bool ParseIpv4(const std::string &text, uint32_t *out) {
+[[nodiscard]] bool ParseIpv4(const std::string &text, uint32_t *out) {
   struct in_addr a;
   if (inet_pton(AF_INET, text.c_str(), &a) != 1) return false;
   *out = ntohl(a.s_addr);

@@ -87,7 +87,7 @@ class Rtnl {
 };
 
 // A dotted IPv4 address in host order; false when text is not one.
-bool ParseIpv4(const std::string &text, uint32_t *out);
+[[nodiscard]] bool ParseIpv4(const std::string &text, uint32_t *out);
 // The IPv4 address (host order) with the prefix of mask and the subnet's
 // broadcast address, as an interface carries it.
 Address Ipv4Address(uint32_t address, uint32_t mask);

@@ -16,7 +16,7 @@ constexpr char kUsersTag[] = "zynet daemons:";
 
 // The pids of the alias, or false when the alias does not mark a bridge
 // the daemons made.
-bool ParseUsers(const std::string &alias, std::vector<pid_t> *users) {
+[[nodiscard]] bool ParseUsers(const std::string &alias, std::vector<pid_t> *users) {
   if (alias.compare(0, strlen(kUsersTag), kUsersTag) != 0) return false;
   std::istringstream in(alias.substr(strlen(kUsersTag)));
   for (long pid; in >> pid;) users->push_back(static_cast<pid_t>(pid));
@@ -55,7 +55,7 @@ void ReleaseBridge(Rtnl *rtnl, const std::string &name) {
 
 }  // namespace
 
-bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl) {
+[[nodiscard]] bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl) {
   if (!Detach(statusFd) || !loop->Init()) return false;
   if (int rc = rtnl->Open()) {
     Log("cannot open a routing netlink socket: %s", strerror(-rc));
@@ -71,6 +71,7 @@ std::string VnetAdapterMac(int vnet) {
   return std::string(reinterpret_cast<const char *>(mac), sizeof mac);
 }
 
+[[nodiscard]]
 bool AcquireBridge(Rtnl *rtnl, const std::string &name, const std::string &mac, VnetBridge *out,
                    UndoList *undo) {
   if (name.empty() || name.size() >= IFNAMSIZ) {
@@ -111,7 +112,7 @@ bool AcquireBridge(Rtnl *rtnl, const std::string &name, const std::string &mac, 
   return true;
 }
 
-bool EnsureUp(Rtnl *rtnl, const VnetBridge &bridge, UndoList *undo) {
+[[nodiscard]] bool EnsureUp(Rtnl *rtnl, const VnetBridge &bridge, UndoList *undo) {
   if (bridge.link.flags & IFF_UP) return true;
   if (int rc = rtnl->SetUp(bridge.link.index, true)) {
     Log("cannot bring %s up: %s", bridge.link.name.c_str(), strerror(-rc));
@@ -122,6 +123,7 @@ bool EnsureUp(Rtnl *rtnl, const VnetBridge &bridge, UndoList *undo) {
   return true;
 }
 
+[[nodiscard]]
 bool EnsureAddress(Rtnl *rtnl, const Link &bridge, const Address &address, UndoList *undo) {
   std::vector<Address> present;
   if (int rc = rtnl->Addresses(bridge.index, address.family, &present)) {

@@ -20,7 +20,7 @@ namespace zynetd {
 // Detaches (step 2 of the contract in daemon.h), sets up the loop and
 // opens routing netlink: what every daemon does first. Logs and returns
 // false on failure.
-bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl);
+[[nodiscard]] bool BeginDaemon(int statusFd, EventLoop *loop, Rtnl *rtnl);
 
 // The MAC address the library gives vnet n's host adapter (02:1C:7E,
 // then 0xC0 | bits 16-21 of n, bits 8-15, bits 0-7), raw.
@@ -38,14 +38,16 @@ struct VnetBridge {
 // existing one, and records this daemon as its user; pushes the release:
 // the bridge is deleted when the daemons made it and no daemon of the vnet
 // uses it any more. Logs and returns false on failure.
+[[nodiscard]]
 bool AcquireBridge(Rtnl *rtnl, const std::string &name, const std::string &mac, VnetBridge *bridge,
                    UndoList *undo);
 
 // Brings the bridge up when it is down. Logs and returns false on failure.
-bool EnsureUp(Rtnl *rtnl, const VnetBridge &bridge, UndoList *undo);
+[[nodiscard]] bool EnsureUp(Rtnl *rtnl, const VnetBridge &bridge, UndoList *undo);
 
 // Gives the bridge address unless it has it already, pushing its removal
 // (an address that was there stays). Logs and returns false on failure.
+[[nodiscard]]
 bool EnsureAddress(Rtnl *rtnl, const Link &bridge, const Address &address, UndoList *undo);
 
 }  // namespace zynetd

@@ -18,6 +18,7 @@
 #include "base/scope_guard.h"
 #include "base/sha1.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "dhcp/dhcp_priv.h"
@@ -28,13 +29,13 @@ using nxc::DhcpBlockPos;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
+using nxc::kIPTextSize;
+using nxc::kMACTextSize;
+using nxc::kPathSize;
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr size_t kLineSize = 256;
-constexpr size_t kIPTextSize = 16;
-constexpr size_t kMacTextSize = 18;
 constexpr size_t kLeaseTimeSize = 10;
 constexpr size_t kDomainNameSize = 64;
 constexpr size_t kHashStrSize = 256;
@@ -55,13 +56,11 @@ static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
 // The zynet adapters' fixed organisational prefix.
 constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
 
-const char *ErrText(int err) { return strerror(err); }
-
 }  // namespace
 
 namespace nxc {
 
-bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
+[[nodiscard]] bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
   static constexpr char kFn[] = "NXCLocateZynetDHCPBlock";
   InternalEnter(kFn, __LINE__);
   // Logged at the error level on purpose: it marks every regeneration.
@@ -128,12 +127,12 @@ DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
 }
 
 // Opens (truncating) the configuration file that is about to be written.
-bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
+[[nodiscard]] bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
   file->reset(fopen(path, "w+e"));
   if (!*file) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "Cannot create DHCP Config File, %s, because of  error: %s", path,
-           ErrText(err));
+           strerror(err));
     return false;
   }
   NXCLog(LOG_INFO, fn, "Writing configuration information into: %s", path);
@@ -141,7 +140,7 @@ bool OpenForWriting(const char *path, UniqueFile *file, const char *fn) {
 }
 
 // A first configuration: makes the directories and the file and opens it.
-bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
+[[nodiscard]] bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char *fn) {
   NXCLog(LOG_INFO, fn, "DHCP Config %s does not exist yet, Creating new", path);
   const int32_t n = static_cast<int32_t>(vnet);
   if (!NXCCreateFile(n, NXC_FILE_VNET_DIR, nullptr)) {
@@ -160,6 +159,7 @@ bool CreateConfig(uint32_t vnet, const char *path, UniqueFile *file, const char 
 }
 
 // Copies the whole existing file over the backup and reopens it truncated.
+[[nodiscard]]
 bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize],
                      UniqueFile *file, const char *fn) {
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF_BAK, bakPath,
@@ -175,7 +175,7 @@ bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize]
   return OpenForWriting(path, file, fn);
 }
 
-bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
+[[nodiscard]] bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
   int rc = fprintf(file,
                    "# Configuration file for ISC 2.0 zynet-dhcpd operating on zynet%d.\n"
                    "#\n"
@@ -191,14 +191,14 @@ bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
                    static_cast<int>(vnet));
   if (rc < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", strerror(err));
     return false;
   }
   return true;
 }
 
 // The start marker and the instructions; *blockStart gets the marker's offset.
-bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
+[[nodiscard]] bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
   char stamp[64] = "";
   time_t now = time(nullptr);
   struct tm local;
@@ -217,7 +217,7 @@ bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
               "# Written at: %s\n",
               stamp) < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", strerror(err));
     return false;
   }
   *blockStart = start;
@@ -236,7 +236,7 @@ struct DhcpValues {
 // A parameter's value for the file; one that holds a line break (or any
 // control character) would write lines of its own into dhcpd.conf and is
 // refused.
-bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+[[nodiscard]] bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   if (!NXCDHCPGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
   if (!nxc::HasControlChar(buf)) return true;
   NXCLog(LOG_ERR, "NXCDHCPWriteDHCPCfg",
@@ -245,7 +245,7 @@ bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   return false;
 }
 
-bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
+[[nodiscard]] bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
   char defaultLease[kLeaseTimeSize] = "";
   char maxLease[kLeaseTimeSize] = "";
   if (!Fetch(vnet, NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC, defaultLease, sizeof defaultLease)) {
@@ -264,7 +264,7 @@ bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
               defaultLease, maxLease) < 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Global Parameters, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   NXCLog(LOG_INFO2, fn, "Finished writing global values, writing subnet values now");
@@ -272,7 +272,7 @@ bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
 }
 
 // The subnet declaration; fills values for the host entries that follow.
-bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
+[[nodiscard]] bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
   char subnet[kIPTextSize] = "", mask[kIPTextSize] = "", begin[kIPTextSize] = "",
        end[kIPTextSize] = "", broadcast[kIPTextSize] = "";
   char subDefaultLease[kLeaseTimeSize] = "", subMaxLease[kLeaseTimeSize] = "";
@@ -326,7 +326,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
               subDefaultLease, subMaxLease) < 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (values->nat) {
@@ -337,7 +337,7 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
     if (fprintf(file, "\toption netbios-name-servers %s;\n", values->netbios) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (!Fetch(vnet, NXC_DHCP_PARAM_ROUTERS, values->routers, sizeof values->routers)) {
@@ -347,13 +347,13 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
     if (fprintf(file, "\toption routers %s;\n", values->routers) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
   }
   if (fprintf(file, "}\n") < 0) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", strerror(err));
     return false;
   }
   NXCLog(LOG_INFO2, fn, "Finished writing DHCP subnet values");
@@ -361,10 +361,10 @@ bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) 
 }
 
 // The host's own entry: its adapter gets a fixed address and no DNS.
-bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
+[[nodiscard]] bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
   char adapter[kIPTextSize] = "";
   char address[kIPTextSize] = "";
-  char mac[kMacTextSize] = "";
+  char mac[kMACTextSize] = "";
   if (!NXCGetVnetVirtAdapter(vnet, adapter, sizeof adapter)) {
     NXCLog(LOG_ERR, fn, "Failed to get name for vnet %u\n", vnet);
     return false;
@@ -387,17 +387,18 @@ bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
   if (!ok) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: couldn't write static DHCP entry for %s: %s\n", adapter,
-           ErrText(err));
+           strerror(err));
     return false;
   }
   return true;
 }
 
 // One entry per static mapping, in the table's enumeration order.
+[[nodiscard]]
 bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
-  char mac[kMacTextSize] = "";
+  char mac[kMACTextSize] = "";
   while (NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
     if (fprintf(file,
                 "host %s {\n"
@@ -408,20 +409,20 @@ bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, con
                 ip, mac, ip, values.dns, values.domainName) < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (values.nat && (fprintf(file, "\toption netbios-name-servers %s;\n", values.netbios) < 0 ||
                        fprintf(file, "\toption routers %s;\n", values.routers) < 0)) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping option, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
     if (fprintf(file, "}\n") < 0) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             ErrText(err));
+             strerror(err));
       return false;
     }
   }
@@ -429,7 +430,7 @@ bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, con
 }
 
 // Hashes the block just written and stores the hash for the next run.
-bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
+[[nodiscard]] bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
   off_t blockEnd = ftello(file);
   CPtr<char> hash(blockEnd < 0 ? nullptr : NXCCalculateHashStrForBlock(file, blockStart, blockEnd));
   if (!hash) {
@@ -446,6 +447,7 @@ bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *f
 
 // Everything after the file was opened for writing: the kept prefix (or the
 // header), the block, its hash, the kept suffix and the leases file.
+[[nodiscard]]
 bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char *bakPath,
                  const char *fn) {
   if (old.start != 0) {
@@ -469,7 +471,7 @@ bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char 
   if (fprintf(file, "%s", kEndMarker) != kEndMarkerLength) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (!StoreBlockHash(vnet, file, blockStart, fn)) return false;
@@ -574,7 +576,7 @@ extern "C" char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,
   }
   if (fread(data.get(), 1, size, file) != size) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", strerror(err));
     return nullptr;
   }
   uint8_t digest[nxc::kSha1DigestSize];
@@ -604,7 +606,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
   UniqueFile src(fopen(srcPath, "re"));
   if (!src) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "Cannot open file: %s for reading, error: %s", srcPath, ErrText(err));
+    NXCLog(LOG_ERR, kFn, "Cannot open file: %s for reading, error: %s", srcPath, strerror(err));
     return false;
   }
   if (endPos == 0) {
@@ -621,7 +623,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
          remaining, static_cast<long>(startPos), static_cast<long>(endPos));
   if (fseeko(src.get(), startPos, SEEK_SET) != 0) {
     int err = errno;
-    NXCLog(LOG_ERR, kFn, "fseek: failed, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, kFn, "fseek: failed, error: %s", strerror(err));
     return false;
   }
   char chunk[kCopyChunk];
@@ -634,7 +636,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
     NXCLog(LOG_INFO2, kFn, "Written: %zu", written);
     if (written != got) {
       int err = errno;
-      NXCLog(LOG_ERR, kFn, "fwrite: failure while copying file, error: %s", ErrText(err));
+      NXCLog(LOG_ERR, kFn, "fwrite: failure while copying file, error: %s", strerror(err));
       return false;
     }
     if (got < toRead) {
@@ -644,7 +646,7 @@ extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *sr
         NXCLog(LOG_ERR, kFn, "Finished copying");
         return true;
       }
-      NXCLog(LOG_ERR, kFn, "fread: failure while copying file, error: %s", ErrText(readErr));
+      NXCLog(LOG_ERR, kFn, "fread: failure while copying file, error: %s", strerror(readErr));
       return false;
     }
     remaining -= got;

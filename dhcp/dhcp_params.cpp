@@ -6,14 +6,15 @@
 // A parameter is stored as the vnet answer "VNET_<n>_<config option>". An
 // absent one has a default: addresses follow from HOSTONLY_SUBNET and
 // HOSTONLY_NETMASK, lease times and the domain name are fixed texts.
-#include <stdio.h>
 #include <string.h>
 
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
+#include "vnet/param_table.h"
 
 using nxc::InternalEnter;
 using nxc::InternalExit;
@@ -63,11 +64,10 @@ extern "C" const char *const NXCDHCPParamIDToName[NXC_DHCP_PARAM_COUNT] = {
 
 namespace {
 
-constexpr uint32_t kFirstStored = 9539;  // first id the getter and remover look up
-constexpr uint32_t kLastNamed = 9554;    // ids above use kInvalidName in messages
-constexpr char kInvalidName[] = "Invalid DHCP Parameter";
+using nxc::kIPTextSize;
+using nxc::ParamTable;
+
 constexpr char kHashField[] = "DHCP_CFG_HASH";
-constexpr size_t kIPTextSize = 16;
 // Masks above this leave fewer than 8 addresses.
 constexpr uint32_t kSmallestMask = 0xFFFFFFF8u;
 
@@ -136,20 +136,18 @@ constexpr DhcpParamDef kDhcpParams[] = {
 };
 static_assert(std::size(kDhcpParams) == 11);
 
-const DhcpParamDef *FindDhcpParam(uint32_t id) {
+// The definition of a parameter a value can be set for, or null after
+// logging "Invalid DHCP Param Name %d" under fn.
+const DhcpParamDef *FindDhcpParam(uint32_t id, const char *fn) {
   for (const auto &p : kDhcpParams)
     if (p.id == id) return &p;
+  NXCLog(LOG_ERR, fn, "Invalid DHCP Param Name %d", static_cast<int>(id));
   return nullptr;
 }
 
-struct ExternalIdMapping {
-  uint32_t external;
-  uint32_t internal;
-};
-
 // The public API reaches only these. 13356 maps one past the tables on
 // purpose, so that parameter can never be set or read through the API.
-constexpr ExternalIdMapping kExternalIds[] = {
+constexpr nxc::ExternalParamId kExternalIds[] = {
     {.external = 13350, .internal = NXC_DHCP_PARAM_LEASE_BEGIN_IP},
     {.external = 13351, .internal = NXC_DHCP_PARAM_LEASE_END_IP},
     {.external = 13354, .internal = NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC},
@@ -161,30 +159,17 @@ constexpr ExternalIdMapping kExternalIds[] = {
 };
 static_assert(std::size(kExternalIds) == 8);
 
-bool InStoredRange(uint32_t id) {
-  return static_cast<int32_t>(id) >= static_cast<int32_t>(kFirstStored) &&
-         static_cast<int32_t>(id) <= static_cast<int32_t>(NXC_DHCP_PARAM_INVALID);
-}
-
-// The storage word of an id the getter and remover accept, else null.
-const char *ConfigOption(uint32_t id) {
-  return InStoredRange(id) ? NXCDHCPParamIDToConfigOption[id - NXC_DHCP_PARAM_BASE] : nullptr;
-}
-
-// The display name for messages; ids outside the looked-up range or past the
-// named ones read as invalid.
-const char *DisplayName(uint32_t id) {
-  if (!InStoredRange(id) || id > kLastNamed) return kInvalidName;
-  return NXCDHCPParamIDToName[id - NXC_DHCP_PARAM_BASE];
-}
+extern const ParamTable kDhcpTable;
 
 // Checks value against the parameter's kind, logging the rejection.
-bool ValueIsValid(const DhcpParamDef &p, const char *value, const char *fn) {
+[[nodiscard]] bool CheckDhcpValue(uint32_t id, const char *value, const char *fn) {
+  const DhcpParamDef *p = FindDhcpParam(id, fn);
+  if (!p) return false;
   size_t len = strlen(value);
-  const char *name = DisplayName(p.id);
-  switch (p.kind) {
+  const char *name = nxc::ParamName(kDhcpTable, id);
+  switch (p->kind) {
     case Kind::kAddress:
-      if (len > p.maxLength) {
+      if (len > p->maxLength) {
         NXCLog(LOG_ERR, fn, "Invalid value length: %u, value: %s for parameter: %s",
                static_cast<unsigned>(len), value, name);
         return false;
@@ -203,7 +188,7 @@ bool ValueIsValid(const DhcpParamDef &p, const char *value, const char *fn) {
       return true;
     }
     case Kind::kText:
-      if (len > p.maxLength) {
+      if (len > p->maxLength) {
         NXCLog(LOG_ERR, fn, "Invalid value length: %u, value: %s for parameter: %s",
                static_cast<unsigned>(len), value, name);
         return false;
@@ -213,9 +198,9 @@ bool ValueIsValid(const DhcpParamDef &p, const char *value, const char *fn) {
   return false;
 }
 
-// Computes an address default as dotted text into text (16 bytes).
-bool AddressDefault(uint32_t vnet, const DhcpParamDef &p, char (&text)[kIPTextSize],
-                    const char *fn) {
+// Computes an address default as dotted text into text.
+[[nodiscard]]
+bool AddressDefault(uint32_t vnet, const DhcpParamDef &p, char *text, const char *fn) {
   char subnetText[kIPTextSize] = "";
   char maskText[kIPTextSize] = "";
   uint32_t subnet = 0, mask = 0;
@@ -234,66 +219,106 @@ bool AddressDefault(uint32_t vnet, const DhcpParamDef &p, char (&text)[kIPTextSi
            subnetText, maskText);
     return false;
   }
-  uint32_t value = p.address(net, ~mask, NXCGetVnetUseNAT(vnet));
-  (void)snprintf(text, sizeof text, "%u.%u.%u.%u", value >> 24, (value >> 16) & 0xFF,
-                 (value >> 8) & 0xFF, value & 0xFF);
+  return NXCIPInt2Str(p.address(net, ~mask, NXCGetVnetUseNAT(vnet)), text);
+}
+
+[[nodiscard]]
+bool ComputeDhcpDefault(uint32_t vnet, uint32_t id, char *text, bool *shortBufferSucceeds,
+                        const char *fn) {
+  const DhcpParamDef *p = FindDhcpParam(id, fn);
+  if (!p) return false;
+  // Lease times report success with nothing copied; callers rely on it.
+  *shortBufferSucceeds = p->shortBufferSucceeds;
+  if (p->kind == Kind::kAddress) return AddressDefault(vnet, *p, text, fn);
+  memcpy(text, p->fixed, strlen(p->fixed) + 1);
   return true;
 }
+
+void DhcpNoRoom(const char *fn, uint32_t, const char *name, size_t size, size_t need,
+                bool forDefault) {
+  if (forDefault)
+    NXCLog(LOG_ERR, fn, "Insufficient buffer size: %zu for DHCP parameter: %s required: %zu", size,
+           name, need);
+  else
+    NXCLog(LOG_ERR, fn, "Insufficient space %zu to store value of DHCP parameter: %s, required: %zu",
+           size, name, need);
+}
+
+constexpr ParamTable kDhcpTable = {
+    .base = NXC_DHCP_PARAM_BASE,
+    .options = NXCDHCPParamIDToConfigOption,
+    .names = NXCDHCPParamIDToName,
+    .firstStored = 9539,
+    .lastStored = NXC_DHCP_PARAM_INVALID,
+    .lastNamed = NXC_DHCP_PARAM_NETBIOS,
+    .invalidName = "Invalid DHCP Parameter",
+    .externalIds = kExternalIds,
+    .unmapped = NXC_DHCP_PARAM_INVALID,
+    .mappedTrace = "Mapped external ParamID: %u to internal ParamID: %u",
+    .checkValue = CheckDhcpValue,
+    .computeDefault = ComputeDhcpDefault,
+    .getDefault = NXCDHCPGetParameterDefault,
+    .noRoom = DhcpNoRoom,
+    // Outside the looked-up range a parameter is simply not found.
+    .unknownOnGet = nullptr,
+    .storedValue = "Value of DHCP parameter: %s is: %s for vnet: %d",
+    // Written at the error level even when a default follows.
+    .notFoundLevel = LOG_ERR,
+    .notFound = "Value for DHCP parameter: %s not found in configuration for vnet: %d",
+    .reverting = "Reverting to getting default value",
+    .setFailed = "Setting value of DHCP parameter: %s failed for vnet: %d",
+    .setSucceeded = "Successfully set value of DHCP parameter: %s to value: %s for vnet: %d",
+    .defaultValue = "Default value of DHCP parameter: %s is: %s for vnet: %d",
+};
+
+// Every parameter a vnet's DHCP configuration may hold, in the order of
+// removal. Routers and NetBIOS are written only with NAT, and removed only
+// then.
+constexpr nxc::ParamRemoval kRemovals[] = {
+    {NXC_DHCP_PARAM_LEASE_BEGIN_IP, "Failure in deleting DHCP parameter Lease Start IP"},
+    {NXC_DHCP_PARAM_LEASE_END_IP, "Failure in deleting DHCP parameter lease end IP"},
+    {NXC_DHCP_PARAM_BROADCAST_ADDR, "Failure in deleting DHCP parameter broadcast address"},
+    {NXC_DHCP_PARAM_DNS_ADDR, "Failure in deleting DHCP parameter DNS address"},
+    {NXC_DHCP_PARAM_NETBIOS, "Failure in deleting DHCP parameter netbios", /*onlyWithNat=*/true},
+    {NXC_DHCP_PARAM_ROUTERS, "Failure in deleting DHCP parameter routers", /*onlyWithNat=*/true},
+    {NXC_DHCP_PARAM_DOMAIN_NAME, "Failure in deleting DHCP parameter domain name"},
+    {NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC,
+     "Failure in deleting DHCP parameter default lease time"},
+    {NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC, "Failure in deleting DHCP parameter max lease time"},
+    {NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC,
+     "Failure in deleting DHCP subnet parameter default lease time"},
+    {NXC_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC,
+     "Failure in deleting DHCP subnet parameter max lease time"},
+};
 
 }  // namespace
 
 extern "C" uint32_t NXCDHCPMapIntParamID(uint32_t externalId) noexcept {
-  uint32_t internal = NXC_DHCP_PARAM_INVALID;
-  bool mapped = false;
-  for (const auto &m : kExternalIds) {
-    if (m.external != externalId) continue;
-    internal = m.internal;
-    mapped = true;
-    break;
-  }
-  if (!mapped) NXCLog(LOG_ERR, __func__, "Could not map external paramID: %u", externalId);
-  NXCLog(LOG_INFO2, __func__, "Mapped external ParamID: %u to internal ParamID: %u", externalId,
-         internal);
-  return internal;
+  return nxc::MapExternalParamId(kDhcpTable, externalId, __func__);
 }
 
 extern "C" bool NXCDHCPSetParameter(uint32_t vnet, uint32_t id, const char *value) noexcept {
   static constexpr char kFn[] = "NXCDHCPSetParameter";
   InternalEnter(kFn, __LINE__);
-  if (!value) {
-    NXCLog(LOG_ERR, kFn, "Invalid arguments");
-    return InternalExit(kFn, __LINE__, false);
-  }
-  const DhcpParamDef *p = FindDhcpParam(id);
-  if (!p) {
-    NXCLog(LOG_ERR, kFn, "Invalid DHCP Param Name %d", static_cast<int>(id));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  if (!ValueIsValid(*p, value, kFn)) return InternalExit(kFn, __LINE__, false);
-  if (!NXCSetVnetCfg(vnet, ConfigOption(id), value)) {
-    NXCLog(LOG_ERR, kFn, "Setting value of DHCP parameter: %s failed for vnet: %d",
-           DisplayName(id), static_cast<int>(vnet));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  NXCLog(LOG_INFO2, kFn, "Successfully set value of DHCP parameter: %s to value: %s for vnet: %d",
-         DisplayName(id), value, static_cast<int>(vnet));
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__, nxc::SetParam(kDhcpTable, kFn, vnet, id, value));
 }
 
 extern "C" bool NXCDHCPRemoveParameter(uint32_t vnet, uint32_t id) noexcept {
   static constexpr char kFn[] = "NXCDHCPRemoveParameter";
   InternalEnter(kFn, __LINE__);
-  if (!InStoredRange(id)) {
+  const char *option = nxc::ParamOption(kDhcpTable, id);
+  if (!option) {
     NXCLog(LOG_ERR, kFn, "Invalid DHCP parameter: %u", id);
     return InternalExit(kFn, __LINE__, false);
   }
   // The unused ids inside the range go on with their empty storage word.
-  if (!NXCRemoveVnetCfg(vnet, ConfigOption(id))) {
-    NXCLog(LOG_ERR, kFn, "Removing value of DHCP parameter: %s failed for vnet: %d",
-           DisplayName(id), static_cast<int>(vnet));
+  const char *name = nxc::ParamName(kDhcpTable, id);
+  if (!NXCRemoveVnetCfg(vnet, option)) {
+    NXCLog(LOG_ERR, kFn, "Removing value of DHCP parameter: %s failed for vnet: %d", name,
+           static_cast<int>(vnet));
     return InternalExit(kFn, __LINE__, false);
   }
-  NXCLog(LOG_INFO2, kFn, "Removed value of DHCP parameter: %s for vnet: %d", DisplayName(id),
+  NXCLog(LOG_INFO2, kFn, "Removed value of DHCP parameter: %s for vnet: %d", name,
          static_cast<int>(vnet));
   return InternalExit(kFn, __LINE__, true);
 }
@@ -302,114 +327,21 @@ extern "C" bool NXCDHCPGetParameter(uint32_t vnet, uint32_t id, bool useDefault,
                                     size_t bufSize) noexcept {
   static constexpr char kFn[] = "NXCDHCPGetParameter";
   InternalEnter(kFn, __LINE__);
-  const char *name = DisplayName(id);
-  // Outside the range there is no storage word, so nothing is found.
-  const char *stored = NXCGetVnetCfg(vnet, ConfigOption(id));
-  if (stored) {
-    size_t need = strlen(stored) + 1;
-    if (need > bufSize || !buf) {
-      NXCLog(LOG_ERR, kFn,
-             "Insufficient space %zu to store value of DHCP parameter: %s, required: %zu", bufSize,
-             name, need);
-      return InternalExit(kFn, __LINE__, false);
-    }
-    memcpy(buf, stored, need);
-    NXCLog(LOG_INFO2, kFn, "Value of DHCP parameter: %s is: %s for vnet: %d", name, buf,
-           static_cast<int>(vnet));
-    return InternalExit(kFn, __LINE__, true);
-  }
-  // Written at the error level even when a default follows.
-  NXCLog(LOG_ERR, kFn, "Value for DHCP parameter: %s not found in configuration for vnet: %d",
-         name, static_cast<int>(vnet));
-  if (!useDefault) return InternalExit(kFn, __LINE__, false);
-  NXCLog(LOG_INFO2, kFn, "Reverting to getting default value");
-  if (!NXCDHCPGetParameterDefault(vnet, id, buf, bufSize)) {
-    NXCLog(LOG_ERR, kFn, "Failure in getting default value of parameter");
-    return InternalExit(kFn, __LINE__, false);
-  }
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__,
+                      nxc::GetParam(kDhcpTable, kFn, vnet, id, useDefault, buf, bufSize));
 }
 
 extern "C" bool NXCDHCPGetParameterDefault(uint32_t vnet, uint32_t id, char *buf,
                                            size_t bufSize) noexcept {
   static constexpr char kFn[] = "NXCDHCPGetParameterDefault";
   InternalEnter(kFn, __LINE__);
-  const DhcpParamDef *p = FindDhcpParam(id);
-  if (!p) {
-    NXCLog(LOG_ERR, kFn, "Invalid DHCP Param Name %d", static_cast<int>(id));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  char address[kIPTextSize] = "";
-  const char *value = p->fixed;
-  if (p->kind == Kind::kAddress) {
-    if (!AddressDefault(vnet, *p, address, kFn)) return InternalExit(kFn, __LINE__, false);
-    value = address;
-  }
-  size_t need = strlen(value) + 1;
-  if (bufSize < need || !buf) {
-    NXCLog(LOG_ERR, kFn, "Insufficient buffer size: %zu for DHCP parameter: %s required: %zu",
-           bufSize, DisplayName(id), need);
-    // Lease times report success with nothing copied; callers rely on it.
-    return InternalExit(kFn, __LINE__, p->shortBufferSucceeds);
-  }
-  memcpy(buf, value, need);
-  NXCLog(LOG_INFO2, kFn, "Default value of DHCP parameter: %s is: %s for vnet: %d",
-         DisplayName(id), buf, static_cast<int>(vnet));
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__, nxc::GetParamDefault(kDhcpTable, kFn, vnet, id, buf, bufSize));
 }
 
 extern "C" bool NXCDHCPRemoveDHCPConfig(uint32_t vnet) noexcept {
   static constexpr char kFn[] = "NXCDHCPRemoveDHCPConfig";
   InternalEnter(kFn, __LINE__);
-  bool ok = true;
-  // Every step runs; a failure only clears the result.
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_LEASE_BEGIN_IP)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter Lease Start IP");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_LEASE_END_IP)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter lease end IP");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_BROADCAST_ADDR)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter broadcast address");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_DNS_ADDR)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter DNS address");
-  }
-  // Routers and NetBIOS are written only with NAT, and removed only then.
-  if (NXCGetVnetUseNAT(vnet)) {
-    if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_NETBIOS)) {
-      ok = false;
-      NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter netbios");
-    }
-    if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_ROUTERS)) {
-      ok = false;
-      NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter routers");
-    }
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_DOMAIN_NAME)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter domain name");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter default lease time");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP parameter max lease time");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP subnet parameter default lease time");
-  }
-  if (!NXCDHCPRemoveParameter(vnet, NXC_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure in deleting DHCP subnet parameter max lease time");
-  }
+  bool ok = nxc::RemoveParams(kFn, vnet, kRemovals, NXCDHCPRemoveParameter);
   // The hash and the mappings go too; their outcome does not count.
   (void)NXCRemoveVnetCfg(vnet, kHashField);
   (void)NXCNetCfgRemoveAllDHCPMACToIPMapping(nullptr, vnet, /*writeRecords=*/true);

@@ -19,6 +19,6 @@ struct DhcpBlockPos {
 // finds the markers: a later start marker replaces an earlier one, the
 // first end marker ends the search. Logs and returns false (pos unchanged)
 // when either is missing or the end comes first.
-bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos);
+[[nodiscard]] bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos);
 
 }  // namespace nxc

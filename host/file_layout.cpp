@@ -15,14 +15,15 @@
 
 #include "base/scope_guard.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
 namespace {
 
-constexpr size_t kPathSize = 256;
-constexpr size_t kVnetNameSize = 20;
+using nxc::kPathSize;
+using nxc::kVnetNameSize;
 constexpr char kDefaultConfigDir[] = "/etc/zymtra";
 constexpr char kDefaultRunDir[] = "/var/run";
 constexpr unsigned kZynetMajor = 241;  // the zynet driver's character devices
@@ -39,13 +40,13 @@ const char *AnswerOr(const char *key, const char *fallback) {
   return value;
 }
 
-bool IsDirType(uint32_t type) {
+[[nodiscard]] bool IsDirType(uint32_t type) {
   return type == NXC_FILE_VNET_DIR || type == NXC_FILE_DHCPD_DIR || type == NXC_FILE_NAT_DIR;
 }
 
 // The types kept as regular files under a vnet directory and made by
 // NXCCreateFile (nat.mac is made by the NAT daemon, not here).
-bool IsPlainFileType(uint32_t type) {
+[[nodiscard]] bool IsPlainFileType(uint32_t type) {
   return (type >= NXC_FILE_DHCPD_CONF && type <= NXC_FILE_DHCPD_LEASES_OLD) ||
          type == NXC_FILE_NAT_CONF || type == NXC_FILE_NAT_CONF_BAK;
 }
@@ -70,6 +71,7 @@ const char *VnetFileFormat(uint32_t type) {
 // Copies a caller's custom path; false (logged) when it does not fit.
 // Creation names the refused name; removal and the existence test show the
 // path buffer as it was before the copy, which is empty.
+[[nodiscard]]
 bool TakeCustomName(const char *fn, const char *customName, char (&path)[kPathSize],
                     bool showName) {
   if (!customName) {
@@ -86,14 +88,14 @@ bool TakeCustomName(const char *fn, const char *customName, char (&path)[kPathSi
 }
 
 // The result of recording a creation, logged when it failed.
-bool RecordCreation(const char *fn, const char *path, bool recorded) {
+[[nodiscard]] bool RecordCreation(const char *fn, const char *path, bool recorded) {
   if (!recorded)
     NXCLog(LOG_ERR, fn, "Error adding configuration record for creation of file: %s", path);
   return recorded;
 }
 
 // Makes the device node of a vnet; one that exists already is kept.
-bool CreateDevice(const char *fn, int32_t vnet, const char *path) {
+[[nodiscard]] bool CreateDevice(const char *fn, int32_t vnet, const char *path) {
   if (mknod(path, S_IFCHR | kDeviceMode, makedev(kZynetMajor, (unsigned)vnet)) != 0 &&
       errno != EEXIST) {
     NXCLog(LOG_ERR, fn, "Creating zynet device failed, error: %s", strerror(errno));
@@ -102,7 +104,7 @@ bool CreateDevice(const char *fn, int32_t vnet, const char *path) {
   return RecordCreation(fn, path, NXCRecordFileCreation(path, nullptr));
 }
 
-bool CreateDirectory(const char *fn, const char *path) {
+[[nodiscard]] bool CreateDirectory(const char *fn, const char *path) {
   if (mkdir(path, kDirMode) == 0) {
     NXCLog(LOG_INFO2, fn, "Directory: %s created", path);
   } else if (errno == EEXIST) {
@@ -116,7 +118,7 @@ bool CreateDirectory(const char *fn, const char *path) {
 
 // Creates an empty file, never truncating one that exists, and records it
 // with its modification time when that can be read.
-bool CreatePlainFile(const char *fn, const char *path) {
+[[nodiscard]] bool CreatePlainFile(const char *fn, const char *path) {
   nxc::UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
   if (fd) {
     fd.reset();
@@ -139,7 +141,7 @@ bool CreatePlainFile(const char *fn, const char *path) {
 
 // Removes a directory or a file; a missing one is fine. Each returns the
 // result of recording the deletion.
-bool RemoveDirectory(const char *fn, const char *path) {
+[[nodiscard]] bool RemoveDirectory(const char *fn, const char *path) {
   if (rmdir(path) == 0) {
     NXCLog(LOG_INFO2, fn, "Directory: %s deleted", path);
   } else if (errno == ENOENT) {
@@ -151,7 +153,7 @@ bool RemoveDirectory(const char *fn, const char *path) {
   return NXCRecordDirectoryDeletion(path);
 }
 
-bool RemovePlainFile(const char *fn, const char *path) {
+[[nodiscard]] bool RemovePlainFile(const char *fn, const char *path) {
   if (unlink(path) == 0) {
     NXCLog(LOG_INFO2, fn, "File: %s deleted", path);
   } else if (errno == ENOENT) {
@@ -166,7 +168,7 @@ bool RemovePlainFile(const char *fn, const char *path) {
 // Whether a stat'ed path is of the kind the type needs. Device nodes are
 // tested with the mask 0xb000 against 0x2000, which a block device passes
 // as well.
-bool IsValidKind(uint32_t type, mode_t mode) {
+[[nodiscard]] bool IsValidKind(uint32_t type, mode_t mode) {
   if (type == NXC_FILE_CUSTOM) return true;
   if (type == NXC_FILE_VNET_DEVICE) return (mode & 0xb000) == 0x2000;
   if (IsDirType(type)) return S_ISDIR(mode);

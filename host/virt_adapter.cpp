@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "nexcfg_internal.h"
 
@@ -21,8 +22,8 @@ namespace {
 
 constexpr char kProcNetDev[] = "/proc/net/dev";
 constexpr size_t kLineSize = 1024;
-constexpr size_t kIfNameSize = 16;  // 15 characters and the terminator
-constexpr size_t kIPTextSize = 16;
+using nxc::kAdapterNameSize;
+using nxc::kIPTextSize;
 constexpr short kEnableFlags = IFF_UP | IFF_MULTICAST;
 // The framework of the other desktop platform drives the adapters itself
 // there; on this one the library always does.
@@ -30,7 +31,7 @@ constexpr bool kUseMacosZynetVirtApi = false;
 
 // True when /proc/net/dev lists an interface named exactly name; false with
 // *failed set when the file cannot be read.
-bool ListedInProcNetDev(const char *fn, const char *name, bool *failed) {
+[[nodiscard]] bool ListedInProcNetDev(const char *fn, const char *name, bool *failed) {
   *failed = false;
   nxc::UniqueFile file(fopen(kProcNetDev, "re"));
   if (!file) {
@@ -59,7 +60,7 @@ bool ListedInProcNetDev(const char *fn, const char *name, bool *failed) {
 // An interface request naming the adapter (at most 15 characters).
 struct ifreq NamedRequest(const char *name) {
   struct ifreq request = {};
-  (void)nxc::BoundedCopy(request.ifr_name, kIfNameSize, name);
+  (void)nxc::BoundedCopy(request.ifr_name, kAdapterNameSize, name);
   return request;
 }
 
@@ -71,7 +72,7 @@ void SetIPv4(struct ifreq *request, in_addr_t networkOrder) {
 }
 
 // Converts dotted text to the network-order word; false when it is not one.
-bool ToNetwork(const char *text, in_addr_t *out) {
+[[nodiscard]] bool ToNetwork(const char *text, in_addr_t *out) {
   struct in_addr addr = {};
   if (inet_pton(AF_INET, text, &addr) != 1) return false;
   *out = addr.s_addr;
@@ -135,6 +136,7 @@ namespace {
 
 // Reads the interface's flags, adds set and removes clear, and writes them
 // back; each step logs under fn.
+[[nodiscard]]
 bool ChangeFlags(int fd, struct ifreq *request, const char *name, int set, int clear,
                  const char *fn) {
   if (ioctl(fd, SIOCGIFFLAGS, request) != 0) {
@@ -162,7 +164,7 @@ extern "C" bool NXCVirtAdapterEnable(uint32_t vnet) noexcept {
            (int)vnet);  // sic: "adapterfor"
     return true;
   }
-  char name[kIfNameSize] = "";
+  char name[kAdapterNameSize] = "";
   if (!NXCGetVnetVirtAdapter(vnet, name, sizeof name)) {
     NXCLog(LOG_ERR, kFn, "Getting virtual adapter name failed");
     return false;
@@ -240,7 +242,7 @@ extern "C" bool NXCVirtAdapterDisable(uint32_t vnet) noexcept {
            (int)vnet);  // sic: "adapterfor"
     return true;
   }
-  char name[kIfNameSize] = "";
+  char name[kAdapterNameSize] = "";
   if (!NXCGetVnetVirtAdapter(vnet, name, sizeof name)) {
     NXCLog(LOG_ERR, kFn, "Getting virtual adapter name failed");
     return false;

@@ -80,7 +80,7 @@ const char *Content(const char *line) {
 }
 
 // p is a line's first non-space character: true for "[section]" in any case.
-bool HeaderMatches(const char *p, const char *section) {
+[[nodiscard]] bool HeaderMatches(const char *p, const char *section) {
   size_t len = strlen(section);
   return p[0] == '[' && strncasecmp(p + 1, section, len) == 0 && p[1 + len] == ']';
 }

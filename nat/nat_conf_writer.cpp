@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -97,8 +98,8 @@ const char NXCNATConfigFilePortForwardParam[] = "%u = %s:%u%s%s\n";
 
 namespace {
 
-constexpr size_t kPathSize = 256;
-constexpr size_t kIPTextSize = 16;
+using nxc::kPathSize;
+using nxc::kIPTextSize;
 constexpr size_t kDeviceSize = 256;
 constexpr size_t kSwitchSize = 10;
 constexpr size_t kPrefixSize = 46;
@@ -140,7 +141,7 @@ struct NatValues {
 // A parameter's value for the file; one that holds a line break (or any
 // control character) would write lines of its own into nat.conf and is
 // refused.
-bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
+[[nodiscard]] bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   if (!NXCNATGetParameter(vnet, id, /*useDefault=*/true, buf, size)) return false;
   if (!nxc::HasControlChar(buf)) return true;
   NXCLog(LOG_ERR, "NXCNATUpdateFromConfig",
@@ -149,10 +150,8 @@ bool Fetch(uint32_t vnet, uint32_t id, char *buf, size_t size) {
   return false;
 }
 
-const char *ErrText(int err) { return strerror(err); }
-
 // A vnet without NAT keeps no NAT files.
-bool RemoveNatFiles(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool RemoveNatFiles(uint32_t vnet, const char *fn) {
   const int32_t n = static_cast<int32_t>(vnet);
   (void)NXCRemoveFile(n, NXC_FILE_NAT_CONF, nullptr);
   bool macRemoved = NXCRemoveFile(n, NXC_FILE_NAT_MAC, nullptr);
@@ -164,7 +163,7 @@ bool RemoveNatFiles(uint32_t vnet, const char *fn) {
   return false;
 }
 
-bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
+[[nodiscard]] bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
   // The same line for all three, as it has always read.
   if (!Fetch(vnet, NXC_NAT_PARAM_GATEWAY_IP, v->gateway, sizeof v->gateway) ||
       !Fetch(vnet, NXC_NAT_PARAM_NAT6, v->nat6, sizeof v->nat6) ||
@@ -205,7 +204,7 @@ bool FetchValues(uint32_t vnet, NatValues *v, const char *fn) {
 
 // Makes the directories and the file of a first configuration, or copies an
 // existing file over its backup. *created tells which.
-bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
+[[nodiscard]] bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
   const int32_t n = static_cast<int32_t>(vnet);
   if (!NXCFileExists(n, NXC_FILE_NAT_CONF, nullptr)) {
     // A failure here does not stop the writer; opening the file decides.
@@ -234,11 +233,11 @@ bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
 }
 
 // The [host] section.
-bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileHostSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileMacOSVirtApiDesc, f) == EOF ||
@@ -246,27 +245,27 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config MacOS virtualization API, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileIPDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileIPParam, v.gateway) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config IP gateway, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fprintf(f, NXCNATConfigFileNetmaskParam, v.netmask) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing NAT config netmask, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileDeviceDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileDeviceParam, v.device) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config device, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileActiveFTPDesc, f) == EOF ||
@@ -275,20 +274,20 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
       fprintf(f, NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (v.hostIp[0] != '\0' && (fputs(NXCNATConfigFileHostIPDesc, f) == EOF ||
                               fprintf(f, NXCNATConfigFileHostIPParam, v.hostIp) <= 0)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host IP config, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigHostDefaultOptions, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNat6Desc, f) == EOF ||
@@ -296,7 +295,7 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNat6PrefixDesc, f) == EOF ||
@@ -304,43 +303,43 @@ bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 prefix options, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   return true;
 }
 
 // The [tcp], [udp] and [netbios] sections.
-bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
   if (fputs(NXCNATConfigFileTCPSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config TCP sectionheader, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileTCPDefaultOptions, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileUDPSectionHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config UDP sectionheader, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileUDPTimeoutDesc, f) == EOF ||
       fprintf(f, NXCNATConfigFileUDPTimeoutParam, v.udpTimeout) <= 0) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (fputs(NXCNATConfigFileNetbiosSectionHeader, f) == EOF ||
       fputs(NXCNATConfigNetbiosDefaultOptions, f) == EOF) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", strerror(err));
     return false;
   }
   return true;
@@ -348,12 +347,12 @@ bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
 
 // [incomingtcp] and [incomingudp] with one line per forward. Descriptions
 // stay in the database: the buffer is cleared before each line.
-bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
+[[nodiscard]] bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
   for (const auto &section : kPortFwdSections) {
     if (fputs(section.header, f) == EOF || fputs(section.description, f) == EOF) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fputs: failed to write NAT config %s portfwd header: %s",
-             section.protocol, ErrText(err));
+             section.protocol, strerror(err));
       return false;
     }
     uint32_t cookie = 0;
@@ -370,7 +369,7 @@ bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
                   static_cast<unsigned>(internalPort), "", description) <= 0) {
         int err = errno;
         NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",
-               section.protocol, ErrText(err));
+               section.protocol, strerror(err));
         return false;
       }
     }
@@ -379,7 +378,7 @@ bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
 }
 
 // Opens nat.conf afresh and writes it whole.
-bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
+[[nodiscard]] bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   char path[kPathSize] = "";
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_NAT_CONF, path, sizeof path)) {
     NXCLog(LOG_ERR, fn, "Cannot get the NAT config file name");
@@ -388,14 +387,14 @@ bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   UniqueFile file(fopen(path, "we"));
   if (!file) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", strerror(err));
     return false;
   }
   FILE *f = file.get();
   if (fputs(NXCNATConfigFileHeader, f) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
-           ErrText(err));
+           strerror(err));
     return false;
   }
   if (!WriteHostSection(f, v, fn)) return false;
@@ -404,7 +403,7 @@ bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
   // The file is complete without its last newline: a failure is only logged.
   if (fputs("\n", f) == EOF) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", ErrText(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", strerror(err));
   }
   return true;
 }

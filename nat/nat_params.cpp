@@ -12,8 +12,10 @@
 #include <iterator>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
+#include "vnet/param_table.h"
 
 using nxc::InternalEnter;
 using nxc::InternalExit;
@@ -51,9 +53,11 @@ extern "C" const char *const NXCNATParamIDToName[NXC_NAT_PARAM_COUNT] = {
 
 namespace {
 
-constexpr size_t kIPTextSize = 16;
-constexpr size_t kVnetNameSize = 20;
-constexpr size_t kDeviceSize = 256;
+using nxc::kIPTextSize;
+using nxc::kParamTextSize;
+using nxc::kVnetNameSize;
+using nxc::ParamTable;
+
 constexpr size_t kPrefixSize = 46;
 constexpr int32_t kMaxPort = 65535;
 
@@ -103,15 +107,7 @@ const NatParamDef *FindNatParam(uint32_t id) {
   return nullptr;
 }
 
-const char *ConfigOption(uint32_t id) { return NXCNATParamIDToConfigOption[id - NXC_NAT_PARAM_BASE]; }
-const char *DisplayName(uint32_t id) { return NXCNATParamIDToName[id - NXC_NAT_PARAM_BASE]; }
-
-struct ExternalIdMapping {
-  uint32_t external;
-  uint32_t internal;
-};
-
-constexpr ExternalIdMapping kExternalIds[] = {
+constexpr nxc::ExternalParamId kExternalIds[] = {
     {.external = 9027, .internal = NXC_NAT_PARAM_GATEWAY_IP},
     {.external = 9030, .internal = NXC_NAT_PARAM_CONFIG_PORT},
     {.external = 9031, .internal = NXC_NAT_PARAM_ACTIVE_FTP},
@@ -122,32 +118,41 @@ constexpr ExternalIdMapping kExternalIds[] = {
 };
 static_assert(std::size(kExternalIds) == 7);
 
+extern const ParamTable kNatTable;
+
 // Checks value by the parameter's rule. The rejection lines print the
 // parameter's id where they say "vnet"; that is how they read.
-bool ValueIsValid(const NatParamDef &p, const char *value, const char *fn) {
-  const char *name = DisplayName(p.id);
-  const int id = static_cast<int>(p.id);
+[[nodiscard]] bool CheckNatValue(uint32_t id, const char *value, const char *fn) {
+  const NatParamDef *p = FindNatParam(id);
+  if (!p || p->check == Check::kNotSettable) {
+    NXCLog(LOG_ERR, fn, "Unrecognized NAT parameter ID: %u", id);
+    return false;
+  }
+  const char *name = nxc::ParamName(kNatTable, id);
+  const int shownId = static_cast<int>(id);
   int32_t number = 0;
-  switch (p.check) {
+  switch (p->check) {
     case Check::kNotSettable:
       return false;
     case Check::kAddress:
       if (NXCIsValidIP(value)) return true;
       NXCLog(LOG_ERR, fn, "Invalid IP address value: %s for NAT parameter: %s on vnet: %d", value,
-             name, id);
+             name, shownId);
       return false;
     case Check::kPort:
       if (nxc::StrToInt32(value, &number) && number >= 1 && number <= kMaxPort) return true;
       NXCLog(LOG_ERR, fn, "Invalid config port value: %s for NAT parameter: %s on vnet: %d ",
-             value, name, id);
+             value, name, shownId);
       return false;
     case Check::kSwitch:
       if ((value[0] == '0' || value[0] == '1') && value[1] == '\0') return true;
-      NXCLog(LOG_ERR, fn, "Invalid value: %s for NAT parameter: %s on vnet: %d", value, name, id);
+      NXCLog(LOG_ERR, fn, "Invalid value: %s for NAT parameter: %s on vnet: %d", value, name,
+             shownId);
       return false;
     case Check::kSeconds:
       if (nxc::StrToInt32(value, &number) && number >= 0) return true;
-      NXCLog(LOG_ERR, fn, "Invalid value: %s for NAT parameter: %s on vnet: %d", value, name, id);
+      NXCLog(LOG_ERR, fn, "Invalid value: %s for NAT parameter: %s on vnet: %d", value, name,
+             shownId);
       return false;
     case Check::kUnchecked:
       return true;
@@ -155,11 +160,13 @@ bool ValueIsValid(const NatParamDef &p, const char *value, const char *fn) {
   return false;
 }
 
-// Puts the default text of p into text (kDeviceSize bytes); logs why not.
-bool ComputeDefault(uint32_t vnet, const NatParamDef &p, char (&text)[kDeviceSize],
-                    const char *fn) {
+// Puts the default text of id into text (kParamTextSize bytes); logs why
+// not.
+[[nodiscard]]
+bool ComputeNatDefault(uint32_t vnet, uint32_t id, char *text, bool *, const char *fn) {
+  const NatParamDef *p = FindNatParam(id);
   const int n = static_cast<int>(vnet);
-  switch (p.dflt) {
+  switch (p ? p->dflt : Default::kNone) {
     case Default::kNone:
       break;
     case Default::kGateway: {
@@ -184,7 +191,7 @@ bool ComputeDefault(uint32_t vnet, const NatParamDef &p, char (&text)[kDeviceSiz
       NXCLog(LOG_ERR, fn, "Could not get subnet netmask for vnet: %d", n);
       return false;
     case Default::kFixed:
-      (void)snprintf(text, sizeof text, "%s", p.fixed);
+      (void)snprintf(text, kParamTextSize, "%s", p->fixed);
       return true;
     case Default::kDevice: {
       char name[kVnetNameSize] = "";
@@ -192,101 +199,87 @@ bool ComputeDefault(uint32_t vnet, const NatParamDef &p, char (&text)[kDeviceSiz
         NXCLog(LOG_ERR, fn, "Could not get zynet name for vnet: %d", n);
         return false;
       }
-      (void)snprintf(text, kDeviceSize, "/dev/%s", name);
+      (void)snprintf(text, kParamTextSize, "/dev/%s", name);
       return true;
     }
     case Default::kNat6Prefix:
       (void)snprintf(text, kPrefixSize, "fd15:4ba5:5a2b:10%02x::/64", vnet);
       return true;
   }
-  NXCLog(LOG_ERR, fn, "Unrecognized NAT parameter ID: %d", static_cast<int>(p.id));
+  NXCLog(LOG_ERR, fn, "Unrecognized NAT parameter ID: %d", static_cast<int>(id));
   return false;
 }
+
+// One line for a stored value and a default alike.
+void NatNoRoom(const char *fn, uint32_t id, const char *, size_t, size_t, bool) {
+  NXCLog(LOG_ERR, fn, "Insufficient space to store NAT param %d.", static_cast<int>(id));
+}
+
+constexpr ParamTable kNatTable = {
+    .base = NXC_NAT_PARAM_BASE,
+    .options = NXCNATParamIDToConfigOption,
+    .names = NXCNATParamIDToName,
+    .firstStored = NXC_NAT_PARAM_GATEWAY_IP,
+    .lastStored = NXC_NAT_PARAM_NAT6_PREFIX,
+    .lastNamed = NXC_NAT_PARAM_NAT6_PREFIX,
+    .invalidName = "",
+    .externalIds = kExternalIds,
+    .unmapped = NXC_NAT_PARAM_NOT_SUPPORTED,
+    .mappedTrace = nullptr,
+    .checkValue = CheckNatValue,
+    .computeDefault = ComputeNatDefault,
+    .getDefault = NXCNATGetParamDefault,
+    .noRoom = NatNoRoom,
+    .unknownOnGet = "Unrecognized NAT parameter ID: %d",
+    .storedValue = "Value of NAT parameter: %s is: %s for vnet: %d",
+    // Unlike a DHCP parameter, a missing NAT parameter is no error.
+    .notFoundLevel = LOG_INFO2,
+    .notFound = "Value of NAT parameter: %s not found in configuration for vnet: %d",
+    .reverting = "Reverting to default value",
+    .setFailed = "Setting value of NAT parameter: %s failed for vnet: %d",
+    .setSucceeded = "Successfully set value of NAT parameter: %s to value: %s for vnet: %d",
+    .defaultValue = "Default value of NAT parameter: %s is: %s for vnet: %d",
+};
+
+// Every parameter of a vnet's NAT configuration, in the order of removal.
+constexpr nxc::ParamRemoval kRemovals[] = {
+    {NXC_NAT_PARAM_GATEWAY_IP, "Failure while removing value for NAT parameter Gateway IP Address"},
+    {NXC_NAT_PARAM_NAT6, "Failure while removing value for NAT parameter nat ipv6 enable"},
+    {NXC_NAT_PARAM_NAT6_PREFIX, "Failure while removing value for NAT parameter nat ipv6 prefix"},
+    {NXC_NAT_PARAM_GATEWAY_NETMASK, "Failure while removing value for NAT parameter Gateway netmask"},
+    {NXC_NAT_PARAM_CONFIG_PORT, "Failure while removing value for NAT parameter Config port"},
+    {NXC_NAT_PARAM_DEVICE, "Failure while removing value for NAT parameter device"},
+    {NXC_NAT_PARAM_ACTIVE_FTP, "Failure while removing value for NAT parameter active FTP"},
+    {NXC_NAT_PARAM_ALLOW_ANY_OUI, "Failure while removing value for NAT parameter allow any OUI"},
+    // "setting" is how this line reads.
+    {NXC_NAT_PARAM_UDP_TIMEOUT, "Failure while setting value for NAT parameter UDP timeout"},
+};
 
 }  // namespace
 
 extern "C" uint32_t NXCNATMapIntParamID(uint32_t externalId) noexcept {
-  for (const auto &m : kExternalIds)
-    if (m.external == externalId) return m.internal;
-  NXCLog(LOG_ERR, __func__, "Could not map external paramID: %u", externalId);
-  return NXC_NAT_PARAM_NOT_SUPPORTED;
+  return nxc::MapExternalParamId(kNatTable, externalId, __func__);
 }
 
 extern "C" bool NXCNATSetParameter(uint32_t vnet, uint32_t id, const char *value) noexcept {
   static constexpr char kFn[] = "NXCNATSetParameter";
   InternalEnter(kFn, __LINE__);
-  if (!value) {
-    NXCLog(LOG_ERR, kFn, "Invalid arguments");
-    return InternalExit(kFn, __LINE__, false);
-  }
-  const NatParamDef *p = FindNatParam(id);
-  if (!p || p->check == Check::kNotSettable) {
-    NXCLog(LOG_ERR, kFn, "Unrecognized NAT parameter ID: %u", id);
-    return InternalExit(kFn, __LINE__, false);
-  }
-  if (!ValueIsValid(*p, value, kFn)) return InternalExit(kFn, __LINE__, false);
-  if (!NXCSetVnetCfg(vnet, ConfigOption(id), value)) {
-    NXCLog(LOG_ERR, kFn, "Setting value of NAT parameter: %s failed for vnet: %d", DisplayName(id),
-           static_cast<int>(vnet));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  NXCLog(LOG_INFO2, kFn, "Successfully set value of NAT parameter: %s to value: %s for vnet: %d",
-         DisplayName(id), value, static_cast<int>(vnet));
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__, nxc::SetParam(kNatTable, kFn, vnet, id, value));
 }
 
 // Only the exit is traced here; the entry line is left out on purpose.
 extern "C" bool NXCNATGetParameter(uint32_t vnet, uint32_t id, bool useDefault, char *buf,
                                    size_t bufSize) noexcept {
   static constexpr char kFn[] = "NXCNATGetParameter";
-  if (!FindNatParam(id)) {
-    NXCLog(LOG_ERR, kFn, "Unrecognized NAT parameter ID: %d", static_cast<int>(id));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  const char *stored = NXCGetVnetCfg(vnet, ConfigOption(id));
-  if (stored) {
-    size_t need = strlen(stored) + 1;
-    if (need > bufSize || !buf) {
-      NXCLog(LOG_ERR, kFn, "Insufficient space to store NAT param %d.", static_cast<int>(id));
-      return InternalExit(kFn, __LINE__, false);
-    }
-    memcpy(buf, stored, need);
-    NXCLog(LOG_INFO2, kFn, "Value of NAT parameter: %s is: %s for vnet: %d", DisplayName(id), buf,
-           static_cast<int>(vnet));
-    return InternalExit(kFn, __LINE__, true);
-  }
-  // Unlike a DHCP parameter, a missing NAT parameter is no error.
-  NXCLog(LOG_INFO2, kFn, "Value of NAT parameter: %s not found in configuration for vnet: %d",
-         DisplayName(id), static_cast<int>(vnet));
-  if (!useDefault) return InternalExit(kFn, __LINE__, false);
-  NXCLog(LOG_INFO2, kFn, "Reverting to default value");
-  if (!NXCNATGetParamDefault(vnet, id, buf, bufSize)) {
-    NXCLog(LOG_ERR, kFn, "Failure in getting default value of parameter");
-    return InternalExit(kFn, __LINE__, false);
-  }
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__,
+                      nxc::GetParam(kNatTable, kFn, vnet, id, useDefault, buf, bufSize));
 }
 
 extern "C" bool NXCNATGetParamDefault(uint32_t vnet, uint32_t id, char *buf,
                                       size_t bufSize) noexcept {
   static constexpr char kFn[] = "NXCNATGetParamDefault";
   InternalEnter(kFn, __LINE__);
-  const NatParamDef *p = FindNatParam(id);
-  if (!p || p->dflt == Default::kNone) {
-    NXCLog(LOG_ERR, kFn, "Unrecognized NAT parameter ID: %d", static_cast<int>(id));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  char text[kDeviceSize] = "";
-  if (!ComputeDefault(vnet, *p, text, kFn)) return InternalExit(kFn, __LINE__, false);
-  size_t need = strlen(text) + 1;
-  if (need > bufSize || !buf) {
-    NXCLog(LOG_ERR, kFn, "Insufficient space to store NAT param %d.", static_cast<int>(id));
-    return InternalExit(kFn, __LINE__, false);
-  }
-  memcpy(buf, text, need);
-  NXCLog(LOG_INFO2, kFn, "Default value of NAT parameter: %s is: %s for vnet: %d", DisplayName(id),
-         buf, static_cast<int>(vnet));
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__, nxc::GetParamDefault(kNatTable, kFn, vnet, id, buf, bufSize));
 }
 
 extern "C" bool NXCNATRemoveParam(uint32_t vnet, uint32_t id) noexcept {
@@ -294,8 +287,9 @@ extern "C" bool NXCNATRemoveParam(uint32_t vnet, uint32_t id) noexcept {
     NXCLog(LOG_ERR, __func__, "Unrecognized NAT parameter ID: %d", static_cast<int>(id));
     return false;
   }
-  if (!NXCGetVnetCfg(vnet, ConfigOption(id))) return true;
-  if (!NXCRemoveVnetCfg(vnet, ConfigOption(id))) {
+  const char *option = nxc::ParamOption(kNatTable, id);
+  if (!NXCGetVnetCfg(vnet, option)) return true;
+  if (!NXCRemoveVnetCfg(vnet, option)) {
     NXCLog(LOG_ERR, __func__, "Failure while removing value of NAT parameter");
     return false;
   }
@@ -305,45 +299,7 @@ extern "C" bool NXCNATRemoveParam(uint32_t vnet, uint32_t id) noexcept {
 extern "C" bool NXCNATRemoveConfig(uint32_t vnet) noexcept {
   static constexpr char kFn[] = "NXCNATRemoveConfig";
   InternalEnter(kFn, __LINE__);
-  bool ok = true;
-  // Every step runs; a failure only clears the result.
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_GATEWAY_IP)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter Gateway IP Address");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_NAT6)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter nat ipv6 enable");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_NAT6_PREFIX)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter nat ipv6 prefix");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_GATEWAY_NETMASK)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter Gateway netmask");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_CONFIG_PORT)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter Config port");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_DEVICE)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter device");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_ACTIVE_FTP)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter active FTP");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_ALLOW_ANY_OUI)) {
-    ok = false;
-    NXCLog(LOG_ERR, kFn, "Failure while removing value for NAT parameter allow any OUI");
-  }
-  if (!NXCNATRemoveParam(vnet, NXC_NAT_PARAM_UDP_TIMEOUT)) {
-    ok = false;
-    // "setting" is how this line reads.
-    NXCLog(LOG_ERR, kFn, "Failure while setting value for NAT parameter UDP timeout");
-  }
+  bool ok = nxc::RemoveParams(kFn, vnet, kRemovals, NXCNATRemoveParam);
   (void)NXCNetCfgRemoveAllNATPortFwd(nullptr, vnet, /*tcp=*/true, /*udp=*/true,
                                      /*writeRecords=*/true);
   return InternalExit(kFn, __LINE__, ok);

@@ -1,14 +1,16 @@
 // answers.cpp - the answer store: key/value settings of the database, each
 // change appended to the database file at once and undone in the cache when
-// the write fails.
+// the write fails. Also the answer record family: its descriptor
+// ("answer", "remove_answer"), parse, format and free functions.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
+#include <algorithm>
+
 #include "base/str_util.h"
 #include "base/unique_fd.h"
-#include "core/api_frame.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
@@ -32,22 +34,10 @@ NetworkConfigDictionaryEntry *FindAnswer(const char *fn, NXCNetworkConfiguration
 
 }  // namespace
 
-void NetCfgFreeEntry(void *p) {
-  auto *entry = static_cast<NetworkConfigDictionaryEntry *>(p);
-  if (!entry) {
-    // Deliberately logged: a null entry means a caller bug.
-    NXCLog(LOG_ERR, "NetCfgFreeEntry", "Invalid arguments");
-    return;
-  }
-  free(entry->key);
-  free(entry->value);
-  free(entry);
-}
-
-bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
+[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
   static constexpr char kFn[] = "NetCfgHashAddAnswer";
   if (!*table) {
-    *table = HashTable::Create(HashTable::Kind::kString, kAnswerBuckets, NetCfgFreeEntry);
+    *table = HashTable::Create(kAnswerRecords.keyKind, kAnswerBuckets, kAnswerRecords.free);
     if (!*table) {
       NXCLog(LOG_ERR, kFn, "Failed to allcoate hash table");  // sic
       return false;
@@ -65,7 +55,7 @@ bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) 
   entry->value = strdup(value);
   if (!entry->key || !entry->value) {
     NXCLog(LOG_ERR, kFn, "strdup failed, possibly because of no memory");
-    NetCfgFreeEntry(entry);
+    kAnswerRecords.free(entry);
     return false;
   }
   bool inserted = false;
@@ -73,7 +63,7 @@ bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) 
       (*table)->InsertOrLookup(StrKey(entry->key), entry, &inserted));
   if (!existing) {
     NXCLog(LOG_ERR, kFn, "Failed to insert entry into hash table");
-    NetCfgFreeEntry(entry);
+    kAnswerRecords.free(entry);
     return false;
   }
   if (inserted) return true;
@@ -81,11 +71,93 @@ bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) 
   free(existing->value);
   existing->value = entry->value;
   entry->value = nullptr;
-  NetCfgFreeEntry(entry);
+  kAnswerRecords.free(entry);
   return true;
 }
 
 namespace {
+
+// ---- The record family -------------------------------------------------------
+
+void NetCfgFreeEntry(void *p) {
+  auto *entry = static_cast<NetworkConfigDictionaryEntry *>(p);
+  if (!entry) {
+    // Deliberately logged: a null entry means a caller bug.
+    NXCLog(LOG_ERR, "NetCfgFreeEntry", "Invalid arguments");
+    return;
+  }
+  free(entry->key);
+  free(entry->value);
+  free(entry);
+}
+
+[[nodiscard]]
+bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
+  if (type == NXC_REC_REMOVE_ANSWER && !db->answers) {
+    NXCLog(LOG_WRN, __func__, "Cannot delete from empty hash table");
+    return true;
+  }
+  std::string_view key;
+  if (!NextToken(&rest, &key)) {
+    NXCLog(LOG_WRN, __func__, "Failed to extract key");
+    return false;
+  }
+  CPtr<char> keyText(strndup(key.data(), key.size()));
+  if (!keyText) {
+    NXCLog(LOG_WRN, __func__, "Failed to extract key");
+    return false;
+  }
+  if (type == NXC_REC_ANSWER) {
+    if (rest.empty()) {
+      NXCLog(LOG_WRN, __func__, "Empty value for key");
+      return false;
+    }
+    CPtr<char> value(strndup(rest.data(), rest.size()));
+    if (!value || !NetCfgHashAddAnswer(&db->answers, keyText.get(), value.get())) {
+      NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "add to");
+      return false;
+    }
+    return true;
+  }
+  if (!db->answers->Delete(StrKey(keyText.get()))) {
+    NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "remove from");
+    return false;
+  }
+  return true;
+}
+
+[[nodiscard]]
+bool FormatAnswer(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
+  const auto &e = *static_cast<const NetworkConfigDictionaryEntry *>(entry);
+  const int length = static_cast<int>(keyword.size());
+  if (!add) return out->AppendPrintf("%.*s %s\n", length, keyword.data(), e.key);
+  return out->AppendPrintf("%.*s %s %s\n", length, keyword.data(), e.key, e.value);
+}
+
+// By key, byte-wise.
+void SortAnswers(void **entries, size_t count) {
+  std::sort(entries, entries + count, [](void *a, void *b) {
+    return strcmp(static_cast<const NetworkConfigDictionaryEntry *>(a)->key,
+                  static_cast<const NetworkConfigDictionaryEntry *>(b)->key) < 0;
+  });
+}
+
+}  // namespace
+
+constexpr RecordFamily kAnswerRecords = {
+    .addType = NXC_REC_ANSWER,
+    .addKeyword = "answer",
+    .removeKeyword = "remove_answer",
+    .keyKind = HashTable::Kind::kString,
+    .parse = DictRecordParseFunct,
+    .format = FormatAnswer,
+    .free = NetCfgFreeEntry,
+    .sortForRewrite = SortAnswers,
+};
+
+namespace {
+
+// ---- Changes -----------------------------------------------------------------
 
 // Puts the answer's previous state back into the table after its change
 // could not be written: removes a new key, or sets the old value again. The
@@ -105,17 +177,21 @@ void RollbackAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *
 // The worker of the add calls: sets key to value in the cache, then appends
 // "remove_answer" (when the key had a value) and "answer" to the file, both
 // in one write.
+[[nodiscard]]
 bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, const char *value) {
   static constexpr char kFn[] = "NetCfgAddAnswerStringInt";
   const char *current = nullptr;
   bool hadValue = NXCNetCfgGetAnswerString(db, key, &current);
-  CPtr<char> records(hadValue ? AllocPrint("remove_answer %s\nanswer %s %s\n", key, key, value)
-                              : AllocPrint("answer %s %s\n", key, value));
+  NetworkConfigDictionaryEntry record = {const_cast<char *>(key), const_cast<char *>(value)};
+  ByteBuffer records;
+  bool formatted = (!hadValue || AppendRecord(&records, NXC_REC_REMOVE_ANSWER, &record)) &&
+                   AppendRecord(&records, NXC_REC_ANSWER, &record);
   CPtr<char> oldValue(hadValue ? strdup(current) : nullptr);
-  if (!records || (hadValue && !oldValue)) {
+  if (!formatted || (hadValue && !oldValue)) {
     // The record texts are made together: neither pointer tells more.
-    NXCLog(LOG_ERR, kFn, "Memory allocation failed: a: %p, d: %p, o: %p", (void *)records.get(),
-           (void *)records.get(), (void *)oldValue.get());
+    const void *text = formatted ? records.Data() : nullptr;
+    NXCLog(LOG_ERR, kFn, "Memory allocation failed: a: %p, d: %p, o: %p", text, text,
+           (void *)oldValue.get());
     return false;  // nothing changed yet, so there is nothing to undo
   }
   if (!NetCfgHashAddAnswer(&db->answers, key, value)) {
@@ -123,7 +199,7 @@ bool NetCfgAddAnswerStringInt(NXCNetworkConfigurationDB *db, const char *key, co
     return false;  // the table is as it was
   }
   int err = 0;
-  if (!db->readOnly && !AppendChange(db, records.get(), strlen(records.get()), &err)) {
+  if (!db->readOnly && !AppendChange(db, records.Data(), records.Size(), &err)) {
     // One write carries both records; the first one names the failure.
     if (hadValue)
       NXCLog(LOG_ERR, kFn, "Failed to remove: %s from database file, error: %s", key,
@@ -160,7 +236,7 @@ extern "C" bool NXCNetCfgGetAnswerInt32(NXCNetworkConfigurationDB *cache, const 
   }
   NetworkConfigDictionaryEntry *entry = FindAnswer(__func__, cache, key);
   if (!entry) {
-    NXCLog(LOG_INFO, __func__, "Value not found for key: %s", SafeStr(key));
+    NXCLog(LOG_INFO, __func__, "Value not found for key: %s", OrNull(key));
     return false;
   }
   if (!StrToInt32(entry->value, value)) {
@@ -223,11 +299,13 @@ extern "C" bool NXCNetCfgRemoveAnswer(NXCNetworkConfigurationDB *cache, const ch
   if (!entry) return true;
   // key may be the entry's own text, which the removal frees.
   CPtr<char> keyCopy(strdup(key));
-  CPtr<char> record(AllocPrint("remove_answer %s\n", key));
+  NetworkConfigDictionaryEntry removed = {keyCopy.get(), nullptr};
+  ByteBuffer record;
+  bool formatted = keyCopy && AppendRecord(&record, NXC_REC_REMOVE_ANSWER, &removed);
   CPtr<char> oldValue(strdup(entry->value));
-  if (!keyCopy || !record || !oldValue) {
-    NXCLog(LOG_ERR, kFn, "Memory allocation failed: d: %p, o: %p", (void *)record.get(),
-           (void *)oldValue.get());
+  if (!formatted || !oldValue) {
+    NXCLog(LOG_ERR, kFn, "Memory allocation failed: d: %p, o: %p",
+           formatted ? (const void *)record.Data() : nullptr, (void *)oldValue.get());
     return false;
   }
   key = keyCopy.get();
@@ -236,7 +314,7 @@ extern "C" bool NXCNetCfgRemoveAnswer(NXCNetworkConfigurationDB *cache, const ch
     NXCLog(LOG_ERR, kFn, "Failed to remove \"%s\" from hash table", key);
   } else {
     int err = 0;
-    if (db->readOnly || AppendChange(db, record.get(), strlen(record.get()), &err)) {
+    if (db->readOnly || AppendChange(db, record.Data(), record.Size(), &err)) {
       db->changed = true;
       return true;
     }

@@ -1,16 +1,26 @@
-// bridge_mappings.cpp - host adapter name to vnet (0..255, or -1 for no
-// vnet), one table for all vnets, each change appended to the database file
-// and undone in the cache when the write fails.
+// bridge_mappings.cpp - the bridge mapping records: host adapter name to
+// vnet (0..255, or -1 for no vnet), one table for all vnets. The family's
+// entry and descriptor, the in-memory changes that loading, an import and
+// undo make, and the NXCNetCfg* calls, each change appended to the
+// database file and undone in the cache when the write fails.
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
+#include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
+
+struct BridgeMappingEntry {
+  int32_t vnet;   // 0..255 or -1
+  char *adapter;  // the table key
+};
 
 namespace nxc {
 
 namespace {
 
-constexpr size_t kAdapterNameSize = NXC_ADAPTER_NAME_LEN;
 constexpr int32_t kAllAdapters = -100;
 
 NXCNetworkConfigurationDB *CacheForAdapter(NXCNetworkConfigurationDB *cache, const char *adapter,
@@ -20,7 +30,7 @@ NXCNetworkConfigurationDB *CacheForAdapter(NXCNetworkConfigurationDB *cache, con
     NXCLog(LOG_ERR, fn, "Database cache is not loaded");
     return nullptr;
   }
-  if (!adapter || strlen(adapter) >= kAdapterNameSize) {
+  if (!adapter || strlen(adapter) >= kHostAdapterNameSize) {
     NXCLog(LOG_ERR, fn, "Invalid arguments");
     return nullptr;
   }
@@ -28,11 +38,10 @@ NXCNetworkConfigurationDB *CacheForAdapter(NXCNetworkConfigurationDB *cache, con
 }
 
 BridgeMappingEntry *FindMapping(NXCNetworkConfigurationDB *db, const char *adapter) {
-  HashTable *t = db->bridgeMappings.table;
-  return t ? static_cast<BridgeMappingEntry *>(t->Lookup(StrKey(adapter))) : nullptr;
+  return db->bridgeMappings.Find(StrKey(adapter));
 }
 
-bool Selected(int32_t wanted, int32_t mapped, bool exclude) {
+[[nodiscard]] bool Selected(int32_t wanted, int32_t mapped, bool exclude) {
   if (wanted == kAllAdapters) return true;
   return exclude ? mapped != wanted : mapped == wanted;
 }
@@ -50,13 +59,26 @@ NXC_HostAdapter *NewListEntry(const BridgeMappingEntry &m) {
   return a;
 }
 
+void NetCfgBridgeMappingFreeEntry(void *p) {
+  auto *e = static_cast<BridgeMappingEntry *>(p);
+  if (!e) {
+    NXCLog(LOG_ERR, "NetCfgBridgeMappingFreeEntry", "Invalid arguments");  // deliberately logged
+    return;
+  }
+  NXCLog(LOG_INFO2, "NetCfgBridgeMappingFreeEntry", "Free called over host adapter: %s, vnet: %d",
+         e->adapter ? e->adapter : "", e->vnet);
+  free(e->adapter);
+  free(e);
+}
+
 }  // namespace
 
+[[nodiscard]]
 bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter, int32_t vnet) {
   static constexpr char kFn[] = "NetCfgHashAddBridgeMapping";
-  RecordTable *t = &db->bridgeMappings;
+  RecordTable<BridgeMappingEntry> *t = &db->bridgeMappings;
   auto *entry = static_cast<BridgeMappingEntry *>(calloc(1, sizeof(BridgeMappingEntry)));
-  if (!entry || !RecordTableEnsure(t, HashTable::Kind::kString, NetCfgBridgeMappingFreeEntry)) {
+  if (!entry || !t->Create(kBridgeMappingRecords)) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     free(entry);
     return false;
@@ -67,17 +89,82 @@ bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapt
     NetCfgBridgeMappingFreeEntry(entry);
     return false;
   }
-  if (t->table->Lookup(StrKey(adapter)))
+  if (t->Find(StrKey(adapter)))
     NXCLog(LOG_INFO2, kFn, "Bridge mapping entry already exists, deleting existing entry");
-  return RecordTableReplace(t, StrKey(entry->adapter), entry, kFn);
+  return t->Put(StrKey(entry->adapter), entry, kFn);
 }
 
+namespace {
+
+[[nodiscard]]
 bool NetCfgHashRemoveBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter) {
-  RecordTable *t = &db->bridgeMappings;
-  if (!t->table) return false;
-  RecordTableInvalidate(t);
-  return t->table->Delete(StrKey(adapter));
+  return db->bridgeMappings.Remove(StrKey(adapter));
 }
+
+// ---- The record family -------------------------------------------------------
+
+[[nodiscard]]
+bool BridgeMappingRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
+                                   std::string_view rest) {
+  std::string_view token;
+  char adapter[kHostAdapterNameSize];
+  if (!NextToken(&rest, &token) || !CopyToken(token, adapter)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse host adapter or invalid host adpater name");  // sic
+    return false;
+  }
+  if (type == NXC_REC_REMOVE_BRIDGE_MAPPING) {
+    if (!db->bridgeMappings.exists()) {
+      NXCLog(LOG_ERR, __func__, "Cannot delete mapping entry from empty mapping list");
+      return false;
+    }
+    if (!NetCfgHashRemoveBridgeMapping(db, adapter)) {
+      NXCLog(LOG_WRN, __func__, "Failed to %s bridge mapping in hash table", "remove");
+      return false;
+    }
+    return true;
+  }
+  int32_t vnet = 0;
+  if (!NextToken(&rest, &token) || !StrToInt32(token, &vnet) || vnet < -1 ||
+      vnet >= static_cast<int32_t>(kNumVnets)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
+    return false;
+  }
+  if (!NetCfgHashAddBridgeMapping(db, adapter, vnet)) {
+    NXCLog(LOG_WRN, __func__, "Failed to %s bridge mapping in hash table", "add");
+    return false;
+  }
+  return true;
+}
+
+[[nodiscard]]
+bool FormatBridgeMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
+  const auto &e = *static_cast<const BridgeMappingEntry *>(entry);
+  const int length = static_cast<int>(keyword.size());
+  if (!add) return out->AppendPrintf("%.*s %s\n", length, keyword.data(), e.adapter);
+  return out->AppendPrintf("%.*s %s %d\n", length, keyword.data(), e.adapter, e.vnet);
+}
+
+// By vnet as a signed number (so -1 first), then by adapter name.
+void SortBridgeMappings(void **entries, size_t count) {
+  std::sort(entries, entries + count, [](void *a, void *b) {
+    const auto &x = *static_cast<const BridgeMappingEntry *>(a);
+    const auto &y = *static_cast<const BridgeMappingEntry *>(b);
+    return x.vnet != y.vnet ? x.vnet < y.vnet : strcmp(x.adapter, y.adapter) < 0;
+  });
+}
+
+}  // namespace
+
+constexpr RecordFamily kBridgeMappingRecords = {
+    .addType = NXC_REC_ADD_BRIDGE_MAPPING,
+    .addKeyword = "add_bridge_mapping",
+    .removeKeyword = "remove_bridge_mapping",
+    .keyKind = HashTable::Kind::kString,
+    .parse = BridgeMappingRecordParseFunct,
+    .format = FormatBridgeMapping,
+    .free = NetCfgBridgeMappingFreeEntry,
+    .sortForRewrite = SortBridgeMappings,
+};
 
 }  // namespace nxc
 
@@ -119,7 +206,6 @@ extern "C" bool NXCNetCfgAddHostAdapterMapping(NXCNetworkConfigurationDB *cache,
              adapter, vnet, strerror(err));
     ok = false;
   }
-  RecordTableInvalidate(&db->bridgeMappings);
   if (ok || restoring) return ok;
   // The failed write left the file as it was: only the table is undone.
   if (hadOld) {
@@ -139,7 +225,7 @@ extern "C" bool NXCNetCfgRemoveHostAdapterMapping(NXCNetworkConfigurationDB *cac
   if (!db) return false;
   int32_t vnet = 0;
   if (!NXCNetCfgLookupVnetForHostAdapter(db, adapter, &vnet)) return false;
-  char name[kAdapterNameSize];
+  char name[kHostAdapterNameSize];
   memcpy(name, adapter, strlen(adapter) + 1);  // adapter may be the entry's own text
   BridgeMappingEntry removed = {vnet, name};
   if (!NetCfgHashRemoveBridgeMapping(db, name)) {
@@ -164,14 +250,15 @@ extern "C" bool NXCNetCfgLookupVnetForHostAdapter(NXCNetworkConfigurationDB *cac
   static constexpr char kFn[] = "NXCNetCfgLookupVnetForHostAdapter";
   NXCNetworkConfigurationDB *db = CacheForAdapter(cache, adapter, kFn);
   if (!db) return false;
-  HashTable *t = db->bridgeMappings.table;
-  if (!t) {
+  const RecordTable<BridgeMappingEntry> &t = db->bridgeMappings;
+  if (!t.exists()) {
     NXCLog(LOG_ERR, kFn, "List of Bridge mappings is empty");
     return false;
   }
-  auto *e = static_cast<BridgeMappingEntry *>(t->Lookup(StrKey(adapter)));
+  BridgeMappingEntry *e = t.Find(StrKey(adapter));
   if (!e) {
-    NXCLog(LOG_ERR, kFn, "Cannot find mapping for adapter: %s in hash: %p", adapter, (void *)t);
+    NXCLog(LOG_ERR, kFn, "Cannot find mapping for adapter: %s in hash: %p", adapter,
+           (void *)t.hash());
     return false;
   }
   NXCLog(LOG_INFO2, kFn, "Found Bridge mapping entry: %p for adapter: %s", (void *)e, adapter);
@@ -188,24 +275,24 @@ extern "C" bool NXCNetCfgLookupHostAdaptersForVnet(NXCNetworkConfigurationDB *ca
     NXCLog(LOG_ERR, kFn, db ? "Invalid arguments" : "Database cache is not loaded");
     return false;
   }
-  RecordTable *t = &db->bridgeMappings;
-  if (!t->table || t->table->Count() == 0) {
+  RecordTable<BridgeMappingEntry> *t = &db->bridgeMappings;
+  if (t->Count() == 0) {
     NXCLog(LOG_INFO2, kFn, "List of bridge mappings is empty");
     *count = 0;
     *list = nullptr;
     return true;
   }
-  if (!RecordTableBuildArray(t)) {
+  if (!t->BuildArray()) {
     NXCLog(LOG_ERR, kFn, "Memory allocation error");
     return false;
   }
   NXC_HostAdapter *head = nullptr;
   NXC_HostAdapter *tail = nullptr;
   uint32_t n = 0;
-  for (size_t i = 0; i < t->arrayCount; ++i) {
-    const auto &m = *static_cast<const BridgeMappingEntry *>(t->array[i]);
+  for (size_t i = 0; i < t->ArrayCount(); ++i) {
+    const BridgeMappingEntry &m = *t->At(i);
     if (!Selected(vnet, m.vnet, exclude)) continue;
-    if (strlen(m.adapter) >= kAdapterNameSize) {
+    if (strlen(m.adapter) >= kHostAdapterNameSize) {
       NXCLog(LOG_ERR, kFn, "Adapter: %s is longer than expected, skipping", m.adapter);
       continue;
     }

@@ -1,36 +1,54 @@
-// dhcp_mappings.cpp - static DHCP leases: per vnet, MAC address (canonical
-// form) to IPv4 address, each change appended to the database file and
-// undone in the cache when the write fails.
+// dhcp_mappings.cpp - the DHCP MAC-to-IP records, the static leases: per
+// vnet, MAC address (canonical form) to IPv4 address. The family's entry and
+// descriptor, the in-memory changes that loading and undo make, and the
+// NXCNetCfg* calls, each change appended to the database file and undone
+// in the cache when the write fails.
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
+
+struct DHCPMACToIPEntry {
+  uint32_t vnet;
+  char *mac;  // canonical form, the table key
+  char *ip;
+};
 
 namespace nxc {
 
 namespace {
 
-constexpr size_t kMacSize = 18;
-constexpr size_t kIPSize = 16;
-
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
-  HashTable *t = db->dhcp[vnet].table;
-  return t ? static_cast<DHCPMACToIPEntry *>(t->Lookup(StrKey(mac))) : nullptr;
+  return db->dhcp[vnet].Find(StrKey(mac));
 }
 
 // The table key of a MAC as a caller wrote it; false (logged) when invalid.
-bool CanonicalMac(const char *mac, char (&out)[kMacSize]) {
+[[nodiscard]] bool CanonicalMac(const char *mac, char (&out)[kMACTextSize]) {
   return mac && NXCMACStandardizeFormat(mac, out);
 }
 
-}  // namespace
+void NetCfgDHCPMACToIPFreeEntry(void *p) {
+  auto *e = static_cast<DHCPMACToIPEntry *>(p);
+  if (!e) {
+    NXCLog(LOG_ERR, "NetCfgDHCPMACToIPFreeEntry", "Invalid arguments");  // deliberately logged
+    return;
+  }
+  NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
+         static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
+  free(e->mac);
+  free(e->ip);
+  free(e);
+}
 
+[[nodiscard]]
 bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac,
                               const char *ip) {
   static constexpr char kFn[] = "NetCfgHashAddDHCPMACToIP";
-  RecordTable *t = VnetRecordTable(db->dhcp, vnet, NetCfgDHCPMACToIPFreeEntry, kFn);
+  RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
+  bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);
   auto *entry = static_cast<DHCPMACToIPEntry *>(calloc(1, sizeof(DHCPMACToIPEntry)));
-  if (!t || !entry) {
+  if (!created || !entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     free(entry);
     return false;
@@ -41,17 +59,73 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
     NetCfgDHCPMACToIPFreeEntry(entry);
     return false;
   }
-  if (t->table->Lookup(StrKey(mac)))
+  if (t->Find(StrKey(mac)))
     NXCLog(LOG_INFO2, kFn, "DHCP entry already exists, deleting existing entry");
-  return RecordTableReplace(t, StrKey(entry->mac), entry, kFn);
+  return t->Put(StrKey(entry->mac), entry, kFn);
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
-  RecordTable *t = &db->dhcp[vnet];
-  if (!t->table) return false;
-  RecordTableInvalidate(t);
-  return t->table->Delete(StrKey(mac));
+  return db->dhcp[vnet].Remove(StrKey(mac));
 }
+
+// ---- The record family -------------------------------------------------------
+
+[[nodiscard]]
+bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
+  std::string_view token;
+  uint32_t vnet = 0;
+  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
+    return false;
+  }
+  char macText[32];
+  char mac[kMACTextSize];
+  if (!NextToken(&rest, &token) || !CopyToken(token, macText) ||
+      !NXCMACStandardizeFormat(macText, mac)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse MAC address or invalid MAC address");
+    return false;
+  }
+  if (type == NXC_REC_REMOVE_DHCP_MAC_TO_IP) {
+    if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
+      NXCLog(LOG_WRN, __func__, "Failed to %s DHCP MAC to IP mapping in hash table", "remove");
+      return false;
+    }
+    return true;
+  }
+  char ip[kIPTextSize];
+  if (!CopyToken(rest, ip) || !NXCIsValidIP(ip)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse IP address or invalid IP address");
+    return false;
+  }
+  if (!NetCfgHashAddDHCPMACToIP(db, vnet, mac, ip)) {
+    NXCLog(LOG_WRN, __func__, "Failed to %s DHCP MAC to IP mapping in hash table", "add");
+    return false;
+  }
+  return true;
+}
+
+[[nodiscard]]
+bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
+  const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
+  const int length = static_cast<int>(keyword.size());
+  if (!add) return out->AppendPrintf("%.*s %u %s\n", length, keyword.data(), e.vnet, e.mac);
+  return out->AppendPrintf("%.*s %u %s %s\n", length, keyword.data(), e.vnet, e.mac, e.ip);
+}
+
+}  // namespace
+
+// A rewrite writes each vnet's mappings in the order of its table.
+constexpr RecordFamily kDhcpMappingRecords = {
+    .addType = NXC_REC_ADD_DHCP_MAC_TO_IP,
+    .addKeyword = "add_dhcp_mac_to_ip",
+    .removeKeyword = "remove_dhcp_mac_to_ip",
+    .keyKind = HashTable::Kind::kString,
+    .parse = DhcpMacRecordParseFunct,
+    .format = FormatMapping,
+    .free = NetCfgDHCPMACToIPFreeEntry,
+    .sortForRewrite = nullptr,
+};
 
 }  // namespace nxc
 
@@ -62,11 +136,11 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
                                         bool restoring) noexcept {
   static constexpr char kFn[] = "NXCNetCfgAddDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !ip || !CanonicalMac(macText, mac) ||
       !CheckRecordAddress(kFn, "DHCP mapping IP address", ip))
     return false;
-  char oldIP[kIPSize] = "";
+  char oldIP[kIPTextSize] = "";
   DHCPMACToIPEntry *existing = FindMapping(db, vnet, mac);
   bool hadOld = existing && CopyOut(existing->ip, oldIP, sizeof oldIP);
   DHCPMACToIPEntry added = {vnet, mac, const_cast<char *>(ip)};
@@ -79,7 +153,6 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
             (hadOld ? AppendRecordsOf(db, {{NXC_REC_REMOVE_DHCP_MAC_TO_IP, &added},
                                            {NXC_REC_ADD_DHCP_MAC_TO_IP, &added}})
                     : AppendRecordsOf(db, {{NXC_REC_ADD_DHCP_MAC_TO_IP, &added}}));
-  RecordTableInvalidate(&db->dhcp[vnet]);
   if (ok) return true;
   NXCLog(LOG_ERR, kFn, "Failed to add DHCP address mapping record for MAC: %s To IP: %s", mac, ip);
   if (restoring) return false;
@@ -98,9 +171,9 @@ extern "C" bool NXCNetCfgRemoveDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
                                            const char *macText) noexcept {
   static constexpr char kFn[] = "NXCNetCfgRemoveDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !CanonicalMac(macText, mac)) return false;
-  char oldIP[kIPSize];
+  char oldIP[kIPTextSize];
   if (!NXCNetCfgLookupDHCPMACToIP(db, vnet, mac, oldIP, sizeof oldIP)) return false;
   DHCPMACToIPEntry removed = {vnet, mac, oldIP};
   if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
@@ -121,16 +194,16 @@ extern "C" bool NXCNetCfgLookupDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
                                            const char *macText, char *ip, size_t ipSize) noexcept {
   static constexpr char kFn[] = "NXCNetCfgLookupDHCPMACToIP";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
-  char mac[kMacSize];
+  char mac[kMACTextSize];
   if (!db || !CanonicalMac(macText, mac)) return false;
-  HashTable *t = db->dhcp[vnet].table;
-  if (!t) {
+  const RecordTable<DHCPMACToIPEntry> &t = db->dhcp[vnet];
+  if (!t.exists()) {
     NXCLog(LOG_ERR, kFn, "List of DHCP mappings is empty");
     return false;
   }
-  auto *e = static_cast<DHCPMACToIPEntry *>(t->Lookup(StrKey(mac)));
+  DHCPMACToIPEntry *e = t.Find(StrKey(mac));
   if (!e) {
-    NXCLog(LOG_ERR, kFn, "Cannot find mapping for MAC: %s in hash: %p", mac, (void *)t);
+    NXCLog(LOG_ERR, kFn, "Cannot find mapping for MAC: %s in hash: %p", mac, (void *)t.hash());
     return false;
   }
   NXCLog(LOG_INFO2, kFn, "Found DHCP entry: %p for MAC: %s", (void *)e, mac);
@@ -145,25 +218,16 @@ extern "C" bool NXCNetCfgEnumDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint3
                                          uint32_t *index, char *mac, size_t macSize, char *ip,
                                          size_t ipSize) noexcept {
   static constexpr char kFn[] = "NXCNetCfgEnumDHCPMACToIP";
+  static constexpr EnumTexts kTexts = {
+      .noTable = "List of mappings is empty",
+      .arrayFailed = "Memory allocation failure",
+      .arrayBuilt = "Created array of DHCP mappings",
+      .atEnd = "No mappings to enumerate",
+  };
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db || !index) return false;
-  RecordTable *t = &db->dhcp[vnet];
-  if (!t->table) {
-    NXCLog(LOG_ERR, kFn, "List of mappings is empty");
-    return false;
-  }
-  if (!t->arrayBuilt) {
-    if (!RecordTableBuildArray(t)) {
-      NXCLog(LOG_ERR, kFn, "Memory allocation failure");
-      return false;
-    }
-    NXCLog(LOG_INFO2, kFn, "Created array of DHCP mappings");
-  }
-  if (*index >= t->arrayCount) {
-    NXCLog(LOG_INFO2, kFn, "No mappings to enumerate");
-    return false;
-  }
-  auto *e = static_cast<DHCPMACToIPEntry *>(t->array[*index]);
+  DHCPMACToIPEntry *e = db->dhcp[vnet].Enum(*index, kTexts, kFn);
+  if (!e) return false;
   if (!mac || strlen(e->mac) + 1 > macSize) {
     NXCLog(LOG_ERR, kFn, "Insufficient buffer size: %zu for MAC address: %s", macSize, e->mac);
     return false;
@@ -183,13 +247,13 @@ extern "C" bool NXCNetCfgRemoveAllDHCPMACToIPMapping(NXCNetworkConfigurationDB *
   static constexpr char kFn[] = "NXCNetCfgRemoveAllDHCPMACToIPMapping";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db) return false;
-  RecordTable *t = &db->dhcp[vnet];
-  if (!t->table) return true;
+  RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
+  if (!t->exists()) return true;
   bool ok = true;
-  if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_DHCP_MAC_TO_IP, t->table)) {
+  if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_DHCP_MAC_TO_IP, t->hash())) {
     NXCLog(LOG_WRN, kFn, "All the DHCP mappings could not be deleted");
     ok = false;
   }
-  RecordTableDestroy(t);
+  t->Clear();
   return ok;
 }

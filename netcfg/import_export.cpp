@@ -9,24 +9,16 @@
 #include "base/byte_buffer.h"
 #include "base/scope_guard.h"
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
-#include "core/api_frame.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr size_t kMaxNameLength = 127;  // display and adapter names
 constexpr uint32_t kMaxBackupNumber = 1000000;
-
-template <size_t N>
-bool IsOneOf(std::string_view word, const std::array<std::string_view, N> &words) {
-  for (std::string_view w : words)
-    if (w == word) return true;
-  return false;
-}
 
 // A "VNET_<n>_<field>" key split into its vnet and field.
 enum class VnetKey { kNotVnet, kBadNumber, kOk };
@@ -49,7 +41,7 @@ VnetKey SplitVnetKey(std::string_view key, uint32_t *vnet, std::string_view *fie
 // that visit may change or delete the answer it is given. visit returns
 // false to stop. False when the answers cannot be listed.
 template <class Visit>
-bool ForEachAnswer(NXCNetworkConfigurationDB *db, bool *stopped, Visit visit) {
+[[nodiscard]] bool ForEachAnswer(NXCNetworkConfigurationDB *db, bool *stopped, Visit visit) {
   void **entries = nullptr;
   size_t count = 0;
   if (!db->answers || !db->answers->Snapshot(&entries, &count)) return false;
@@ -72,7 +64,7 @@ void DeleteAnswer(NXCNetworkConfigurationDB *db, const char *key) {
 
 // Drops every answer that is neither a known global key nor a known field
 // of a vnet 0..255.
-bool NetCfgCleanupDatabaseFields(NXCNetworkConfigurationDB *db) {
+[[nodiscard]] bool NetCfgCleanupDatabaseFields(NXCNetworkConfigurationDB *db) {
   static constexpr char kFn[] = "NetCfgCleanupDatabaseFields";
   if (!db->answers || db->answers->Count() == 0) {
     NXCLog(LOG_ERR, kFn, "Dictionary hash table is empty");
@@ -101,6 +93,7 @@ bool NetCfgCleanupDatabaseFields(NXCNetworkConfigurationDB *db) {
   return true;
 }
 
+[[nodiscard]]
 bool NetCfgUtilAddVnetRecord(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *field,
                              const char *value) {
   char key[kPathSize];
@@ -110,6 +103,7 @@ bool NetCfgUtilAddVnetRecord(NXCNetworkConfigurationDB *db, uint32_t vnet, const
 
 // A legacy host address becomes the vnet's subnet (masked with its mask),
 // its virtual adapter switch and the adapter's address.
+[[nodiscard]]
 bool UpgradeHostAddress(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *value) {
   uint32_t address = 0;
   uint32_t mask = 0;
@@ -129,6 +123,7 @@ bool UpgradeHostAddress(NXCNetworkConfigurationDB *db, uint32_t vnet, const char
 
 // Brings one answer of a legacy backup to the current form; false stops
 // the import.
+[[nodiscard]]
 bool UpgradeAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *value,
                    const char *fn) {
   uint32_t vnet = 0;
@@ -173,7 +168,7 @@ bool UpgradeAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *v
   return true;
 }
 
-bool NetCfgUpdateDatabaseFields(NXCNetworkConfigurationDB *db) {
+[[nodiscard]] bool NetCfgUpdateDatabaseFields(NXCNetworkConfigurationDB *db) {
   static constexpr char kFn[] = "NetCfgUpdateDatabaseFields";
   if (db->major == 1 && db->minor == 0) {
     NXCLog(LOG_ERR, kFn, "Source and destination database versions are same");
@@ -197,6 +192,7 @@ bool NetCfgUpdateDatabaseFields(NXCNetworkConfigurationDB *db) {
 }
 
 // Moves the database file aside to "<path>.bak.<n>"; *kept gets the name.
+[[nodiscard]]
 bool KeepDatabaseAside(const char *databasePath, char (&kept)[kPathSize], const char *fn) {
   uint32_t n = 0;
   // The first name whose removal succeeds is taken.
@@ -231,6 +227,7 @@ void RestoreDatabase(const char *databasePath, const char *kept, const char *fn)
 
 }  // namespace
 
+[[nodiscard]]
 bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
                       const char *fn) {
   char *path = strdup(databasePath);
@@ -263,7 +260,7 @@ extern "C" bool NXCNetCfgExportConfig(NXCNetworkConfigurationDB *cache, const ch
   static constexpr char kFn[] = "NXCNetCfgExportConfig";
   NXCNetworkConfigurationDB *db = ResolveCache(cache);
   if (!db || !path) {
-    NXCLog(LOG_ERR, kFn, "Failed to write records to database file: %s", SafeStr(path));
+    NXCLog(LOG_ERR, kFn, "Failed to write records to database file: %s", OrNull(path));
     return false;
   }
   if (!NetCfgWriteDatabaseFile(db, path, backup)) {
@@ -299,7 +296,7 @@ extern "C" bool NXCNetCfgImportConfig(const char *backupPath, const char *databa
   if (!backupPath || !databasePath ||
       !NXCNetCfgLoad(backupPath, &backup, /*backup=*/true, /*readOnly=*/true)) {
     NXCLog(LOG_ERR, kFn, "Failed to parse and load configuration data from backup file: %s",
-           SafeStr(backupPath));
+           OrNull(backupPath));
     return false;
   }
   ScopeGuard unloadBackup([&] {

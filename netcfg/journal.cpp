@@ -14,6 +14,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -29,11 +30,10 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 4096;
 constexpr char kRewriteSuffix[] = "XXXXXX";
 constexpr size_t kTailChunk = 4096;
 
-bool SameFile(const struct stat &a, const struct stat &b) {
+[[nodiscard]] bool SameFile(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
@@ -72,6 +72,7 @@ off_t EndOfLastLine(int fd, off_t end, int *error) {
 // over the path, notes records this cache has not read, and cuts a line a
 // dying writer left unfinished. *end gets where the append will start;
 // *newline whether the file's only line (its version line) lacks its end.
+[[nodiscard]]
 bool CatchUp(NXCNetworkConfigurationDB *db, off_t *end, bool *newline, int *error,
              const char *fn) {
   struct stat open, named;
@@ -128,6 +129,7 @@ NXCNetworkConfigurationDB *NewCache(const char *fn) {
   return db;
 }
 
+[[nodiscard]]
 bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, bool create,
                  int *error) {
   int flags = append ? O_RDWR | O_APPEND : O_RDONLY;
@@ -150,7 +152,7 @@ void JournalMarkKnown(NXCNetworkConfigurationDB *db) {
   db->journal = {st.st_dev, st.st_ino, st.st_size, /*behind=*/false};
 }
 
-bool JournalInSync(NXCNetworkConfigurationDB *db) {
+[[nodiscard]] bool JournalInSync(NXCNetworkConfigurationDB *db) {
   struct stat open, named;
   return !db->journal.behind && db->fd >= 0 && fstat(db->fd, &open) == 0 &&
          stat(db->path, &named) == 0 && SameFile(open, named) &&
@@ -162,6 +164,7 @@ void JournalClose(NXCNetworkConfigurationDB *db) {
   db->fd = -1;
 }
 
+[[nodiscard]]
 bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length, int *error) {
   static constexpr char kFn[] = "AppendChange";
   if (db->fd < 0) {
@@ -198,7 +201,7 @@ bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length
   return false;
 }
 
-bool RewritePattern(const char *path, char *pattern, size_t size) {
+[[nodiscard]] bool RewritePattern(const char *path, char *pattern, size_t size) {
   std::string_view dir, name;
   SplitPath(path, &dir, &name);
   return BoundedPrint(pattern, size, "%.*s/.%.*s.%s", static_cast<int>(dir.size()), dir.data(),
@@ -208,7 +211,7 @@ bool RewritePattern(const char *path, char *pattern, size_t size) {
 void RemoveStaleRewrites(const char *path, const char *fn) {
   std::string_view dirName, name;
   SplitPath(path, &dirName, &name);
-  char dirPath[kPathSize];
+  char dirPath[PATH_MAX];
   if (BoundedPrint(dirPath, sizeof dirPath, "%.*s", static_cast<int>(dirName.size()),
                    dirName.data()) < 0)
     return;

@@ -1,13 +1,13 @@
-// load.cpp - reading the database file into a cache, and freeing a cache.
+// load.cpp - reading the database file into a cache.
 //
 // The file is a journal: a version line, then one record per line. Loading
-// replays it into the cache's tables; a record that cannot be parsed is
-// logged and skipped, while a bad version line or a read error fails the
-// whole load.
+// replays it into the cache's tables: each line goes to the parse function
+// of the record family its first word names. A record that cannot be
+// parsed is logged and skipped, while a bad version line or a read error
+// fails the whole load.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,252 +28,7 @@ namespace {
 
 constexpr size_t kMaxLineLength = 1024;  // of the version line
 constexpr uint32_t kSupportedMajor = 1;
-constexpr size_t kMaxDescriptionLength = 127;
-constexpr size_t kAdapterNameSize = 128;
 constexpr char kProductConfigPath[] = "/etc/zymtra/config";
-
-// ---- Tokens ----------------------------------------------------------------
-
-// Splits off the text before the first blank; *rest becomes what follows
-// that blank (empty when there is none). False when the token is empty.
-bool NextToken(std::string_view *rest, std::string_view *token) {
-  size_t blank = rest->find(' ');
-  *token = rest->substr(0, blank);
-  *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
-  return !token->empty();
-}
-
-// A NUL-terminated copy of a token in a fixed buffer; false when too long.
-template <size_t N>
-bool CopyToken(std::string_view token, char (&out)[N]) {
-  if (token.size() >= N) return false;
-  // copy() and not memcpy(): an empty token may have no data pointer.
-  out[token.copy(out, token.size())] = '\0';
-  return true;
-}
-
-bool ParseVnet(std::string_view token, uint32_t *vnet) {
-  uint32_t v = 0;
-  if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
-  *vnet = v;
-  return true;
-}
-
-bool ParsePort(std::string_view token, uint16_t *port) {
-  uint32_t v = 0;
-  if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
-  *port = static_cast<uint16_t>(v);
-  return true;
-}
-
-// ---- Record parsers --------------------------------------------------------
-
-bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
-  if (type == NXC_REC_REMOVE_ANSWER && !db->answers) {
-    NXCLog(LOG_WRN, __func__, "Cannot delete from empty hash table");
-    return true;
-  }
-  std::string_view key;
-  if (!NextToken(&rest, &key)) {
-    NXCLog(LOG_WRN, __func__, "Failed to extract key");
-    return false;
-  }
-  CPtr<char> keyText(strndup(key.data(), key.size()));
-  if (!keyText) {
-    NXCLog(LOG_WRN, __func__, "Failed to extract key");
-    return false;
-  }
-  if (type == NXC_REC_ANSWER) {
-    if (rest.empty()) {
-      NXCLog(LOG_WRN, __func__, "Empty value for key");
-      return false;
-    }
-    CPtr<char> value(strndup(rest.data(), rest.size()));
-    if (!value || !NetCfgHashAddAnswer(&db->answers, keyText.get(), value.get())) {
-      NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "add to");
-      return false;
-    }
-    return true;
-  }
-  if (!db->answers->Delete(StrKey(keyText.get()))) {
-    NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "remove from");
-    return false;
-  }
-  return true;
-}
-
-bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
-  std::string_view token;
-  uint32_t vnet = 0;
-  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
-    NXCLog(LOG_WRN, __func__, "Failed to extract vnet number or invalid vnet number");
-    return false;
-  }
-  bool tcp = false;
-  if (!NextToken(&rest, &token) ||
-      !(token.size() == 3 && (strncasecmp(token.data(), "tcp", 3) == 0 ||
-                              strncasecmp(token.data(), "udp", 3) == 0))) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse tcp/udp");
-    return false;
-  }
-  tcp = strncasecmp(token.data(), "tcp", 3) == 0;
-  uint16_t hostPort = 0;
-  if (!NextToken(&rest, &token) || !ParsePort(token, &hostPort)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse host port");
-    return false;
-  }
-  if (type == NXC_REC_REMOVE_NAT_PORTFWD) {
-    if (!NetCfgHashRemoveNATPortFwd(db, vnet, tcp, hostPort)) {
-      NXCLog(LOG_WRN, __func__, "Failed to remove NAT port forward from hash table");
-      return false;
-    }
-    return true;
-  }
-  char vmIP[16];
-  if (!NextToken(&rest, &token) || !CopyToken(token, vmIP) || !NXCIsValidIP(vmIP)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse VM IP address or invalid address");
-    return false;
-  }
-  uint16_t vmPort = 0;
-  if (!NextToken(&rest, &token) || !ParsePort(token, &vmPort)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse host port");  // sic: the VM port's own report
-    return false;
-  }
-  char description[kMaxDescriptionLength + 1];
-  bool hasDescription = !rest.empty();
-  if (hasDescription && !CopyToken(rest, description)) {
-    NXCLog(LOG_ERR, __func__, "Discarding description since it is too long");
-    hasDescription = false;
-  }
-  if (!NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, vmIP, vmPort,
-                               hasDescription ? description : nullptr)) {
-    NXCLog(LOG_WRN, __func__, "Failed to add NAT Port forward to hash table");
-    return false;
-  }
-  return true;
-}
-
-bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
-  std::string_view token;
-  uint32_t vnet = 0;
-  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
-    return false;
-  }
-  char macText[32];
-  char mac[18];
-  if (!NextToken(&rest, &token) || !CopyToken(token, macText) ||
-      !NXCMACStandardizeFormat(macText, mac)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse MAC address or invalid MAC address");
-    return false;
-  }
-  if (type == NXC_REC_REMOVE_DHCP_MAC_TO_IP) {
-    if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
-      NXCLog(LOG_WRN, __func__, "Failed to %s DHCP MAC to IP mapping in hash table", "remove");
-      return false;
-    }
-    return true;
-  }
-  char ip[16];
-  if (!CopyToken(rest, ip) || !NXCIsValidIP(ip)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse IP address or invalid IP address");
-    return false;
-  }
-  if (!NetCfgHashAddDHCPMACToIP(db, vnet, mac, ip)) {
-    NXCLog(LOG_WRN, __func__, "Failed to %s DHCP MAC to IP mapping in hash table", "add");
-    return false;
-  }
-  return true;
-}
-
-bool BridgeMappingRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
-                                   std::string_view rest) {
-  std::string_view token;
-  char adapter[kAdapterNameSize];
-  if (!NextToken(&rest, &token) || !CopyToken(token, adapter)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse host adapter or invalid host adpater name");  // sic
-    return false;
-  }
-  if (type == NXC_REC_REMOVE_BRIDGE_MAPPING) {
-    if (!db->bridgeMappings.table) {
-      NXCLog(LOG_ERR, __func__, "Cannot delete mapping entry from empty mapping list");
-      return false;
-    }
-    if (!NetCfgHashRemoveBridgeMapping(db, adapter)) {
-      NXCLog(LOG_WRN, __func__, "Failed to %s bridge mapping in hash table", "remove");
-      return false;
-    }
-    return true;
-  }
-  int32_t vnet = 0;
-  if (!NextToken(&rest, &token) || !StrToInt32(token, &vnet) || vnet < -1 ||
-      vnet >= static_cast<int32_t>(kNumVnets)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
-    return false;
-  }
-  if (!NetCfgHashAddBridgeMapping(db, adapter, vnet)) {
-    NXCLog(LOG_WRN, __func__, "Failed to %s bridge mapping in hash table", "add");
-    return false;
-  }
-  return true;
-}
-
-bool NatPrefixRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
-                               std::string_view rest) {
-  std::string_view token;
-  uint32_t vnet = 0;
-  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
-    return false;
-  }
-  char prefix[64];
-  if (!NextToken(&rest, &token) || !CopyToken(token, prefix) || !NXCIsValidPrefix(prefix)) {
-    NXCLog(LOG_WRN, __func__, "Failed to parse prefix or invalid prefix");
-    return false;
-  }
-  bool add = type == NXC_REC_ADD_NAT_PREFIX;
-  bool ok = add ? NetCfgHashAddNATPrefix(db, vnet, prefix)
-                : NetCfgHashRemoveNATPrefix(db, vnet, prefix);
-  if (!ok) {
-    NXCLog(LOG_WRN, __func__, "Failed to %s prefix in hash table", add ? "add" : "remove");
-    return false;
-  }
-  return true;
-}
-
-using RecordParseFn = bool (*)(NXCNetworkConfigurationDB *, uint32_t, std::string_view);
-
-struct RecordKeyword {
-  const char *keyword;
-  uint32_t type;
-  RecordParseFn parse;
-};
-
-constexpr RecordKeyword kRecordKeywords[] = {
-    {.keyword = "answer", .type = NXC_REC_ANSWER, .parse = DictRecordParseFunct},
-    {.keyword = "remove_answer", .type = NXC_REC_REMOVE_ANSWER, .parse = DictRecordParseFunct},
-    {.keyword = "add_nat_portfwd", .type = NXC_REC_ADD_NAT_PORTFWD, .parse = NatFwdRecordParseFunct},
-    {.keyword = "remove_nat_portfwd",
-     .type = NXC_REC_REMOVE_NAT_PORTFWD,
-     .parse = NatFwdRecordParseFunct},
-    {.keyword = "add_dhcp_mac_to_ip",
-     .type = NXC_REC_ADD_DHCP_MAC_TO_IP,
-     .parse = DhcpMacRecordParseFunct},
-    {.keyword = "remove_dhcp_mac_to_ip",
-     .type = NXC_REC_REMOVE_DHCP_MAC_TO_IP,
-     .parse = DhcpMacRecordParseFunct},
-    {.keyword = "add_bridge_mapping",
-     .type = NXC_REC_ADD_BRIDGE_MAPPING,
-     .parse = BridgeMappingRecordParseFunct},
-    {.keyword = "remove_bridge_mapping",
-     .type = NXC_REC_REMOVE_BRIDGE_MAPPING,
-     .parse = BridgeMappingRecordParseFunct},
-    {.keyword = "add_nat_prefix", .type = NXC_REC_ADD_NAT_PREFIX, .parse = NatPrefixRecordParseFunct},
-    {.keyword = "remove_nat_prefix",
-     .type = NXC_REC_REMOVE_NAT_PREFIX,
-     .parse = NatPrefixRecordParseFunct},
-};
-static_assert(std::size(kRecordKeywords) == NXC_REC_REMOVE_NAT_PREFIX);
 
 // Replays one record line. Lines whose first word is no keyword are
 // ignored without a message; the file has no other kind of comment.
@@ -285,14 +40,11 @@ void ParseRecordLine(NXCNetworkConfigurationDB *db, const char *line, uint32_t l
            line);
     return;
   }
-  for (const RecordKeyword &k : kRecordKeywords) {
-    if (word.size() != strlen(k.keyword) || strncasecmp(word.data(), k.keyword, word.size()) != 0)
-      continue;
-    if (!k.parse(db, k.type, rest))
-      NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s",
-             lineNumber, line);
-    return;
-  }
+  uint32_t type = 0;
+  const RecordFamily *family = FamilyOfKeyword(word, &type);
+  if (family && !family->parse(db, type, rest))
+    NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
+           line);
 }
 
 // ---- The version line --------------------------------------------------------
@@ -342,6 +94,7 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 // are read whole, however long. A last line without its end is what a
 // writer that died while appending leaves: it is reported like any other
 // line that cannot be parsed.
+[[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn) {
   char *line = nullptr;
@@ -369,7 +122,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
 
 // Takes "bindir" from the product configuration file as the in-memory
 // answer BINDIR. Only a failure to store it fails the load.
-bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
+[[nodiscard]] bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
   char why[256] = "";
   KeyValueFile *config = KeyValueFileLoad(kProductConfigPath, why, sizeof why);
   if (!config) {
@@ -390,7 +143,7 @@ bool LoadProductConfig(NXCNetworkConfigurationDB *db, const char *fn) {
 }
 
 // Reads the version line and the records of the file at path into db.
-bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
+[[nodiscard]] bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
   UniqueFile reader(fopen(path, "re"));
   if (!reader) {
     int err = errno;
@@ -409,6 +162,7 @@ bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn
 
 // Steps 4 to 14 of a load into the fresh cache db; on failure the caller
 // frees db.
+[[nodiscard]]
 bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, bool readOnly,
                const char *fn) {
   int err = 0;
@@ -452,6 +206,7 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
 
 }  // namespace
 
+[[nodiscard]]
 bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
                       const char *fn) {
   NXCNetworkConfigurationDB *db = NewCache(fn);
@@ -468,7 +223,7 @@ bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB *
   return true;
 }
 
-bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor) {
+[[nodiscard]] bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor) {
   static constexpr char kFn[] = "ParseVersionString";
   std::string_view s(text ? text : "");
   size_t comma = s.find(',');

@@ -1,11 +1,14 @@
 // merge.cpp - replacing the loaded configuration with another file's while
 // the daemons run: the vnets whose settings changed have their daemons
 // stopped, their daemon files rewritten and their daemons started again.
+// (How two caches' port forwards compare is the port forward family's,
+// in port_forwards.cpp.)
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -13,12 +16,6 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 256;
-
-bool SameText(const char *a, const char *b) {
-  if (!a || !b) return a == b;
-  return strcmp(a, b) == 0;
-}
 
 const char *VnetAnswer(NXCNetworkConfigurationDB *db, const char *key) {
   HashTable *t = db->answers;
@@ -27,6 +24,7 @@ const char *VnetAnswer(NXCNetworkConfigurationDB *db, const char *key) {
 }
 
 // Whether any known setting of the vnet differs between the two caches.
+[[nodiscard]]
 bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurationDB *incoming,
                        uint32_t vnet, const char *fn) {
   bool differ = false;
@@ -47,35 +45,8 @@ bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurati
   return differ;
 }
 
-size_t ForwardCount(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
-  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
-  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
-  return t && t->table ? t->table->Count() : 0;
-}
-
-// Every forward of one protocol of db's vnet is also in other.
-bool ForwardsContained(NXCNetworkConfigurationDB *db, NXCNetworkConfigurationDB *other,
-                       uint32_t vnet, bool tcp) {
-  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
-  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
-  if (!t || !t->table) return true;
-  struct Ctx {
-    NXCNetworkConfigurationDB *other;
-  } ctx{other};
-  return t->table->ForEach(
-             [](HashKey, void *entry, void *c) {
-               auto *f = static_cast<NATPortFwdEntry *>(entry);
-               return NXCNetCfgMergeConfigPortFwdCmpHash(static_cast<Ctx *>(c)->other, f->vnet,
-                                                         f->tcp, f->hostPort, f->vmIP, f->vmPort,
-                                                         f->description)
-                          ? 0
-                          : 1;
-             },
-             &ctx) == 0;
-}
-
 // Stops the running daemons of a vnet: bridge, NAT, DHCP, netifup.
-bool StopVnetServices(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool StopVnetServices(uint32_t vnet, const char *fn) {
   bool ok = true;
   auto stop = [&](uint32_t id) {
     return NXCServiceStatus(vnet, id) != NXC_SERVICE_RUNNING || NXCServiceStop(vnet, id);
@@ -101,7 +72,7 @@ bool StopVnetServices(uint32_t vnet, const char *fn) {
 
 // Rewrites a changed vnet's daemon files and starts what it is configured
 // for: bridge, netifup with the host-only adapter, DHCP, NAT.
-bool StartVnetServices(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool StartVnetServices(uint32_t vnet, const char *fn) {
   int v = static_cast<int>(vnet);
   bool ok = true;
   if (!NXCDHCPUpdateFromConfig(vnet)) {
@@ -143,6 +114,7 @@ bool StartVnetServices(uint32_t vnet, const char *fn) {
 // Makes the merged cache the database: it takes the database's name and
 // stream, becomes the default cache and is unloaded with a compact rewrite;
 // the default cache is then loaded from the rewritten file.
+[[nodiscard]]
 bool InstallMergedCache(NXCNetworkConfigurationDB **incoming, const char *dbPath, const char *fn) {
   NXCNetworkConfigurationDB *db = *incoming;
   (void)NXCNetCfgUnload(nullptr, /*writeBack=*/false);
@@ -202,32 +174,6 @@ void RestoreBeforeMerge(NXCNetworkConfigurationDB **incoming, const char *saved,
 }  // namespace nxc
 
 using namespace nxc;
-
-extern "C" bool NXCNetCfgMergeConfigPortFwdCmpHash(NXCNetworkConfigurationDB *cache, uint32_t vnet,
-                                                   bool tcp, uint16_t hostPort, const char *vmIP,
-                                                   uint16_t vmPort,
-                                                   const char *description) noexcept {
-  NXCNetworkConfigurationDB *db = ResolveCache(cache);
-  if (!db || vnet >= kNumVnets) return false;
-  const NATVnetPortFwdConfig *block = db->portFwd[vnet];
-  const RecordTable *t = block ? (tcp ? &block->tcp : &block->udp) : nullptr;
-  auto *e = t && t->table ? static_cast<NATPortFwdEntry *>(t->table->Lookup(NumKey(hostPort)))
-                          : nullptr;
-  return e && e->vmPort == vmPort && SameText(e->vmIP, vmIP) &&
-         SameText(e->description, description);
-}
-
-extern "C" bool NXCNetCfgMergeConfigPortFwdCmp(NXCNetworkConfigurationDB *cache,
-                                               uint32_t vnet) noexcept {
-  NXCNetworkConfigurationDB *db = ResolveCache(cache);
-  if (!db || !gDefaultCache || vnet >= kNumVnets) return false;
-  for (bool tcp : {true, false}) {
-    if (ForwardCount(db, vnet, tcp) != ForwardCount(gDefaultCache, vnet, tcp) ||
-        !ForwardsContained(db, gDefaultCache, vnet, tcp))
-      return false;
-  }
-  return true;
-}
 
 extern "C" bool NXCNetCfgMergeConfig(const char *path) noexcept {
   static constexpr char kFn[] = "NXCNetCfgMergeConfig";

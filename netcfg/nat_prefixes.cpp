@@ -1,4 +1,6 @@
-// nat_prefixes.cpp - NAT66 prefixes per vnet, keyed by prefix text.
+// nat_prefixes.cpp - the NAT prefix records: NAT66 prefixes per vnet, keyed
+// by prefix text. The family's entry and descriptor, the in-memory changes
+// that loading and undo make, and the NXCNetCfg* calls.
 //
 // Unlike the other record families, prefixes live only in the appended
 // journal: the compact rewrite does not write them, and a failed write of an
@@ -10,11 +12,17 @@
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
+struct NATPrefixEntry {
+  uint32_t vnet;
+  char *prefix;  // the table key
+};
+
 namespace nxc {
 
 namespace {
 
-constexpr size_t kMaxPrefixLength = 63;
+// The loader reads a prefix into this many bytes.
+constexpr size_t kPrefixSize = 64;
 
 // CacheForVnet, and a prefix is required.
 NXCNetworkConfigurationDB *CacheForPrefix(NXCNetworkConfigurationDB *cache, uint32_t vnet,
@@ -29,29 +37,41 @@ NXCNetworkConfigurationDB *CacheForPrefix(NXCNetworkConfigurationDB *cache, uint
 
 // Appends an add or remove record of a prefix; *error gets the errno of a
 // failed write (ENOMEM when the record could not be formatted).
+[[nodiscard]]
 bool AppendPrefixRecord(NXCNetworkConfigurationDB *db, uint32_t type, uint32_t vnet,
                         const char *prefix, int *error) {
   NATPrefixEntry entry = {vnet, const_cast<char *>(prefix)};
-  CPtr<char> text(FormatRecord(type, &entry));
-  if (!text) {
+  ByteBuffer text;
+  if (!AppendRecord(&text, type, &entry)) {
     *error = ENOMEM;
     return false;
   }
-  return AppendChange(db, text.get(), strlen(text.get()), error);
+  return AppendChange(db, text.Data(), text.Size(), error);
 }
 
-bool HasPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
-  HashTable *t = db->prefixes[vnet].table;
-  return t && t->Lookup(StrKey(prefix));
+[[nodiscard]] bool HasPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
+  return db->prefixes[vnet].Find(StrKey(prefix)) != nullptr;
 }
 
-}  // namespace
+void NetCfgPrefixFreeEntry(void *p) {
+  auto *e = static_cast<NATPrefixEntry *>(p);
+  if (!e) {
+    NXCLog(LOG_ERR, "NetCfgPrefixFreeEntry", "Invalid arguments");  // deliberately logged
+    return;
+  }
+  NXCLog(LOG_INFO2, "NetCfgPrefixFreeEntry", "Free called over vnet; %d, prefix: %s",
+         static_cast<int>(e->vnet), e->prefix ? e->prefix : "");
+  free(e->prefix);
+  free(e);
+}
 
+[[nodiscard]]
 bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
   static constexpr char kFn[] = "NetCfgHashAddNATPrefix";
-  RecordTable *t = VnetRecordTable(db->prefixes, vnet, NetCfgPrefixFreeEntry, kFn);
+  RecordTable<NATPrefixEntry> *t = &db->prefixes[vnet];
+  bool created = t->CreateForVnet(kNatPrefixRecords, vnet, kFn);
   auto *entry = static_cast<NATPrefixEntry *>(calloc(1, sizeof(NATPrefixEntry)));
-  if (!t || !entry) {
+  if (!created || !entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     free(entry);
     return false;
@@ -62,15 +82,65 @@ bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const 
     NetCfgPrefixFreeEntry(entry);
     return false;
   }
-  if (t->table->Lookup(StrKey(prefix)))
+  if (t->Find(StrKey(prefix)))
     NXCLog(LOG_INFO2, kFn, "Prefix entry already exists, deleting existing entry");
-  return RecordTableReplace(t, StrKey(entry->prefix), entry, kFn);
+  return t->Put(StrKey(entry->prefix), entry, kFn);
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix) {
-  HashTable *t = db->prefixes[vnet].table;
-  return t && t->Delete(StrKey(prefix));
+  return db->prefixes[vnet].Remove(StrKey(prefix));
 }
+
+// ---- The record family -------------------------------------------------------
+
+[[nodiscard]]
+bool NatPrefixRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type,
+                               std::string_view rest) {
+  std::string_view token;
+  uint32_t vnet = 0;
+  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse vnet number or invalid vnet number");
+    return false;
+  }
+  char prefix[kPrefixSize];
+  if (!NextToken(&rest, &token) || !CopyToken(token, prefix) || !NXCIsValidPrefix(prefix)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse prefix or invalid prefix");
+    return false;
+  }
+  bool add = type == NXC_REC_ADD_NAT_PREFIX;
+  bool ok = add ? NetCfgHashAddNATPrefix(db, vnet, prefix)
+                : NetCfgHashRemoveNATPrefix(db, vnet, prefix);
+  if (!ok) {
+    NXCLog(LOG_WRN, __func__, "Failed to %s prefix in hash table", add ? "add" : "remove");
+    return false;
+  }
+  return true;
+}
+
+[[nodiscard]]
+bool FormatPrefix(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
+  const auto &e = *static_cast<const NATPrefixEntry *>(entry);
+  const int length = static_cast<int>(keyword.size());
+  if (!add)
+    return out->AppendPrintf("%.*s %d %s\n", length, keyword.data(), static_cast<int>(e.vnet),
+                             e.prefix);
+  return out->AppendPrintf("%.*s %u %s\n", length, keyword.data(), e.vnet, e.prefix);
+}
+
+}  // namespace
+
+// The compact rewrite never writes prefixes.
+constexpr RecordFamily kNatPrefixRecords = {
+    .addType = NXC_REC_ADD_NAT_PREFIX,
+    .addKeyword = "add_nat_prefix",
+    .removeKeyword = "remove_nat_prefix",
+    .keyKind = HashTable::Kind::kString,
+    .parse = NatPrefixRecordParseFunct,
+    .format = FormatPrefix,
+    .free = NetCfgPrefixFreeEntry,
+    .sortForRewrite = nullptr,
+};
 
 }  // namespace nxc
 
@@ -83,8 +153,7 @@ extern "C" bool NXCNetCfgAddNATPrefix(NXCNetworkConfigurationDB *cache, uint32_t
   NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db) return false;
   if (HasPrefix(db, vnet, prefix)) return true;
-  // The loader reads a prefix into 64 bytes.
-  if (!CheckRecordText(kFn, "NAT prefix", prefix, RecordText::kWord, kMaxPrefixLength))
+  if (!CheckRecordText(kFn, "NAT prefix", prefix, RecordText::kWord, kPrefixSize - 1))
     return false;
   if (!NetCfgHashAddNATPrefix(db, vnet, prefix)) {
     NXCLog(LOG_ERR, kFn, "Failed to add prefix: %s to record", prefix);
@@ -132,17 +201,17 @@ extern "C" bool NXCNetCfgLookupNATPrefix(NXCNetworkConfigurationDB *cache, uint3
   static constexpr char kFn[] = "NXCNetCfgLookupNATPrefix";
   NXCNetworkConfigurationDB *db = CacheForPrefix(cache, vnet, prefix, kFn);
   if (!db) return false;
-  HashTable *t = db->prefixes[vnet].table;
-  if (!t) {
+  const RecordTable<NATPrefixEntry> &t = db->prefixes[vnet];
+  if (!t.exists()) {
     NXCLog(LOG_ERR, kFn, "List of prefix is empty");
     return false;
   }
-  void *e = t->Lookup(StrKey(prefix));
+  NATPrefixEntry *e = t.Find(StrKey(prefix));
   if (!e) {
-    NXCLog(LOG_ERR, kFn, "Cannot find prefix entry: %s in hash: %p", prefix, (void *)t);
+    NXCLog(LOG_ERR, kFn, "Cannot find prefix entry: %s in hash: %p", prefix, (void *)t.hash());
     return false;
   }
-  NXCLog(LOG_INFO2, kFn, "Found prefix entry: %p for prefix: %s", e, prefix);
+  NXCLog(LOG_INFO2, kFn, "Found prefix entry: %p for prefix: %s", (void *)e, prefix);
   return true;
 }
 
@@ -151,9 +220,9 @@ extern "C" bool NXCNetCfgRemoveAllNATPrefix(NXCNetworkConfigurationDB *cache, ui
   static constexpr char kFn[] = "NXCNetCfgRemoveAllNATPrefix";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db) return false;
-  RecordTable *t = &db->prefixes[vnet];
-  if (!t->table) return true;
-  bool ok = !writeRecords || AppendRemovals(db, NXC_REC_REMOVE_NAT_PREFIX, t->table);
-  RecordTableDestroy(t);
+  RecordTable<NATPrefixEntry> *t = &db->prefixes[vnet];
+  if (!t->exists()) return true;
+  bool ok = !writeRecords || AppendRemovals(db, NXC_REC_REMOVE_NAT_PREFIX, t->hash());
+  t->Clear();
   return ok;
 }

@@ -3,135 +3,41 @@
 
 #include <sys/types.h>
 
-#include <array>
 #include <initializer_list>
 #include <string_view>
 
+#include "base/answer_keys.h"
 #include "base/byte_buffer.h"
 #include "base/file_lock.h"
 #include "base/hash_table.h"
+#include "base/str_util.h"
+#include "netcfg/record_table.h"
 #include "nexcfg_internal.h"
 
 // ---- Entries ---------------------------------------------------------------
 
-// An answer: key and value, both owned.
+// An answer: key and value, both owned. The answer store (answers.cpp) is a
+// record family too; its entry is here because import, merge and the
+// rewrite read answers as well.
 struct NetworkConfigDictionaryEntry {
   char *key;
   char *value;
 };
 
-struct NATPortFwdEntry {
-  uint32_t vnet;
-  bool tcp;
-  uint16_t hostPort;  // the table key
-  char *vmIP;
-  uint16_t vmPort;
-  char *description;  // null when there is none
-};
-
-struct DHCPMACToIPEntry {
-  uint32_t vnet;
-  char *mac;  // canonical form, the table key
-  char *ip;
-};
-
-struct BridgeMappingEntry {
-  int32_t vnet;   // 0..255 or -1
-  char *adapter;  // the table key
-};
-
-struct NATPrefixEntry {
-  uint32_t vnet;
-  char *prefix;  // the table key
-};
-
-// ---- Record tables ---------------------------------------------------------
-
-// One hash table of records with the cached array that enumeration reads.
-// The array is built on the first enumeration and dropped by every change,
-// so an enumeration sees a fixed order until the table changes. A zeroed
-// RecordTable is a valid empty one.
-struct RecordTable {
-  nxc::HashTable *table;
-  void **array;
-  size_t arrayCount;
-  bool arrayBuilt;
-};
-
-namespace nxc {
-
-// Creates the table on first use; false when memory runs out.
-bool RecordTableEnsure(RecordTable *t, HashTable::Kind kind, HashTable::FreeEntryFn freeEntry);
-// Drops the cached array (after any change of the table).
-void RecordTableInvalidate(RecordTable *t);
-// Builds the cached array if needed; false when memory runs out.
-bool RecordTableBuildArray(RecordTable *t);
-// Puts entry under key, first deleting (and freeing) an entry already there
-// ("Cannot delete existing entry" when that fails). Drops the cached array.
-// On failure entry is freed with the table's free function and the caller
-// logs its own insert failure.
-bool RecordTableReplace(RecordTable *t, HashKey key, void *entry, const char *fn);
-// The per-vnet table tables[vnet], created on first use ("Allocated hash
-// table for zynet: %d"); null when memory runs out.
-RecordTable *VnetRecordTable(RecordTable *tables, uint32_t vnet, HashTable::FreeEntryFn freeEntry,
-                             const char *fn);
-// Frees the table, its entries and its cached array; the table is then empty.
-void RecordTableDestroy(RecordTable *t);
-
-}  // namespace nxc
+// The entries of the other families; each is defined in its family's file.
+struct NATPortFwdEntry;     // port_forwards.cpp
+struct DHCPMACToIPEntry;    // dhcp_mappings.cpp
+struct BridgeMappingEntry;  // bridge_mappings.cpp
+struct NATPrefixEntry;      // nat_prefixes.cpp
 
 // Per vnet: TCP and UDP forwards, each keyed by host port. Created with the
 // vnet's first forward, freed when both tables are gone.
 struct NATVnetPortFwdConfig {
-  RecordTable tcp;
-  RecordTable udp;
+  nxc::RecordTable<NATPortFwdEntry> tcp;
+  nxc::RecordTable<NATPortFwdEntry> udp;
 };
 
 constexpr uint32_t kNumVnets = NXC_NUM_VNETS;
-
-namespace nxc {
-// The answers the database knows: global keys and the fields of a vnet
-// ("VNET_<n>_<field>"). Import drops every other answer; merge compares
-// these.
-inline constexpr std::array<std::string_view, 5> kKnownGlobalKeys = {
-    "NXC_DEFAULT_HOSTONLY_VNET", "NXC_DEFAULT_NAT_VNET", "NXC_LOG_FILE", "NXC_LOGLEVEL",
-    "NXC_DEFAULT_BRIDGE_VNET"};
-inline constexpr std::array<std::string_view, 32> kKnownVnetFields = {
-    "HOSTONLY_UUID",
-    "HOSTONLY_SUBNET",
-    "HOSTONLY_NETMASK",
-    "VIRTUAL_ADAPTER_ADDR",
-    "VIRTUAL_ADAPTER",
-    "MTU",
-    "VIRTUAL_ADAPTER_NAME",
-    "DHCP",
-    "DHCP_PARAM_LEASE_START_IP",
-    "DHCP_PARAM_LEASE_END_IP",
-    "DHCP_PARAM_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_MAX_LEASE_TIME",
-    "DHCP_PARAM_BROADCAST_ADDR",
-    "DHCP_PARAM_DNS_ADDR",
-    "DHCP_PARAM_ROUTERS",
-    "DHCP_PARAM_DOMAIN_NAME",
-    "DHCP_PARAM_SUB_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_SUB_MAX_LEASE_TIME",
-    "DHCP_CFG_HASH",
-    "NAT",
-    "NAT_PARAM_GATEWAY_IP",
-    "NAT_PARAM_INT_GATEWAY_IPSUBNETMASK",
-    "NAT_PARAM_CONFIG_PORT",
-    "NAT_PARAM_ACTIVE_FTP",
-    "NAT_PARAM_ALLOW_ANY_OUI",
-    "NAT_PARAM_DEVICE",
-    "NAT_PARAM_UDP_TIMEOUT",
-    "NAT_PARAM_NAT6",
-    "NAT_PARAM_NAT6_PREFIX",
-    "DISPLAY_NAME",
-    "INTERFACE",
-    "HOSTONLY_HOSTADDR",
-};
-
-}  // namespace nxc
 
 // ---- The cache -------------------------------------------------------------
 
@@ -157,10 +63,10 @@ struct NXCNetworkConfigurationDB {
   bool readOnly;
   JournalState journal;
   nxc::HashTable *answers;
-  RecordTable bridgeMappings;
+  nxc::RecordTable<BridgeMappingEntry> bridgeMappings;
   NATVnetPortFwdConfig *portFwd[kNumVnets];
-  RecordTable dhcp[kNumVnets];
-  RecordTable prefixes[kNumVnets];
+  nxc::RecordTable<DHCPMACToIPEntry> dhcp[kNumVnets];
+  nxc::RecordTable<NATPrefixEntry> prefixes[kNumVnets];
 };
 
 namespace nxc {
@@ -186,6 +92,7 @@ void FreeCache(NXCNetworkConfigurationDB *db);
 
 // Opens path as the cache's database file, for appending or only for
 // reading, creating it when create. False with *error set to errno.
+[[nodiscard]]
 bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, bool create,
                  int *error);
 // Records that the cache now accounts for the whole file as it is. Called
@@ -193,7 +100,7 @@ bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, b
 void JournalMarkKnown(NXCNetworkConfigurationDB *db);
 // True when the file at the cache's path is the cache's file and holds
 // nothing the cache does not account for. Meaningful under the lock only.
-bool JournalInSync(NXCNetworkConfigurationDB *db);
+[[nodiscard]] bool JournalInSync(NXCNetworkConfigurationDB *db);
 // Closes the cache's database file.
 void JournalClose(NXCNetworkConfigurationDB *db);
 
@@ -203,11 +110,12 @@ void JournalClose(NXCNetworkConfigurationDB *db);
 // An unfinished line left at the end by a writer that died is cut first. A
 // write that fails or comes up short is cut back, so the file is as it was;
 // *error then has the errno. The cache's tables are not touched.
+[[nodiscard]]
 bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length, int *error);
 
 // The temporary file pattern of a compact rewrite of path: ".<name>.XXXXXX"
 // beside it. False when it does not fit size.
-bool RewritePattern(const char *path, char *pattern, size_t size);
+[[nodiscard]] bool RewritePattern(const char *path, char *pattern, size_t size);
 // Removes the temporary files that interrupted rewrites of path left
 // beside it (logged). Called under the database lock, which every rewrite
 // holds, so none of them is in use.
@@ -221,7 +129,7 @@ class DatabaseLockScope {
   ~DatabaseLockScope();
   DatabaseLockScope(const DatabaseLockScope &) = delete;
   DatabaseLockScope &operator=(const DatabaseLockScope &) = delete;
-  bool held() const { return held_; }
+  [[nodiscard]] bool held() const { return held_; }
   int error() const { return error_; }  // why it could not be had; 0: timed out
 
  private:
@@ -230,7 +138,7 @@ class DatabaseLockScope {
   int error_ = 0;
 };
 
-// ---- Text that goes into records (record_text.cpp) --------------------------
+// ---- Text that goes into records (record_text.cpp) and comes out of them ---
 
 // How a caller's text is held in a record line: a record must read back as
 // exactly the text it was written from, and one line must stay one record.
@@ -243,11 +151,44 @@ enum class RecordText {
 // bytes (0: any length). Otherwise logs one LOG_ERR line under fn that
 // names field and the reason, and returns false. No text may hold a line
 // break or any other control character.
+[[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength = 0);
 // True when text is an IPv4 address as the library writes them (dotted
 // decimal without blanks or leading zeros); else as CheckRecordText.
-bool CheckRecordAddress(const char *fn, const char *field, const char *text);
+[[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text);
+
+// The fields of a record line as the families' parse functions read them.
+// Splits off the text before the first blank; *rest becomes what follows
+// that blank (empty when there is none). False when the token is empty.
+[[nodiscard]] inline bool NextToken(std::string_view *rest, std::string_view *token) {
+  size_t blank = rest->find(' ');
+  *token = rest->substr(0, blank);
+  *rest = blank == std::string_view::npos ? std::string_view() : rest->substr(blank + 1);
+  return !token->empty();
+}
+// A vnet number 0..255; false for anything else.
+[[nodiscard]] inline bool ParseVnet(std::string_view token, uint32_t *vnet) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v >= kNumVnets) return false;
+  *vnet = v;
+  return true;
+}
+// A port 1..65535; false for anything else.
+[[nodiscard]] inline bool ParsePort(std::string_view token, uint16_t *port) {
+  uint32_t v = 0;
+  if (!StrToUint32(token, &v) || v < 1 || v > 65535) return false;
+  *port = static_cast<uint16_t>(v);
+  return true;
+}
+// A NUL-terminated copy of a token in a fixed buffer; false when too long.
+template <size_t N>
+[[nodiscard]] bool CopyToken(std::string_view token, char (&out)[N]) {
+  if (token.size() >= N) return false;
+  // copy() and not memcpy(): an empty token may have no data pointer.
+  out[token.copy(out, token.size())] = '\0';
+  return true;
+}
 
 // ---- Records -----------------------------------------------------------------
 
@@ -257,12 +198,12 @@ class ChangeRecords {
  public:
   // Adds the record of type for entry (an entry of the matching kind).
   // False, logged once, when memory runs out; the change then fails.
-  bool Add(uint32_t type, const void *entry);
+  [[nodiscard]] bool Add(uint32_t type, const void *entry);
   // Appends all of them with AppendChange and marks the cache changed. On
   // failure logs "Failed to write record to database file: %s" with the
   // first record; *error (optional) gets the errno.
-  bool AppendTo(NXCNetworkConfigurationDB *db, int *error = nullptr);
-  bool empty() const { return text_.Size() == 0 && !failed_; }
+  [[nodiscard]] bool AppendTo(NXCNetworkConfigurationDB *db, int *error = nullptr);
+  [[nodiscard]] bool empty() const { return text_.Size() == 0 && !failed_; }
 
  private:
   ByteBuffer text_;
@@ -276,56 +217,42 @@ struct RecordOf {
   const void *entry;
 };
 // A ChangeRecords of the given records, appended.
+[[nodiscard]]
 bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
                      int *error = nullptr);
 // Appends a removal record of the given type for every entry of table, as
 // one change; false (logged) when it could not be written.
-bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table);
+[[nodiscard]] bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table);
 // The cache (the default one for null) for a call on vnet's records; null,
 // after logging why, when no cache is loaded or the vnet is out of range.
 NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                         const char *fn);
 // Copies text into an output buffer when it fits whole (length + 1 <= size).
-bool CopyOut(const char *text, char *buffer, size_t size);
+[[nodiscard]] bool CopyOut(const char *text, char *buffer, size_t size);
 // Appends text at the end of a stream (a rewrite's new file).
-bool AppendToStream(FILE *stream, const char *text, int *error);
+[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error);
 
-// The text of a record of the given type for an entry of the matching kind
+// The text of a record of the given type for an entry of its family
 // (answer types take a NetworkConfigDictionaryEntry, and so on), malloc'd;
 // null when memory runs out.
 char *FormatRecord(uint32_t type, const void *entry);
 
 // In-memory insert or replace of an answer, creating the table on first use.
-bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value);
-// The entry free functions, which log what they free.
-void NetCfgFreeEntry(void *entry);
-void NetCfgNATPortFwdFreeEntry(void *entry);
-void NetCfgDHCPMACToIPFreeEntry(void *entry);
-void NetCfgBridgeMappingFreeEntry(void *entry);
-void NetCfgPrefixFreeEntry(void *entry);
-
-// In-memory record changes used by the loader and the undo paths.
-bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
-                             uint16_t hostPort, const char *vmIP, uint16_t vmPort,
-                             const char *description);
-bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
-                                uint16_t hostPort);
-bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac,
-                              const char *ip);
-bool NetCfgHashRemoveDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac);
+[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value);
+// In-memory insert or replace of a bridge mapping (an import's upgrade of a
+// legacy answer).
+[[nodiscard]]
 bool NetCfgHashAddBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter, int32_t vnet);
-bool NetCfgHashRemoveBridgeMapping(NXCNetworkConfigurationDB *db, const char *adapter);
-bool NetCfgHashAddNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix);
-bool NetCfgHashRemoveNATPrefix(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *prefix);
 
 // The compact writers: every "answer" and "add_" record of the cache (NAT
 // prefixes excepted) in the fixed order, into a new database file or a
 // buffer.
+[[nodiscard]]
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup);
 
 // Writes the same records in the same order into buffer, without a version
 // line. Returns the failure flag: false when everything was written.
-bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
+[[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
 
 // What NetCfgWriteRecordToConfig appends to: the record type, the cache the
 // record comes from and the stream of a compact rewrite's new file.
@@ -343,17 +270,19 @@ int NetCfgWriteRecordToConfig(HashKey key, void *entry, void *context);
 // Gives an imported or merged cache the database's name and opens the
 // database file for appending to it (the merge's failure line keeps its own
 // wording). False, logged, when either cannot be had.
+[[nodiscard]]
 bool ReopenAsDatabase(NXCNetworkConfigurationDB *db, const char *databasePath, bool merging,
                       const char *fn);
 
 // Reads the database file at path into a new cache that keeps no file
 // open, for a caller that holds the database lock; logged as a load is.
 // False when the file cannot be read (the cache is then freed).
+[[nodiscard]]
 bool ReadDatabaseFile(const char *path, bool backup, NXCNetworkConfigurationDB **out,
                       const char *fn);
 
 // Parses "<major>,<minor>" of a version line; logs and fails on anything
 // else or on an unsupported major version.
-bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor);
+[[nodiscard]] bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor);
 
 }  // namespace nxc

@@ -1,10 +1,27 @@
-// port_forwards.cpp - NAT port forwards: per vnet and protocol, keyed by
-// host port, each change appended to the database file and undone in the
-// cache when the write fails.
+// port_forwards.cpp - the NAT port forward records: per vnet and protocol,
+// keyed by host port. The family's entry and descriptor (keywords, parse,
+// format, free, rewrite order), the in-memory changes that loading and
+// undo make, the NXCNetCfg* calls, each change appended to the database
+// file and undone in the cache when the write fails, and the comparison a
+// merge makes of two caches' forwards.
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 
+#include <algorithm>
+
+#include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
+
+struct NATPortFwdEntry {
+  uint32_t vnet;
+  bool tcp;
+  uint16_t hostPort;  // the table key
+  char *vmIP;
+  uint16_t vmPort;
+  char *description;  // null when there is none
+};
 
 namespace nxc {
 
@@ -14,7 +31,8 @@ constexpr size_t kDescriptionSize = 128;
 
 const char *ProtocolName(bool tcp) { return tcp ? "tcp" : "udp"; }
 
-RecordTable *ProtocolTable(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
+RecordTable<NATPortFwdEntry> *ProtocolTable(NXCNetworkConfigurationDB *db, uint32_t vnet,
+                                            bool tcp) {
   NATVnetPortFwdConfig *block = db->portFwd[vnet];
   if (!block) return nullptr;
   return tcp ? &block->tcp : &block->udp;
@@ -22,15 +40,14 @@ RecordTable *ProtocolTable(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tc
 
 NATPortFwdEntry *FindForward(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
                              uint16_t hostPort) {
-  RecordTable *t = ProtocolTable(db, vnet, tcp);
-  if (!t || !t->table) return nullptr;
-  return static_cast<NATPortFwdEntry *>(t->table->Lookup(NumKey(hostPort)));
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  return t ? t->Find(NumKey(hostPort)) : nullptr;
 }
 
 // A forward's values kept aside for an undo.
 struct SavedForward {
   bool present = false;
-  char vmIP[16] = "";
+  char vmIP[kIPTextSize] = "";
   uint16_t vmPort = 0;
   char description[kDescriptionSize] = "";
   bool hasDescription = false;
@@ -45,8 +62,20 @@ SavedForward SaveForward(const NATPortFwdEntry *e) {
   return s;
 }
 
-}  // namespace
+void NetCfgNATPortFwdFreeEntry(void *p) {
+  auto *e = static_cast<NATPortFwdEntry *>(p);
+  if (!e) {
+    NXCLog(LOG_ERR, "NetCfgNATPortFwdFreeEntry", "Invalid arguments");  // deliberately logged
+    return;
+  }
+  NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
+         static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
+  free(e->vmIP);
+  free(e->description);
+  free(e);
+}
 
+[[nodiscard]]
 bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
                              uint16_t hostPort, const char *vmIP, uint16_t vmPort,
                              const char *description) {
@@ -71,32 +100,147 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
       return false;
     }
   }
-  RecordTable *t = ProtocolTable(db, vnet, tcp);
-  RecordTableInvalidate(t);
-  if (!RecordTableEnsure(t, HashTable::Kind::kInteger, NetCfgNATPortFwdFreeEntry)) {
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t->Create(kPortForwardRecords)) {
     NXCLog(LOG_ERR, kFn, "Memory allocation error for NATVnetPortFwdConfig");
     NetCfgNATPortFwdFreeEntry(entry);
     return false;
   }
-  if (t->table->Lookup(NumKey(hostPort)))
+  if (t->Find(NumKey(hostPort)))
     NXCLog(LOG_INFO2, kFn, "NAT port forward entry already exists, deleting existing entry");
-  if (!RecordTableReplace(t, NumKey(hostPort), entry, kFn)) {
+  if (!t->Put(NumKey(hostPort), entry, kFn)) {
     NXCLog(LOG_ERR, kFn, "Failed to insert NAT Port forward entry into hash table");
     return false;
   }
   return true;
 }
 
+[[nodiscard]]
 bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp,
                                 uint16_t hostPort) {
-  RecordTable *t = ProtocolTable(db, vnet, tcp);
-  if (!t || !t->table) {
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t || !t->exists()) {
     NXCLog(LOG_ERR, "NetCfgHashRemoveNATPortFwd", "Cannot delete port list entry from empty port list");
     return false;
   }
-  RecordTableInvalidate(t);
-  return t->table->Delete(NumKey(hostPort));
+  return t->Remove(NumKey(hostPort));
 }
+
+// ---- The record family -------------------------------------------------------
+
+[[nodiscard]]
+bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
+  std::string_view token;
+  uint32_t vnet = 0;
+  if (!NextToken(&rest, &token) || !ParseVnet(token, &vnet)) {
+    NXCLog(LOG_WRN, __func__, "Failed to extract vnet number or invalid vnet number");
+    return false;
+  }
+  if (!NextToken(&rest, &token) ||
+      !(token.size() == 3 && (strncasecmp(token.data(), "tcp", 3) == 0 ||
+                              strncasecmp(token.data(), "udp", 3) == 0))) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse tcp/udp");
+    return false;
+  }
+  bool tcp = strncasecmp(token.data(), "tcp", 3) == 0;
+  uint16_t hostPort = 0;
+  if (!NextToken(&rest, &token) || !ParsePort(token, &hostPort)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse host port");
+    return false;
+  }
+  if (type == NXC_REC_REMOVE_NAT_PORTFWD) {
+    if (!NetCfgHashRemoveNATPortFwd(db, vnet, tcp, hostPort)) {
+      NXCLog(LOG_WRN, __func__, "Failed to remove NAT port forward from hash table");
+      return false;
+    }
+    return true;
+  }
+  char vmIP[kIPTextSize];
+  if (!NextToken(&rest, &token) || !CopyToken(token, vmIP) || !NXCIsValidIP(vmIP)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse VM IP address or invalid address");
+    return false;
+  }
+  uint16_t vmPort = 0;
+  if (!NextToken(&rest, &token) || !ParsePort(token, &vmPort)) {
+    NXCLog(LOG_WRN, __func__, "Failed to parse host port");  // sic: the VM port's own report
+    return false;
+  }
+  char description[kDescriptionSize];
+  bool hasDescription = !rest.empty();
+  if (hasDescription && !CopyToken(rest, description)) {
+    NXCLog(LOG_ERR, __func__, "Discarding description since it is too long");
+    hasDescription = false;
+  }
+  if (!NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, vmIP, vmPort,
+                               hasDescription ? description : nullptr)) {
+    NXCLog(LOG_WRN, __func__, "Failed to add NAT Port forward to hash table");
+    return false;
+  }
+  return true;
+}
+
+[[nodiscard]]
+bool FormatForward(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
+  const auto &e = *static_cast<const NATPortFwdEntry *>(entry);
+  const int length = static_cast<int>(keyword.size());
+  if (!add)
+    return out->AppendPrintf("%.*s %u %s %u\n", length, keyword.data(), e.vnet,
+                             ProtocolName(e.tcp), e.hostPort);
+  return out->AppendPrintf("%.*s %u %s %u %s %u%s%s\n", length, keyword.data(), e.vnet,
+                           ProtocolName(e.tcp), e.hostPort, e.vmIP, e.vmPort,
+                           e.description ? " " : "", e.description ? e.description : "");
+}
+
+// By vnet, then host port.
+void SortForwards(void **entries, size_t count) {
+  std::sort(entries, entries + count, [](void *a, void *b) {
+    const auto &x = *static_cast<const NATPortFwdEntry *>(a);
+    const auto &y = *static_cast<const NATPortFwdEntry *>(b);
+    return x.vnet != y.vnet ? x.vnet < y.vnet : x.hostPort < y.hostPort;
+  });
+}
+
+}  // namespace
+
+constexpr RecordFamily kPortForwardRecords = {
+    .addType = NXC_REC_ADD_NAT_PORTFWD,
+    .addKeyword = "add_nat_portfwd",
+    .removeKeyword = "remove_nat_portfwd",
+    .keyKind = HashTable::Kind::kInteger,
+    .parse = NatFwdRecordParseFunct,
+    .format = FormatForward,
+    .free = NetCfgNATPortFwdFreeEntry,
+    .sortForRewrite = SortForwards,
+};
+
+namespace {
+
+// ---- Merge's comparison --------------------------------------------------------
+
+size_t ForwardCount(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  return t ? t->Count() : 0;
+}
+
+// Every forward of one protocol of db's vnet is also in other.
+[[nodiscard]]
+bool ForwardsContained(NXCNetworkConfigurationDB *db, NXCNetworkConfigurationDB *other,
+                       uint32_t vnet, bool tcp) {
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t || !t->exists()) return true;
+  return t->hash()->ForEach(
+             [](HashKey, void *entry, void *c) {
+               auto *f = static_cast<NATPortFwdEntry *>(entry);
+               return NXCNetCfgMergeConfigPortFwdCmpHash(
+                          static_cast<NXCNetworkConfigurationDB *>(c), f->vnet, f->tcp,
+                          f->hostPort, f->vmIP, f->vmPort, f->description)
+                          ? 0
+                          : 1;
+             },
+             other) == 0;
+}
+
+}  // namespace
 
 }  // namespace nxc
 
@@ -133,7 +277,6 @@ extern "C" bool NXCNetCfgAddNATPortFwd(NXCNetworkConfigurationDB *cache, uint32_
              hostPort);
     ok = false;
   }
-  RecordTableInvalidate(ProtocolTable(db, vnet, tcp));
   if (ok || restoring) return ok;
   // The failed write left the file as it was: only the table is undone.
   if (old.present) {
@@ -153,7 +296,7 @@ extern "C" bool NXCNetCfgRemoveNATPortFwd(NXCNetworkConfigurationDB *cache, uint
   static constexpr char kFn[] = "NXCNetCfgRemoveNATPortFwd";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db) return false;
-  char vmIP[16];
+  char vmIP[kIPTextSize];
   uint16_t vmPort = 0;
   char description[kDescriptionSize];
   if (!NXCNetCfgLookupNATPortFwd(db, vnet, tcp, hostPort, vmIP, sizeof vmIP, &vmPort, description,
@@ -189,12 +332,12 @@ extern "C" bool NXCNetCfgLookupNATPortFwd(NXCNetworkConfigurationDB *cache, uint
   static constexpr char kFn[] = "NXCNetCfgLookupNATPortFwd";
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db) return false;
-  RecordTable *t = ProtocolTable(db, vnet, tcp);
-  if (!t || !t->table) {
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t || !t->exists()) {
     NXCLog(LOG_ERR, kFn, "List of NAT forwarded ports is empty");
     return false;
   }
-  auto *e = static_cast<NATPortFwdEntry *>(t->table->Lookup(NumKey(hostPort)));
+  NATPortFwdEntry *e = t->Find(NumKey(hostPort));
   if (!e) {
     NXCLog(LOG_ERR, kFn, "Port lookup failed");
     return false;
@@ -221,25 +364,21 @@ extern "C" bool NXCNetCfgEnumNATPortFwd(NXCNetworkConfigurationDB *cache, uint32
                                         size_t vmIPSize, uint16_t *vmPort, char *description,
                                         size_t *descriptionSize) noexcept {
   static constexpr char kFn[] = "NXCNetCfgEnumNATPortFwd";
+  static constexpr EnumTexts kTexts = {
+      .noTable = "List of forwarded ports is empty",
+      .arrayFailed = "Failed to create array of forwarded ports",
+      .arrayBuilt = "Created array of forwarded ports",
+      .atEnd = "No ports to enumerate",
+  };
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db || !index) return false;
-  RecordTable *t = ProtocolTable(db, vnet, tcp);
-  if (!t || !t->table) {
-    NXCLog(LOG_ERR, kFn, "List of forwarded ports is empty");
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t) {
+    NXCLog(LOG_ERR, kFn, "%s", kTexts.noTable);
     return false;
   }
-  if (!t->arrayBuilt) {
-    if (!RecordTableBuildArray(t)) {
-      NXCLog(LOG_ERR, kFn, "Failed to create array of forwarded ports");
-      return false;
-    }
-    NXCLog(LOG_INFO2, kFn, "Created array of forwarded ports");
-  }
-  if (*index >= t->arrayCount) {
-    NXCLog(LOG_INFO2, kFn, "No ports to enumerate");
-    return false;
-  }
-  auto *e = static_cast<NATPortFwdEntry *>(t->array[*index]);
+  NATPortFwdEntry *e = t->Enum(*index, kTexts, kFn);
+  if (!e) return false;
   if (!vmIP || strlen(e->vmIP) + 1 > vmIPSize) {
     NXCLog(LOG_ERR, kFn, "Insufficient buffer length: %zu for IP address: %s", vmIPSize, e->vmIP);
     return false;
@@ -272,20 +411,43 @@ extern "C" bool NXCNetCfgRemoveAllNATPortFwd(NXCNetworkConfigurationDB *cache, u
   if (!block) return true;
   bool ok = true;
   for (bool protoTcp : {true, false}) {
-    RecordTable *t = protoTcp ? &block->tcp : &block->udp;
-    if (!(protoTcp ? tcp : udp) || !t->table) continue;
-    if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_NAT_PORTFWD, t->table)) {
+    RecordTable<NATPortFwdEntry> *t = protoTcp ? &block->tcp : &block->udp;
+    if (!(protoTcp ? tcp : udp) || !t->exists()) continue;
+    if (writeRecords && !AppendRemovals(db, NXC_REC_REMOVE_NAT_PORTFWD, t->hash())) {
       if (protoTcp)
         NXCLog(LOG_WRN, kFn, "All the forwarded TCP ports could not be deleted");
       else
         NXCLog(LOG_WRN, kFn, "All the forwarded UDP ports could not be deleted");
       ok = false;
     }
-    RecordTableDestroy(t);
+    t->Clear();
   }
-  if (!block->tcp.table && !block->udp.table) {
+  if (!block->tcp.exists() && !block->udp.exists()) {
     free(block);
     db->portFwd[vnet] = nullptr;
   }
   return ok;
+}
+
+extern "C" bool NXCNetCfgMergeConfigPortFwdCmpHash(NXCNetworkConfigurationDB *cache, uint32_t vnet,
+                                                   bool tcp, uint16_t hostPort, const char *vmIP,
+                                                   uint16_t vmPort,
+                                                   const char *description) noexcept {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db || vnet >= kNumVnets) return false;
+  const NATPortFwdEntry *e = FindForward(db, vnet, tcp, hostPort);
+  return e && e->vmPort == vmPort && SameText(e->vmIP, vmIP) &&
+         SameText(e->description, description);
+}
+
+extern "C" bool NXCNetCfgMergeConfigPortFwdCmp(NXCNetworkConfigurationDB *cache,
+                                               uint32_t vnet) noexcept {
+  NXCNetworkConfigurationDB *db = ResolveCache(cache);
+  if (!db || !gDefaultCache || vnet >= kNumVnets) return false;
+  for (bool tcp : {true, false}) {
+    if (ForwardCount(db, vnet, tcp) != ForwardCount(gDefaultCache, vnet, tcp) ||
+        !ForwardsContained(db, gDefaultCache, vnet, tcp))
+      return false;
+  }
+  return true;
 }

@@ -1,54 +1,67 @@
-// record_common.cpp - what every record family shares: the text of each
-// record type, appending a change's records to the database file, the
-// generic record table with its cached enumeration array, and the entry
-// free functions.
+// record_common.cpp - what every record family shares: finding a family by
+// record type or keyword, the text of a record, appending a change's
+// records to the database file, and the record table with its enumeration
+// array.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 
-#include "base/str_util.h"
+#include <iterator>
+
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
 
 namespace nxc {
 
-char *FormatRecord(uint32_t type, const void *entry) {
-  const auto *answer = static_cast<const NetworkConfigDictionaryEntry *>(entry);
-  const auto *fwd = static_cast<const NATPortFwdEntry *>(entry);
-  const auto *dhcp = static_cast<const DHCPMACToIPEntry *>(entry);
-  const auto *bridge = static_cast<const BridgeMappingEntry *>(entry);
-  const auto *prefix = static_cast<const NATPrefixEntry *>(entry);
-  switch (type) {
-    case NXC_REC_ANSWER:
-      return AllocPrint("answer %s %s\n", answer->key, answer->value);
-    case NXC_REC_REMOVE_ANSWER:
-      return AllocPrint("remove_answer %s\n", answer->key);
-    case NXC_REC_ADD_NAT_PORTFWD:
-      return AllocPrint("add_nat_portfwd %u %s %u %s %u%s%s\n", fwd->vnet, fwd->tcp ? "tcp" : "udp",
-                        fwd->hostPort, fwd->vmIP, fwd->vmPort, fwd->description ? " " : "",
-                        fwd->description ? fwd->description : "");
-    case NXC_REC_REMOVE_NAT_PORTFWD:
-      return AllocPrint("remove_nat_portfwd %u %s %u\n", fwd->vnet, fwd->tcp ? "tcp" : "udp",
-                        fwd->hostPort);
-    case NXC_REC_ADD_DHCP_MAC_TO_IP:
-      return AllocPrint("add_dhcp_mac_to_ip %u %s %s\n", dhcp->vnet, dhcp->mac, dhcp->ip);
-    case NXC_REC_REMOVE_DHCP_MAC_TO_IP:
-      return AllocPrint("remove_dhcp_mac_to_ip %u %s\n", dhcp->vnet, dhcp->mac);
-    case NXC_REC_ADD_BRIDGE_MAPPING:
-      return AllocPrint("add_bridge_mapping %s %d\n", bridge->adapter, bridge->vnet);
-    case NXC_REC_REMOVE_BRIDGE_MAPPING:
-      return AllocPrint("remove_bridge_mapping %s\n", bridge->adapter);
-    case NXC_REC_ADD_NAT_PREFIX:
-      return AllocPrint("add_nat_prefix %u %s\n", prefix->vnet, prefix->prefix);
-    case NXC_REC_REMOVE_NAT_PREFIX:
-      return AllocPrint("remove_nat_prefix %d %s\n", static_cast<int>(prefix->vnet),
-                        prefix->prefix);
-    default:
-      return nullptr;
-  }
+namespace {
+
+// In the order of the record types: family i has the types 2i + 1 and
+// 2i + 2, and the loader tries the keywords in this order.
+constexpr const RecordFamily *kFamilies[] = {&kAnswerRecords, &kPortForwardRecords,
+                                             &kDhcpMappingRecords, &kBridgeMappingRecords,
+                                             &kNatPrefixRecords};
+static_assert(std::size(kFamilies) * 2 == NXC_REC_REMOVE_NAT_PREFIX);
+
+[[nodiscard]] bool SameWord(std::string_view word, std::string_view keyword) {
+  return word.size() == keyword.size() && strncasecmp(word.data(), keyword.data(), word.size()) == 0;
 }
 
-bool AppendToStream(FILE *stream, const char *text, int *error) {
+}  // namespace
+
+const RecordFamily *FamilyOfType(uint32_t type) {
+  if (type < NXC_REC_ANSWER || type > NXC_REC_REMOVE_NAT_PREFIX) return nullptr;
+  return kFamilies[(type - NXC_REC_ANSWER) / 2];
+}
+
+const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type) {
+  for (const RecordFamily *family : kFamilies) {
+    if (SameWord(word, family->addKeyword)) {
+      *type = family->addType;
+      return family;
+    }
+    if (SameWord(word, family->removeKeyword)) {
+      *type = family->removeType();
+      return family;
+    }
+  }
+  return nullptr;
+}
+
+[[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry) {
+  const RecordFamily *family = FamilyOfType(type);
+  if (!family) return false;
+  bool add = type == family->addType;
+  return family->format(out, add ? family->addKeyword : family->removeKeyword, add, entry);
+}
+
+char *FormatRecord(uint32_t type, const void *entry) {
+  ByteBuffer text;
+  if (!AppendRecord(&text, type, entry)) return nullptr;
+  return text.Release(nullptr);
+}
+
+[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error) {
   if (!stream) {
     *error = EBADF;
     return false;
@@ -76,9 +89,9 @@ NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32
 }
 
 bool ChangeRecords::Add(uint32_t type, const void *entry) {
-  CPtr<char> text(FormatRecord(type, entry));
-  if (!failed_ && text && text_.AppendString(text.get())) {
-    if (firstLength_ == 0) firstLength_ = text_.Size();
+  size_t before = text_.Size();
+  if (!failed_ && AppendRecord(&text_, type, entry)) {
+    if (before == 0) firstLength_ = text_.Size();
     return true;
   }
   if (!failed_)
@@ -104,6 +117,7 @@ bool ChangeRecords::AppendTo(NXCNetworkConfigurationDB *db, int *error) {
   return true;
 }
 
+[[nodiscard]]
 bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<RecordOf> records,
                      int *error) {
   ChangeRecords change;
@@ -111,7 +125,7 @@ bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<Record
   return change.AppendTo(db, error);
 }
 
-bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table) {
+[[nodiscard]] bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *table) {
   ChangeRecords change;
   struct Ctx {
     ChangeRecords *change;
@@ -126,116 +140,91 @@ bool AppendRemovals(NXCNetworkConfigurationDB *db, uint32_t type, HashTable *tab
   return change.empty() || change.AppendTo(db);
 }
 
-bool CopyOut(const char *text, char *buffer, size_t size) {
+[[nodiscard]] bool CopyOut(const char *text, char *buffer, size_t size) {
   size_t length = strlen(text);
   if (!buffer || length + 1 > size) return false;
   memcpy(buffer, text, length + 1);
   return true;
 }
 
-bool RecordTableEnsure(RecordTable *t, HashTable::Kind kind, HashTable::FreeEntryFn freeEntry) {
+// ---- Record tables -----------------------------------------------------------
+
+bool RecordTableBase::Create(const RecordFamily &family) {
   constexpr uint32_t kRecordBuckets = 512;
-  if (!t->table) t->table = HashTable::Create(kind, kRecordBuckets, freeEntry);
-  return t->table != nullptr;
+  if (!table_) table_ = HashTable::Create(family.keyKind, kRecordBuckets, family.free);
+  return table_ != nullptr;
 }
 
-void RecordTableInvalidate(RecordTable *t) {
-  free(t->array);
-  t->array = nullptr;
-  t->arrayCount = 0;
-  t->arrayBuilt = false;
-}
-
-bool RecordTableBuildArray(RecordTable *t) {
-  if (t->arrayBuilt) return true;
-  if (!t->table) return false;
-  void **array = nullptr;
-  size_t count = 0;
-  if (!t->table->Snapshot(&array, &count)) return false;
-  t->array = array;
-  t->arrayCount = count;
-  t->arrayBuilt = true;
+bool RecordTableBase::CreateForVnet(const RecordFamily &family, uint32_t vnet, const char *fn) {
+  if (table_) return true;
+  if (!Create(family)) return false;
+  NXCLog(LOG_INFO2, fn, "Allocated hash table for zynet: %d", static_cast<int>(vnet));
   return true;
 }
 
-bool RecordTableReplace(RecordTable *t, HashKey key, void *entry, const char *fn) {
-  HashTable::FreeEntryFn freeEntry = t->table->FreeFunction();
-  RecordTableInvalidate(t);
-  if (t->table->Lookup(key) && !t->table->Delete(key)) {
+bool RecordTableBase::PutEntry(HashKey key, void *entry, const char *fn) {
+  HashTable::FreeEntryFn freeEntry = table_->FreeFunction();
+  DropArray();
+  if (table_->Lookup(key) && !table_->Delete(key)) {
     NXCLog(LOG_ERR, fn, "Cannot delete existing entry");
     freeEntry(entry);
     return false;
   }
-  if (!t->table->Insert(key, entry)) {
+  if (!table_->Insert(key, entry)) {
     freeEntry(entry);
     return false;
   }
   return true;
 }
 
-RecordTable *VnetRecordTable(RecordTable *tables, uint32_t vnet, HashTable::FreeEntryFn freeEntry,
-                             const char *fn) {
-  RecordTable *t = &tables[vnet];
-  if (t->table) return t;
-  if (!RecordTableEnsure(t, HashTable::Kind::kString, freeEntry)) return nullptr;
-  NXCLog(LOG_INFO2, fn, "Allocated hash table for zynet: %d", static_cast<int>(vnet));
-  return t;
+bool RecordTableBase::Remove(HashKey key) {
+  if (!table_) return false;
+  DropArray();
+  return table_->Delete(key);
 }
 
-void RecordTableDestroy(RecordTable *t) {
-  RecordTableInvalidate(t);
-  HashTable::Destroy(t->table);
-  t->table = nullptr;
+void RecordTableBase::Clear() {
+  DropArray();
+  HashTable::Destroy(table_);
+  table_ = nullptr;
 }
 
-void NetCfgNATPortFwdFreeEntry(void *p) {
-  auto *e = static_cast<NATPortFwdEntry *>(p);
-  if (!e) {
-    NXCLog(LOG_ERR, "NetCfgNATPortFwdFreeEntry", "Invalid arguments");
-    return;
+bool RecordTableBase::BuildArray() {
+  if (arrayBuilt_) return true;
+  if (!table_) return false;
+  void **array = nullptr;
+  size_t count = 0;
+  if (!table_->Snapshot(&array, &count)) return false;
+  array_ = array;
+  arrayCount_ = count;
+  arrayBuilt_ = true;
+  return true;
+}
+
+void *RecordTableBase::EnumEntry(uint32_t index, const EnumTexts &texts, const char *fn) {
+  if (!table_) {
+    NXCLog(LOG_ERR, fn, "%s", texts.noTable);
+    return nullptr;
   }
-  NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
-         static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
-  free(e->vmIP);
-  free(e->description);
-  free(e);
+  if (!arrayBuilt_) {
+    if (!BuildArray()) {
+      NXCLog(LOG_ERR, fn, "%s", texts.arrayFailed);
+      return nullptr;
+    }
+    NXCLog(LOG_INFO2, fn, "%s", texts.arrayBuilt);
+  }
+  if (index >= arrayCount_) {
+    NXCLog(LOG_INFO2, fn, "%s", texts.atEnd);
+    return nullptr;
+  }
+  return array_[index];
 }
 
-void NetCfgDHCPMACToIPFreeEntry(void *p) {
-  auto *e = static_cast<DHCPMACToIPEntry *>(p);
-  if (!e) {
-    NXCLog(LOG_ERR, "NetCfgDHCPMACToIPFreeEntry", "Invalid arguments");
-    return;
-  }
-  NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
-         static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
-  free(e->mac);
-  free(e->ip);
-  free(e);
-}
-
-void NetCfgBridgeMappingFreeEntry(void *p) {
-  auto *e = static_cast<BridgeMappingEntry *>(p);
-  if (!e) {
-    NXCLog(LOG_ERR, "NetCfgBridgeMappingFreeEntry", "Invalid arguments");
-    return;
-  }
-  NXCLog(LOG_INFO2, "NetCfgBridgeMappingFreeEntry", "Free called over host adapter: %s, vnet: %d",
-         e->adapter ? e->adapter : "", e->vnet);
-  free(e->adapter);
-  free(e);
-}
-
-void NetCfgPrefixFreeEntry(void *p) {
-  auto *e = static_cast<NATPrefixEntry *>(p);
-  if (!e) {
-    NXCLog(LOG_ERR, "NetCfgPrefixFreeEntry", "Invalid arguments");
-    return;
-  }
-  NXCLog(LOG_INFO2, "NetCfgPrefixFreeEntry", "Free called over vnet; %d, prefix: %s",
-         static_cast<int>(e->vnet), e->prefix ? e->prefix : "");
-  free(e->prefix);
-  free(e);
+void RecordTableBase::DropArray() {
+  free(array_);
+  array_ = nullptr;
+  arrayCount_ = 0;
+  arrayBuilt_ = false;
 }
 
 }  // namespace nxc

@@ -12,6 +12,7 @@
 
 namespace nxc {
 
+[[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength) {
   std::string_view t(text ? text : "");
@@ -34,7 +35,7 @@ bool CheckRecordText(const char *fn, const char *field, const char *text, Record
   return true;
 }
 
-bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
+[[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text) {
   if (!CheckRecordText(fn, field, text, RecordText::kWord)) return false;
   // Only the form the library writes itself reads back as the same text:
   // inet_pton takes exactly four decimal parts without leading zeros, where

@@ -3,12 +3,11 @@
 // writes a changed database back first.
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
 
 #include "base/byte_buffer.h"
 #include "base/str_util.h"
@@ -19,21 +18,13 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kPathSize = 4096;
 
 // The entries of one table in listing order (a malloc'd array, null when
 // the table is empty or missing). False when memory runs out.
-bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
+[[nodiscard]] bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
   *entries = nullptr;
   *count = 0;
   return !table || table->Snapshot(entries, count);
-}
-
-template <class Entry, class Less>
-void SortEntries(void **entries, size_t count, Less less) {
-  std::sort(entries, entries + count, [&](void *a, void *b) {
-    return less(*static_cast<const Entry *>(a), *static_cast<const Entry *>(b));
-  });
 }
 
 // Where the rewrite puts each record: a file (through
@@ -44,13 +35,16 @@ struct RecordSink {
   ByteBuffer *buffer;  // buffer sink
 };
 
+// BINDIR comes from the product configuration file at every load.
+[[nodiscard]] bool IsBindir(uint32_t type, const void *entry) {
+  return type == NXC_REC_ANSWER &&
+         strcmp(static_cast<const NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0;
+}
+
 // Formats one record into the buffer; the failure flag as result.
 int NetCfgWriteRecord(ByteBuffer *buffer, uint32_t type, const void *entry) {
-  if (type == NXC_REC_ANSWER &&
-      strcmp(static_cast<const NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0)
-    return 0;
-  CPtr<char> text(FormatRecord(type, entry));
-  return text && buffer->AppendString(text.get()) ? 0 : 1;
+  if (IsBindir(type, entry)) return 0;
+  return AppendRecord(buffer, type, entry) ? 0 : 1;
 }
 
 int WriteOne(const RecordSink &sink, uint32_t type, void *entry) {
@@ -59,9 +53,21 @@ int WriteOne(const RecordSink &sink, uint32_t type, void *entry) {
   return NetCfgWriteRecordToConfig(NumKey(0), entry, &ctx);
 }
 
-// Writes one group of entries; logs and fails on the first bad record.
-bool WriteGroup(const RecordSink &sink, uint32_t type, void **entries, size_t count,
-                size_t *written, const char *fn) {
+// Lists the entries of one table of the family of type, puts them in the
+// family's rewrite order and writes them; logs and fails on the first bad
+// record.
+[[nodiscard]]
+bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, size_t *written,
+                const char *fn) {
+  void **entries = nullptr;
+  size_t count = 0;
+  if (!ListEntries(table, &entries, &count)) {
+    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", type);
+    return false;
+  }
+  CPtr<void *> owner(entries);
+  const RecordFamily &family = *FamilyOfType(type);
+  if (family.sortForRewrite) family.sortForRewrite(entries, count);
   for (size_t i = 0; i < count; ++i) {
     if (WriteOne(sink, type, entries[i]) != 0) {
       NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
@@ -72,51 +78,25 @@ bool WriteGroup(const RecordSink &sink, uint32_t type, void **entries, size_t co
   return true;
 }
 
-// Lists, sorts and writes the entries of one table.
-template <class Entry, class Less>
-bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, Less less,
-                size_t *written, const char *fn) {
-  void **entries = nullptr;
-  size_t count = 0;
-  if (!ListEntries(table, &entries, &count)) {
-    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", type);
-    return false;
-  }
-  CPtr<void *> owner(entries);
-  SortEntries<Entry>(entries, count, less);
-  return WriteGroup(sink, type, entries, count, written, fn);
-}
-
-bool ByHostPort(const NATPortFwdEntry &a, const NATPortFwdEntry &b) {
-  return a.vnet != b.vnet ? a.vnet < b.vnet : a.hostPort < b.hostPort;
-}
-
-// Every answer and every "add_" record except NAT prefixes: answers by key;
-// then per vnet its TCP forwards, its UDP forwards (by host port) and its
-// DHCP mappings (table order); then bridge mappings by vnet and adapter.
-// NAT prefixes live only in the appended journal, so a rewrite drops them.
-bool WriteAllRecords(const RecordSink &sink, const char *fn) {
+// Every answer and every "add_" record except NAT prefixes: answers; then
+// per vnet its TCP forwards, its UDP forwards and its DHCP mappings; then
+// bridge mappings, each group in its family's rewrite order. NAT prefixes
+// live only in the appended journal, so a rewrite drops them.
+[[nodiscard]] bool WriteAllRecords(const RecordSink &sink, const char *fn) {
   NXCNetworkConfigurationDB *db = sink.cache;
   size_t answers = 0;
-  if (!WriteTable<NetworkConfigDictionaryEntry>(
-          sink, NXC_REC_ANSWER, db->answers,
-          [](const auto &a, const auto &b) { return strcmp(a.key, b.key) < 0; }, &answers, fn))
-    return false;
+  if (!WriteTable(sink, NXC_REC_ANSWER, db->answers, &answers, fn)) return false;
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file", NXC_REC_ANSWER,
          answers);
   size_t forwards = 0;
   size_t mappings = 0;
   for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet) {
     if (const NATVnetPortFwdConfig *fwd = db->portFwd[vnet]) {
-      if (!WriteTable<NATPortFwdEntry>(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->tcp.table, ByHostPort,
-                                       &forwards, fn) ||
-          !WriteTable<NATPortFwdEntry>(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->udp.table, ByHostPort,
-                                       &forwards, fn))
+      if (!WriteTable(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->tcp.hash(), &forwards, fn) ||
+          !WriteTable(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->udp.hash(), &forwards, fn))
         return false;
     }
-    if (!WriteTable<DHCPMACToIPEntry>(
-            sink, NXC_REC_ADD_DHCP_MAC_TO_IP, db->dhcp[vnet].table,
-            [](const auto &, const auto &) { return false; }, &mappings, fn))
+    if (!WriteTable(sink, NXC_REC_ADD_DHCP_MAC_TO_IP, db->dhcp[vnet].hash(), &mappings, fn))
       return false;
   }
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
@@ -124,12 +104,7 @@ bool WriteAllRecords(const RecordSink &sink, const char *fn) {
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
          NXC_REC_ADD_DHCP_MAC_TO_IP, mappings);
   size_t bridges = 0;
-  if (!WriteTable<BridgeMappingEntry>(
-          sink, NXC_REC_ADD_BRIDGE_MAPPING, db->bridgeMappings.table,
-          [](const auto &a, const auto &b) {
-            return a.vnet != b.vnet ? a.vnet < b.vnet : strcmp(a.adapter, b.adapter) < 0;
-          },
-          &bridges, fn))
+  if (!WriteTable(sink, NXC_REC_ADD_BRIDGE_MAPPING, db->bridgeMappings.hash(), &bridges, fn))
     return false;
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
          NXC_REC_ADD_BRIDGE_MAPPING, bridges);
@@ -138,7 +113,7 @@ bool WriteAllRecords(const RecordSink &sink, const char *fn) {
 
 // Makes a rename in the directory of path durable.
 void SyncDirectoryOf(const char *path) {
-  char dir[kPathSize];
+  char dir[PATH_MAX];
   const char *slash = strrchr(path, '/');
   if (!slash) {
     memcpy(dir, ".", 2);
@@ -155,7 +130,7 @@ void SyncDirectoryOf(const char *path) {
 // synced, then renamed over it, and the rename synced. Failures are logged
 // only; the database file then stays as it was.
 void RewriteDatabase(NXCNetworkConfigurationDB *db, const char *fn) {
-  char tempPath[kPathSize];
+  char tempPath[PATH_MAX];
   if (!RewritePattern(db->path, tempPath, sizeof tempPath)) {
     NXCLog(LOG_ERR, fn, "Failed to create temporary backup file, error: %s", strerror(ENAMETOOLONG));
     return;
@@ -193,7 +168,7 @@ void FreeTables(NXCNetworkConfigurationDB *db) {
     (void)NXCNetCfgRemoveAllDHCPMACToIPMapping(db, vnet, /*writeRecords=*/false);
   for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
     (void)NXCNetCfgRemoveAllNATPrefix(db, vnet, /*writeRecords=*/false);
-  RecordTableDestroy(&db->bridgeMappings);
+  db->bridgeMappings.Clear();
   HashTable::Destroy(db->answers);
   db->answers = nullptr;
 }
@@ -245,10 +220,7 @@ int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
     NXCLog(LOG_ERR, kFn, "Invalid record type: %u", ctx->type);
     return 1;
   }
-  // BINDIR comes from the product configuration file at every load.
-  if (ctx->type == NXC_REC_ANSWER &&
-      strcmp(static_cast<NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0)
-    return 0;
+  if (IsBindir(ctx->type, entry)) return 0;
   CPtr<char> text(FormatRecord(ctx->type, entry));
   if (!text) {
     int err = errno;
@@ -263,6 +235,7 @@ int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
   return 0;
 }
 
+[[nodiscard]]
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup) {
   static constexpr char kFn[] = "NetCfgWriteDatabaseFile";
   if (!NXCNetCfgCreateDB(path, backup)) {
@@ -288,7 +261,7 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
   return true;
 }
 
-bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
+[[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
   RecordSink sink = {db, nullptr, buffer};
   return !WriteAllRecords(sink, "NetCfgWriteDatabaseToBuffer");
 }

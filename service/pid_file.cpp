@@ -11,6 +11,8 @@
 #include <string.h>
 
 #include "base/line_reader.h"
+#include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -29,8 +31,9 @@ constexpr ServiceInfo kServices[] = {
     {NXC_SERVICE_NAT, "NAT", "NAT_PROGRAM", "zynet-natd", false, NXC_VNET_OPTION_NAT},
 };
 
+using nxc::kVnetNameSize;
+
 constexpr char kDefaultRunDir[] = "/var/run";
-constexpr size_t kVnetNameSize = 20;
 // The first line of a pid file is read up to this many characters.
 constexpr size_t kPidLineLength = 256;
 
@@ -132,7 +135,7 @@ extern "C" int32_t NXCExtractPidFromFile(const char *path, bool *fileMissing) no
   static constexpr char kFn[] = "NXCExtractPidFromFile";
   nxc::UniqueFile stream(path ? fopen(path, "re") : nullptr);
   if (!stream) {
-    NXCLog(LOG_INFO, kFn, "Could not open the PID file: %s, error: %s", nxc::SafeStr(path),
+    NXCLog(LOG_INFO, kFn, "Could not open the PID file: %s, error: %s", nxc::OrNull(path),
            strerror(path ? errno : EINVAL));
     if (fileMissing) *fileMissing = true;
     return 0;

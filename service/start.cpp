@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "base/str_util.h"
+#include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
@@ -30,9 +31,9 @@ using nxc::UniqueFd;
 
 constexpr char kFn[] = "NXCServiceStart";
 constexpr char kDefaultBinDir[] = "/usr/bin";
-constexpr size_t kPathSize = 256;
-constexpr size_t kVnetNameSize = 20;
-constexpr size_t kAdapterNameSize = 16;
+using nxc::kPathSize;
+using nxc::kVnetNameSize;
+using nxc::kAdapterNameSize;
 
 // The daemon's argument vector: separately malloc'd strings ending with a
 // null element, in a growable array.
@@ -49,7 +50,7 @@ class ArgVector {
   // Appends arg, which the vector then owns (and frees when it cannot be
   // appended). False, after logging, when arg is null or the array cannot
   // grow.
-  bool Add(char *arg) {
+  [[nodiscard]] bool Add(char *arg) {
     if (arg && Grow()) {
       elements_[count_++] = arg;
       elements_[count_] = nullptr;
@@ -59,7 +60,7 @@ class ArgVector {
     NXCLog(LOG_ERR, kFn, "Memory allocation error");
     return false;
   }
-  bool AddCopy(const char *text) { return Add(strdup(text)); }
+  [[nodiscard]] bool AddCopy(const char *text) { return Add(strdup(text)); }
 
   uint32_t Count() const { return count_; }
   const char *At(uint32_t i) const { return elements_[i]; }
@@ -68,7 +69,7 @@ class ArgVector {
 
  private:
   // Room for one more element and the null that ends the vector.
-  bool Grow() {
+  [[nodiscard]] bool Grow() {
     if (count_ + 2 <= capacity_) return true;
     uint32_t capacity = capacity_ ? capacity_ * 2 : 16;
     void *grown = realloc(elements_, capacity * sizeof(char *));
@@ -85,7 +86,7 @@ class ArgVector {
 
 // "-d <pid file>" style pair with the daemon's pid file, or the pid file
 // alone when option is null.
-bool AddPidFile(uint32_t vnet, uint32_t id, const char *option, ArgVector *args) {
+[[nodiscard]] bool AddPidFile(uint32_t vnet, uint32_t id, const char *option, ArgVector *args) {
   char *pidFile = nullptr;
   if (!NXCGetPidFilename(vnet, id, &pidFile, nullptr)) return false;
   if (option && !args->AddCopy(option)) {
@@ -96,7 +97,7 @@ bool AddPidFile(uint32_t vnet, uint32_t id, const char *option, ArgVector *args)
 }
 
 // Adds a path of the host's file layout.
-bool AddFileName(uint32_t vnet, uint32_t type, ArgVector *args) {
+[[nodiscard]] bool AddFileName(uint32_t vnet, uint32_t type, ArgVector *args) {
   char path[kPathSize];
   if (!NXCGetFileName(static_cast<int32_t>(vnet), type, path, sizeof path)) return false;
   return args->AddCopy(path);
@@ -105,7 +106,7 @@ bool AddFileName(uint32_t vnet, uint32_t type, ArgVector *args) {
 // The adapters the bridge daemon works with: on the default bridge vnet it
 // takes every host adapter except those mapped elsewhere ("-e<name>"), on
 // any other vnet just the adapters bridged to it ("-i<name>").
-bool AddBridgeAdapters(uint32_t vnet, ArgVector *args) {
+[[nodiscard]] bool AddBridgeAdapters(uint32_t vnet, ArgVector *args) {
   int32_t defaultBridge = -1;
   if (!NXCGetDefaultBridgeVnet(&defaultBridge)) {
     NXCLog(LOG_ERR, kFn, "Cannot obtain value of DefaultBridge");
@@ -138,6 +139,7 @@ bool AddBridgeAdapters(uint32_t vnet, ArgVector *args) {
 }
 
 // The elements after "<executable> -s <fd>", service by service.
+[[nodiscard]]
 bool AddServiceArgs(uint32_t vnet, uint32_t id, const char *vnetName, ArgVector *args) {
   switch (id) {
     case NXC_SERVICE_BRIDGE:
@@ -209,6 +211,7 @@ bool AddServiceArgs(uint32_t vnet, uint32_t id, const char *vnetName, ArgVector 
 }
 
 // Forks the daemon, waits for its first process and reads its report.
+[[nodiscard]]
 bool ForkAndWait(const char *executable, const ArgVector &args, UniqueFd *readEnd,
                  UniqueFd *writeEnd) {
   NXCLog(LOG_INFO, kFn, "Fork and exec command: %s", executable);

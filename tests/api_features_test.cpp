@@ -190,12 +190,7 @@ TEST_F(FeaturesTest, UnsupportedParametersAreRefusedBeforeTheLock) {
   WriteDb("answer VNET_1_HOSTONLY_SUBNET 10.1.0.0\nanswer VNET_1_HOSTONLY_NETMASK 255.255.0.0\n");
   ASSERT_TRUE(Load());
   ASSERT_TRUE(NXCNetCfgLockConfig(nullptr));  // held, so a locking call fails at the lock
-  const struct {
-    const char *name;
-    std::function<bool()> call;
-    const char *line;
-    bool triedLock;
-  } cases[] = {
+  const struct { const char *name; std::function<bool()> call; const char *line; bool triedLock; } cases[] = {
       {"dhcp unmapped", [] { return NXC_SetDHCPParam("zynet1", 13352, "1", 1); },
        "Unsupported DHCP Parameter", false},
       {"nat unmapped", [] { return NXC_SetNATParam("zynet1", 9028, "1", 1); },

@@ -103,11 +103,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   const std::string before = DbText();
   LockHolder other(kDbPath);
   ASSERT_TRUE(other.held());
-  struct Case {
-    const char *name;
-    std::function<bool()> call;
-    const char *logLine;
-  } const cases[] = {
+  struct Case { const char *name; std::function<bool()> call; const char *logLine; } const cases[] = {
       {"subnet", [] { return NXC_SetVnetSubnetAddr("zynet1", "10.1.0"); },
        "NXC_SetVnetSubnetAddr - Subnet address is not valid: 10.1.0"},
       {"mask", [] { return NXC_SetVnetSubnetMask("zynet1", "255.0.255.0"); },
@@ -136,6 +132,7 @@ TEST_F(ApiVnetTest, SettersRefuseBadValuesBeforeTheLockAndWaitForAValidOne) {
   // A valid value waits for the lock, gives up and changes nothing.
   ClearLog();
   EXPECT_FALSE(NXC_SetVnetSubnetAddr("zynet1", "10.2.0.0"));
+  EXPECT_TRUE(LogHas("Failed to lock config file, file: /etc/zymtra/networking, error: timed out"));
   EXPECT_TRUE(LogHas("NXC_SetVnetSubnetAddr - Failed to obtain lock on vnet config"));
   EXPECT_FALSE(LogHas("Successfully"));
   EXPECT_EQ(Answer("VNET_1_HOSTONLY_SUBNET"), "10.1.0.0");
@@ -312,7 +309,7 @@ TEST_F(ApiVnetTest, VnetIsNamedAddressedAndResubnetted) {
 
 TEST_F(ApiVnetTest, CallsRefuseWhileNotLoadedAndCountsWorkAnyway) {
   ASSERT_FALSE(Load());  // no database: the log stays open, nothing is loaded
-  NXC_SetCurrentLogLevel(0x7f);
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7f));
   char buf[200];
   uint32_t len = sizeof buf;
   bool flag = false;
@@ -362,8 +359,8 @@ TEST_F(ApiVnetTest, EachExitBannerCarriesTheLineOfItsOwnReturn) {
     const unsigned long entry = NumberAfter(log, "Entering API Function, NXC_GetVnetSubnetAddr:");
     const unsigned long exit = NumberAfter(log, "Exiting API Function, NXC_GetVnetSubnetAddr:");
     ASSERT_TRUE(entry > 0 && entry <= source.size() && exit > 0 && exit <= source.size());
-    EXPECT_NE(source[entry - 1].find("ApiEnterBanner(kFn, __LINE__)"), std::string::npos);
-    EXPECT_NE(source[exit - 1].find("return ApiExit(kFn, __LINE__"), std::string::npos);
+    EXPECT_NE(source[entry - 1].find("call.Enter(__LINE__)"), std::string::npos);
+    EXPECT_NE(source[exit - 1].find("return call.Exit(__LINE__"), std::string::npos);
     exits.push_back(exit);
   }
   EXPECT_TRUE(LogHas("Arguments - v: (nil),null, ad: "));

@@ -38,38 +38,22 @@ struct JValue {
     return it == members.end() ? missing : it->second;
   }
   const JValue &operator[](size_t i) const { return items.at(i); }
-  bool Has(const std::string &key) const { return members.count(key) != 0; }
 };
 
+// A recursive-descent reader of one JSON text; Read is false on anything
+// else (trailing bytes included).
 class JReader {
  public:
   explicit JReader(const std::string &text) : t_(text) {}
-  bool Read(JValue *out) {
-    bool ok = Value(out);
-    Blank();
-    return ok && i_ == t_.size();
-  }
+  bool Read(JValue *out) { return Value(out) && !Blank(); }
 
  private:
-  void Blank() {
+  // Skips white space; true when a byte follows.
+  bool Blank() {
     while (i_ < t_.size() && isspace(static_cast<unsigned char>(t_[i_]))) ++i_;
+    return i_ < t_.size();
   }
-  bool Take(char c) {
-    Blank();
-    if (i_ < t_.size() && t_[i_] == c) {
-      ++i_;
-      return true;
-    }
-    return false;
-  }
-  bool Word(const char *w, JValue *out, JValue::Kind kind, bool b) {
-    size_t len = strlen(w);
-    if (t_.compare(i_, len, w) != 0) return false;
-    i_ += len;
-    out->kind = kind;
-    out->b = b;
-    return true;
-  }
+  bool Take(char c) { return Blank() && t_[i_] == c && ++i_; }
   bool String(std::string *out) {
     if (!Take('"')) return false;
     while (i_ < t_.size() && t_[i_] != '"') {
@@ -87,42 +71,40 @@ class JReader {
     return Take('"');
   }
   bool Value(JValue *out) {
-    Blank();
-    if (i_ >= t_.size()) return false;
-    char c = t_[i_];
-    if (c == '"') {
+    if (!Blank()) return false;
+    if (t_[i_] == '"') {
       out->kind = JValue::kString;
       return String(&out->s);
     }
-    if (c == '[') {
-      ++i_;
+    if (Take('[')) {
       out->kind = JValue::kArray;
       if (Take(']')) return true;
-      do {
-        out->items.emplace_back();
-        if (!Value(&out->items.back())) return false;
-      } while (Take(','));
-      return Take(']');
+      while (Value(&out->items.emplace_back()))
+        if (!Take(',')) return Take(']');
+      return false;
     }
-    if (c == '{') {
-      ++i_;
+    if (Take('{')) {
       out->kind = JValue::kObject;
       if (Take('}')) return true;
-      do {
-        std::string key;
-        if (!String(&key) || !Take(':') || !Value(&out->members[key])) return false;
-      } while (Take(','));
-      return Take('}');
+      for (std::string key; String(&key) && Take(':') && Value(&out->members[key]); key.clear())
+        if (!Take(',')) return Take('}');
+      return false;
     }
-    if (c == '-' || isdigit(static_cast<unsigned char>(c))) {
+    if (t_[i_] == '-' || isdigit(static_cast<unsigned char>(t_[i_]))) {
       size_t used = 0;
       out->kind = JValue::kNumber;
       out->n = std::stoll(t_.substr(i_), &used);
       i_ += used;
       return true;
     }
-    return Word("true", out, JValue::kBool, true) || Word("false", out, JValue::kBool, false) ||
-           Word("null", out, JValue::kNull, false);
+    for (const char *word : {"true", "false", "null"}) {
+      if (t_.compare(i_, strlen(word), word) != 0) continue;
+      i_ += strlen(word);
+      out->kind = word[0] == 'n' ? JValue::kNull : JValue::kBool;
+      out->b = word[0] == 't';
+      return true;
+    }
+    return false;
   }
 
   const std::string &t_;
@@ -203,20 +185,13 @@ JValue Fails(std::vector<std::string> args, const std::string &code) {
 
 bool Has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-class CliTest : public ::testing::Test {
+// Each test starts from an empty /etc/zymtra with the stand-in daemons and
+// ping program as bindir; whatever it started is killed after it.
+class CliTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(InSandbox()) << "this test must run inside the private namespaces";
-    (void)Shell("rm -rf /etc/zymtra/* /var/log/*.log");
-    ClearLog();
-    ASSERT_TRUE(InstallStandinDaemonsAndPing());
-  }
-  void TearDown() override { KillAllDaemons(); }
-
   void CreateDb() { Ok({"db", "create"}); }
-  std::string DbText() const { return ReadFile(kDb); }
   // Plants records straight into the database, behind the tool's back.
-  void Plant(const std::string &records) { ASSERT_TRUE(WriteFile(kDb, DbText() + records)); }
+  void Plant(const std::string &records) { ASSERT_TRUE(WriteFile(kDbPath, DbText() + records)); }
   // The codes of `nexcfg --json check`'s problems.
   std::vector<std::string> CheckCodes(const std::vector<std::string> &vnets = {}) {
     std::vector<std::string> args{"--json", "check"};
@@ -227,18 +202,13 @@ class CliTest : public ::testing::Test {
     EXPECT_EQ(r.status, codes.empty() ? 0 : 1);
     return codes;
   }
-
-  static constexpr char kDb[] = "/etc/zymtra/networking";
 };
 
 // ---- Command lines -------------------------------------------------------------
 
 TEST_F(CliTest, UsageErrorsExitWithTwoAndNameTheProblem) {
   CreateDb();
-  struct Case {
-    std::vector<std::string> args;
-    const char *says;
-  } cases[] = {
+  struct Case { std::vector<std::string> args; const char *says; } cases[] = {
       {{}, "no command given"},
       {{"frobnicate"}, "no command \"frobnicate\""},
       {{"dhcp"}, "the dhcp commands are"},
@@ -322,66 +292,46 @@ TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
   Ok({"nat", "on", "8"});
   ASSERT_EQ(0, Shell("ip link add br-route type bridge && ip addr add 10.50.0.1/16 dev br-route && "
                      "ip link set br-route up"));
-  struct Case {
-    std::vector<std::string> args;
-    const char *says, *fix;
-  } cases[] = {
+  struct Case { std::vector<std::string> args; const char *says, *fix = ""; } cases[] = {
       {{"dhcp", "set", "1", "lease-start", "10.0.0.5"},
        "lease-start \"10.0.0.5\" of zynet1 is outside the subnet 192.168.56.0/24",
        "192.168.56.1 to 192.168.56.254"},
       {{"dhcp", "lease", "add", "1", "00:50:56:00:00:02", "192.168.56.10"},
-       "given to both 00:50:56:00:00:01 and",
-       ""},
-      {{"dhcp", "lease", "add", "1", "00:50:56:00:00:03", "192.168.56.255"},
-       "is the broadcast address of",
-       ""},
+       "given to both 00:50:56:00:00:01 and"},
+      {{"dhcp", "lease", "add", "1", "00:50:56:00:00:03", "192.168.56.255"}, "is the broadcast address of"},
       {{"dhcp", "lease", "add", "8", "00:50:56:00:00:01", "10.8.0.9"},
-       "has static leases on both zynet1 and zynet8",
-       ""},
+       "has static leases on both zynet1 and zynet8"},
       {{"vnet", "set", "1", "subnet", "192.168.4.77"},
-       "has host bits set under the mask 255.255.255.0",
-       "192.168.4.0/24"},
+       "has host bits set under the mask 255.255.255.0", "192.168.4.0/24"},
       {{"vnet", "set", "5", "subnet", "192.168.56.0/24"},
-       "subnet 192.168.56.0/24 of zynet5 overlaps the subnet 192.168.56.0/24 of zynet1",
-       ""},
+       "subnet 192.168.56.0/24 of zynet5 overlaps the subnet 192.168.56.0/24 of zynet1"},
       {{"vnet", "set", "4", "subnet", "10.50.3.0/24"},
-       "overlaps the host's route to 10.50.0.0/16 on br-route",
-       ""},
+       "overlaps the host's route to 10.50.0.0/16 on br-route"},
       {{"vnet", "set", "2", "subnet", " 10.2.0.0"},
-       "is not an IPv4 address in its usual form",
-       "subnet 10.2.0.0"},
+       "is not an IPv4 address in its usual form", "subnet 10.2.0.0"},
       {{"vnet", "set", "3", "subnet", "010.3.0.0"},
-       "is not an IPv4 address in its usual form",
-       "subnet 10.3.0.0"},
-      {{"vnet", "set", "1", "mask", "0.0.0.0"}, "is not a subnet mask from /1 to /29", ""},
-      {{"vnet", "set", "1", "mtu", "0"}, "mtu \"0\" of zynet1 is not a number from 68 to 65535", ""},
-      {{"vnet", "set", "1", "mtu", "99999999"}, "is not a number from 68 to 65535", ""},
+       "is not an IPv4 address in its usual form", "subnet 10.3.0.0"},
+      {{"vnet", "set", "1", "mask", "0.0.0.0"}, "is not a subnet mask from /1 to /29"},
+      {{"vnet", "set", "1", "mtu", "0"}, "mtu \"0\" of zynet1 is not a number from 68 to 65535"},
+      {{"vnet", "set", "1", "mtu", "99999999"}, "is not a number from 68 to 65535"},
       {{"vnet", "set", "1", "adapter-address", "192.168.57.1"},
-       "adapter-address 192.168.57.1 of zynet1 is outside",
-       ""},
+       "adapter-address 192.168.57.1 of zynet1 is outside"},
       {{"dhcp", "set", "1", "lease-end", "192.168.56.100"},
-       "lease-end 192.168.56.100 of zynet1 is below its lease-start 192.168.56.128",
-       ""},
+       "lease-end 192.168.56.100 of zynet1 is below its lease-start 192.168.56.128"},
       {{"dhcp", "set", "1", "default-lease-time", "9000"},
-       "default-lease-time 9000 of zynet1 is above its max-lease-time 7200",
-       ""},
-      {{"nat", "set", "8", "nat66-prefix", "notaprefix"},
-       "nat66-prefix \"notaprefix\" of zynet8 is not an IPv6 prefix",
-       ""},
-      {{"nat", "set", "8", "config-port", "70000"}, "is not a port number", ""},
+       "default-lease-time 9000 of zynet1 is above its max-lease-time 7200"},
+      {{"nat", "set", "8", "nat66-prefix", "notaprefix"}, "\"notaprefix\" of zynet8 is not an IPv6 prefix"},
+      {{"nat", "set", "8", "config-port", "70000"}, "is not a port number"},
       {{"nat", "forward", "add", "8", "tcp", "8080", "192.168.8.128", "80"},
-       "goes to 192.168.8.128, which is outside the subnet 10.8.0.0/24",
-       ""},
+       "goes to 192.168.8.128, which is outside the subnet 10.8.0.0/24"},
       {{"nat", "forward", "add", "1", "tcp", "8080", "192.168.56.20", "80"},
-       "zynet1 has 1 port forward(s) but NAT is off",
-       "nexcfg nat on zynet1"},
-      {{"nat", "prefix", "add", "8", "fd00::1/64"}, "has address bits set past its length", ""},
-      {{"vnet", "set", "1", "name", "lab\nanswer VNET_1_NAT yes"}, "holds a line break", ""},
+       "zynet1 has 1 port forward(s) but NAT is off", "nexcfg nat on zynet1"},
+      {{"nat", "prefix", "add", "8", "fd00::1/64"}, "has address bits set past its length"},
+      {{"vnet", "set", "1", "name", "lab\nanswer VNET_1_NAT yes"}, "holds a line break"},
       {{"nat", "forward", "add", "8", "tcp", "81", "10.8.0.9", "80", std::string(128, 'd')},
-       "longer than 127 bytes",
-       ""},
-      {{"dhcp", "lease", "add", "1", "0:-2:2:3:4:3", "192.168.56.11"}, "is not six bytes", ""},
-      {{"answer", "set", "VNET_1_HOSTONLY_SUBNET", "192.168.56.9"}, "has host bits set", ""},
+       "longer than 127 bytes"},
+      {{"dhcp", "lease", "add", "1", "0:-2:2:3:4:3", "192.168.56.11"}, "is not six bytes"},
+      {{"answer", "set", "VNET_1_HOSTONLY_SUBNET", "192.168.56.9"}, "has host bits set"},
   };
   std::string before = DbText();
   for (const Case &c : cases) {
@@ -406,6 +356,14 @@ TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
   EXPECT_TRUE(Has(Fails({"nat", "off", "8"}, "invalid")["error"]["message"].s, "but NAT is off"));
   Ok({"nat", "off", "8", "--cleanup"});
   EXPECT_EQ(Ok({"--json", "nat", "forward", "list", "8"}).Json()["forwards"].items.size(), 0u);
+  // DHCP off keeps its settings; with --cleanup its parameters and leases go.
+  Ok({"dhcp", "on", "1"});
+  Ok({"dhcp", "off", "1"});
+  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "1"}).Json()["leases"].items.size(), 1u);
+  Ok({"dhcp", "off", "1", "--cleanup"});
+  JValue dhcp = Ok({"--json", "dhcp", "show", "1"}).Json();
+  EXPECT_TRUE(dhcp["leases"].items.empty());
+  for (const auto &p : dhcp["parameters"].items) EXPECT_NE(p["source"].s, "set") << p["name"].s;
   (void)Shell("ip link del br-route");
 }
 
@@ -421,70 +379,47 @@ TEST_F(CliTest, CheckFindsEveryKindOfProblemPlantedIntoTheDatabaseAndTheHost) {
   Plant(
       "answer VNET_1_HOSTONLY_SUBNET 192.168.56.0\nanswer VNET_1_HOSTONLY_NETMASK 255.255.255.0\n"
       "answer VNET_1_DHCP yes\nanswer VNET_1_DHCP_PARAM_LEASE_START_IP 10.0.0.5\n"
-      "add_dhcp_mac_to_ip 1 00:50:56:00:00:01 192.168.56.10\nadd_dhcp_mac_to_ip 1 00:50:56:00:00:02 "
-      "192.168.56.10\n"
-      "answer VNET_2_HOSTONLY_SUBNET 10.2.0.0\nanswer VNET_2_HOSTONLY_NETMASK 255.255.255.0\nanswer "
-      "VNET_2_DHCP yes\n"
-      "answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\nanswer VNET_3_HOSTONLY_NETMASK 255.255.255.0\nanswer "
-      "VNET_3_DHCP yes\n"
-      "answer VNET_8_HOSTONLY_SUBNET 10.8.0.0\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\nanswer "
-      "VNET_8_NAT yes\n"
+      "add_dhcp_mac_to_ip 1 00:50:56:00:00:01 192.168.56.10\n"
+      "add_dhcp_mac_to_ip 1 00:50:56:00:00:02 192.168.56.10\nanswer VNET_2_HOSTONLY_SUBNET 10.2.0.0\n"
+      "answer VNET_2_HOSTONLY_NETMASK 255.255.255.0\nanswer VNET_2_DHCP yes\n"
+      "answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\nanswer VNET_3_HOSTONLY_NETMASK 255.255.255.0\n"
+      "answer VNET_3_DHCP yes\nanswer VNET_8_HOSTONLY_SUBNET 10.8.0.0\n"
+      "answer VNET_8_HOSTONLY_NETMASK 255.255.255.0\nanswer VNET_8_NAT yes\n"
       "add_nat_portfwd 8 tcp 8080 10.8.0.128 80\nadd_nat_prefix 8 fd00:1:2:3::/64\n"
-      "answer VNET_10_HOSTONLY_SUBNET 10.10.0.0\nanswer VNET_10_HOSTONLY_NETMASK 255.255.255.0\nanswer "
-      "VNET_10_NAT yes\n");
+      "answer VNET_10_HOSTONLY_SUBNET 10.10.0.0\nanswer VNET_10_HOSTONLY_NETMASK 255.255.255.0\n"
+      "answer VNET_10_NAT yes\n");
   for (const char *vnet : {"1", "2", "3"}) Ok({"dhcp", "update", vnet});
   for (const char *vnet : {"8", "10"}) {
     Ok({"nat", "update", vnet});
     Ok({"service", "start", vnet, "nat"});
   }
-  ASSERT_EQ(
-      0,
-      Shell("sed -i 's/allow unknown-clients/deny unknown-clients/' /etc/zymtra/zynet2/dhcpd/dhcpd.conf && "
-            "sed -i 's/^8080 = /8081 = /' /etc/zymtra/zynet8/nat/nat.conf && rm /dev/zynet8 && "
-            "echo 99999 > /var/run/zynet-dhcpd-zynet1.pid && echo abc > /var/run/zynet-bridge-6.pid && "
-            "touch /dev/zynet7 && ip link add br-route type bridge && "
-            "ip addr add 10.50.0.1/16 dev br-route && ip link set br-route up"));
+  ASSERT_EQ(0, Shell("cd /etc/zymtra && sed -i 's/allow unknown-/deny unknown-/' zynet2/dhcpd/dhcpd.conf && "
+                     "sed -i 's/^8080 = /8081 = /' zynet8/nat/nat.conf && rm /dev/zynet8 && "
+                     "touch /dev/zynet7 && echo 99999 > /var/run/zynet-dhcpd-zynet1.pid && "
+                     "echo abc > /var/run/zynet-bridge-6.pid && ip link add br-route type bridge && "
+                     "ip addr add 10.50.0.1/16 dev br-route && ip link set br-route up"));
   Plant(
       "add_dhcp_mac_to_ip 3 00:50:56:00:00:03 10.3.0.50\nanswer VNET_4_DHCP yes\n"
-      "answer VNET_4_HOSTONLY_SUBNET 10.4.0.7\nanswer VNET_4_HOSTONLY_NETMASK 255.255.255.0\nanswer "
-      "VNET_4_MTU 99999999\n"
-      "answer VNET_5_HOSTONLY_SUBNET 010.5.0.0\nanswer VNET_5_HOSTONLY_NETMASK 255.0.255.0\n"
-      "answer VNET_6_HOSTONLY_SUBNET 10.50.3.0\nanswer VNET_6_HOSTONLY_NETMASK 255.255.255.0\n"
-      "answer VNET_6_DHCP_PARAM_LEASE_END_IP 10.50.3.20\nanswer VNET_6_DHCP_PARAM_SUB_DEFAULT_LEASE_TIME "
-      "9000\n"
+      "answer VNET_4_HOSTONLY_SUBNET 10.4.0.7\nanswer VNET_4_HOSTONLY_NETMASK 255.255.255.0\n"
+      "answer VNET_4_MTU 99999999\nanswer VNET_5_HOSTONLY_SUBNET 010.5.0.0\n"
+      "answer VNET_5_HOSTONLY_NETMASK 255.0.255.0\nanswer VNET_6_HOSTONLY_SUBNET 10.50.3.0\n"
+      "answer VNET_6_HOSTONLY_NETMASK 255.255.255.0\nanswer VNET_6_DHCP_PARAM_LEASE_END_IP 10.50.3.20\n"
+      "answer VNET_6_DHCP_PARAM_SUB_DEFAULT_LEASE_TIME 9000\n"
       "answer VNET_6_VIRTUAL_ADAPTER_ADDR 10.50.3.255\nadd_dhcp_mac_to_ip 6 00:50:56:00:00:01 10.50.3.99\n"
-      "add_nat_portfwd 6 udp 53 10.51.0.1 53\nanswer VNET_10_NAT no\nanswer VNET_9_HOSTONLY_SUBNET "
-      "10.2.0.0\n");
+      "add_nat_portfwd 6 udp 53 10.51.0.1 53\nanswer VNET_10_NAT no\n"
+      "answer VNET_9_HOSTONLY_SUBNET 10.2.0.0\n");
   ASSERT_TRUE(FileExists("/usr/sbin/dhcpd")) << "the DHCP server must be installed for `dhcpd -t`";
   std::vector<std::string> codes = CheckCodes();
-  for (const char *expected : {"zynet1 param-invalid",
-                               "zynet1 lease-duplicate-ip",
-                               "zynet1 dhcpd-rejects",
-                               "zynet1 service-not-running",
-                               "zynet1 pid-file-stale",
-                               "zynet2 dhcpd-conf-edited",
-                               "zynet2 subnet-overlap",
-                               "zynet3 dhcpd-conf-stale",
-                               "zynet4 dhcpd-conf-missing",
-                               "zynet4 subnet-host-bits",
-                               "zynet4 mtu-range",
-                               "zynet5 subnet-invalid",
-                               "zynet5 mask-invalid",
-                               "zynet6 subnet-host-route",
-                               "zynet6 lease-range-order",
-                               "zynet6 lease-times",
-                               "zynet6 adapter-address",
-                               "zynet6 lease-duplicate-mac",
-                               "zynet6 forward-address",
-                               "zynet6 forward-without-nat",
-                               "zynet6 service-status",
-                               "zynet7 device-wrong",
-                               "zynet8 device-missing",
-                               "zynet8 nat-conf-differs",
-                               "zynet8 nat66-prefix-journal-only",
-                               "zynet9 subnet-overlap",
-                               "zynet10 service-not-configured",
-                               "zynet10 nat-conf-left"}) {
+  for (const char *expected :
+       {"zynet1 param-invalid", "zynet1 lease-duplicate-ip", "zynet1 dhcpd-rejects",
+        "zynet1 service-not-running", "zynet1 pid-file-stale", "zynet2 dhcpd-conf-edited",
+        "zynet2 subnet-overlap", "zynet3 dhcpd-conf-stale", "zynet4 dhcpd-conf-missing",
+        "zynet4 subnet-host-bits", "zynet4 mtu-range", "zynet5 subnet-invalid", "zynet5 mask-invalid",
+        "zynet6 subnet-host-route", "zynet6 lease-range-order", "zynet6 lease-times",
+        "zynet6 adapter-address", "zynet6 lease-duplicate-mac", "zynet6 forward-address",
+        "zynet6 forward-without-nat", "zynet6 service-status", "zynet7 device-wrong",
+        "zynet8 device-missing", "zynet8 nat-conf-differs", "zynet8 nat66-prefix-journal-only",
+        "zynet9 subnet-overlap", "zynet10 service-not-configured", "zynet10 nat-conf-left"}) {
     EXPECT_NE(std::find(codes.begin(), codes.end(), expected), codes.end()) << expected;
   }
   // The real server's words, and a check of some vnets only.
@@ -552,11 +487,11 @@ TEST_F(CliTest, DeletingTheDatabaseWaitsForItsDaemons) {
   pid_t natd = PidInFile("/var/run/zynet-natd-8.pid");
   ASSERT_GT(natd, 0);
   EXPECT_TRUE(Has(Fails({"db", "delete"}, "refused")["error"]["message"].s, "zynet8 nat"));
-  EXPECT_TRUE(FileExists(kDb));
+  EXPECT_TRUE(FileExists(kDbPath));
   JValue deleted = Ok({"--json", "db", "delete", "--stop-services"}).Json();
   EXPECT_EQ(deleted["stopped"][0]["service"].s, "nat");
   EXPECT_TRUE(WaitGone(natd, 3000));
-  EXPECT_FALSE(FileExists(kDb));
+  EXPECT_FALSE(FileExists(kDbPath));
 }
 
 // ---- Failures --------------------------------------------------------------------
@@ -625,10 +560,7 @@ TEST_F(CliTest, EveryCommandSpeaksTheOneJsonContract) {
   Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
   // Each command, the keys of its object (or of each element of its array),
   // all of them and no others.
-  struct Case {
-    std::vector<std::string> args;
-    std::vector<std::string> keys;
-  } cases[] = {
+  struct Case { std::vector<std::string> args; std::vector<std::string> keys; } cases[] = {
       {{"list"}, {"config", "has_subnet", "mask", "name", "runtime", "subnet", "vnet"}},
       {{"show", "2"},
        {"adapter_address", "adapter_address_computed", "bridged_adapters", "config", "default_bridge", "dhcp",
@@ -661,6 +593,9 @@ TEST_F(CliTest, EveryCommandSpeaksTheOneJsonContract) {
     for (const auto &[key, value] : (v.kind == JValue::kArray ? v[0] : v).members) keys.push_back(key);
     EXPECT_EQ(keys, c.keys);  // members are sorted by the reader
   }
+  EXPECT_EQ(Shell("test -c /dev/zynet2"), 0);  // made by `device create`
+  Ok({"device", "delete", "2"});
+  EXPECT_FALSE(FileExists("/dev/zynet2"));
   // Numbers as numbers, switches as booleans, every string valid UTF-8.
   JValue nat = Ok({"--json", "nat", "show", "2"}).Json();
   EXPECT_EQ(nat["forwards"][0]["host_port"].kind, JValue::kNumber);
@@ -722,41 +657,26 @@ TEST_F(CliTest, MissingDatabaseAndQueriesWithoutAnAnswer) {
   EXPECT_FALSE(check.Json()["exists"].b);
 
   CreateDb();
-  JValue ok = Ok({"--json", "db", "check"}).Json();
-  EXPECT_TRUE(ok["exists"].b);
-  EXPECT_TRUE(ok["readable"].b);
-  Result again = Nexcfg({"db", "create"});
-  EXPECT_EQ(again.status, 1);
-  EXPECT_NE(again.err.find("must be deleted before creating new one"), std::string::npos);
-  Ok({"db", "create", "--overwrite"});
+  EXPECT_TRUE(Ok({"--json", "db", "check"}).Json()["readable"].b);
+  EXPECT_EQ(Ok({"--json", "db", "create", "--overwrite"}).Json()["backup"].s, "/etc/zymtra/networking.bak.0");
   EXPECT_TRUE(FileExists("/etc/zymtra/networking.bak.0"));
-
-  EXPECT_EQ(Nexcfg({"find", "--nat", "yes"}).status, 1);
-  EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "8", "fd00::/64"}).status, 1);
-  Ok({"db", "delete"});
-  EXPECT_FALSE(FileExists("/etc/zymtra/networking"));
+  EXPECT_EQ(Nexcfg({"find", "--nat", "yes"}).status, 1);  // nothing found
 }
 
 TEST_F(CliTest, VnetAttributesSetThenShow) {
   CreateDb();
+  // Every field goes to its own setting: set them all, then see each.
   struct Case {
     const char *field, *value, *key;  // key in `show --json`
   } cases[] = {
-      {"name", "Lab network", "name"},
-      {"subnet", "10.20.30.0", "subnet"},
-      {"mask", "255.255.255.0", "mask"},
-      {"adapter-address", "10.20.30.7", "adapter_address"},
+      {"name", "Lab network", "name"},           {"subnet", "10.20.30.0", "subnet"},
+      {"mask", "255.255.255.0", "mask"},         {"adapter-address", "10.20.30.7", "adapter_address"},
+      {"mtu", "9000", "mtu"},
   };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.field);
-    Ok({"vnet", "set", "zynet5", c.field, c.value});
-    EXPECT_EQ(Ok({"--json", "show", "zynet5"}).Json()[0][c.key].s, c.value);
-  }
-  Ok({"vnet", "set", "5", "mtu", "9000"});
-  JValue v = Ok({"--json", "show", "5"}).Json()[0];
-  EXPECT_EQ(v["mtu"].n, 9000);
+  for (const Case &c : cases) Ok({"vnet", "set", "zynet5", c.field, c.value});
+  JValue v = Ok({"--json", "show", "zynet5"}).Json()[0];
+  for (const Case &c : cases) EXPECT_EQ(Scalar(v[c.key]), c.value) << c.field;
   EXPECT_FALSE(v["adapter_address_computed"].b);
-  EXPECT_TRUE(v["has_subnet"].b);
 
   Ok({"vnet", "unset", "5", "adapter-address"});
   Ok({"vnet", "unset", "5", "mtu"});
@@ -764,47 +684,34 @@ TEST_F(CliTest, VnetAttributesSetThenShow) {
   EXPECT_EQ(v["adapter_address"].s, "10.20.30.1");  // computed from the subnet
   EXPECT_TRUE(v["adapter_address_computed"].b);
   EXPECT_EQ(v["mtu"].kind, JValue::kNull);
-
-  Ok({"answer", "set", "VNET_5_DISPLAY_NAME", "raw"});
-  EXPECT_EQ(Ok({"answer", "get", "VNET_5_DISPLAY_NAME"}).out, "raw\n");
   Ok({"answer", "unset", "VNET_5_DISPLAY_NAME"});
   EXPECT_EQ(Nexcfg({"answer", "get", "VNET_5_DISPLAY_NAME"}).status, 1);
-
   Ok({"log", "set-default", "err,ok"});
-  JValue level = Ok({"--json", "log", "show"}).Json();
-  EXPECT_EQ(level["default"]["value"].n, 0x11);
-  EXPECT_EQ(level["default"]["hex"].s, "0x11");
+  EXPECT_EQ(Ok({"--json", "log", "show"}).Json()["default"]["hex"].s, "0x11");
 }
 
 TEST_F(CliTest, ParametersShowTheirSource) {
   CreateDb();
   Ok({"vnet", "set", "3", "subnet", "192.168.40.0/24"});
-  struct Case {
-    const char *family, *param, *value, *defaultValue;
-  } cases[] = {
-      {"dhcp", "lease-start", "192.168.40.50", "192.168.40.128"},
-      {"dhcp", "max-lease-time", "9000", "7200"},
-      {"nat", "udp-timeout", "0", "60"},
-      {"nat", "active-ftp", "false", "true"},
-      {"nat", "gateway", "192.168.40.9", "192.168.40.2"},
+  // A parameter as `FAMILY show` gives it: "value (source)".
+  auto shown = [](const char *family, const char *param) {
+    JValue json = Ok({"--json", family, "show", "3"}).Json();
+    for (const auto &p : json["parameters"].items)
+      if (p["name"].s == param) return Scalar(p["value"]) + " (" + p["source"].s + ")";
+    return std::string("no parameter ") + param;
   };
-  auto find = [](const JValue &shown, const char *param) {
-    for (const auto &p : shown["parameters"].items)
-      if (p["name"].s == param) return p;
-    ADD_FAILURE() << "no parameter " << param;
-    return JValue();
+  struct Case { const char *family, *param, *value, *defaultValue; } cases[] = {
+      {"dhcp", "lease-start", "192.168.40.50", "192.168.40.128"}, {"dhcp", "max-lease-time", "9000", "7200"},
+      {"nat", "udp-timeout", "0", "60"},                          {"nat", "active-ftp", "false", "true"},
+      {"nat", "gateway", "192.168.40.9", "192.168.40.2"},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(std::string(c.family) + " " + c.param);
-    JValue p = find(Ok({"--json", c.family, "show", "3"}).Json(), c.param);
-    EXPECT_EQ(Scalar(p["value"]), c.defaultValue);
-    EXPECT_EQ(p["source"].s, "default");
+    EXPECT_EQ(shown(c.family, c.param), c.defaultValue + std::string(" (default)"));
     Ok({c.family, "set", "3", c.param, c.value});
-    p = find(Ok({"--json", c.family, "show", "3"}).Json(), c.param);
-    EXPECT_EQ(Scalar(p["value"]), c.value);
-    EXPECT_EQ(p["source"].s, "set");
+    EXPECT_EQ(shown(c.family, c.param), c.value + std::string(" (set)"));
     Ok({c.family, "unset", "3", c.param});
-    EXPECT_EQ(find(Ok({"--json", c.family, "show", "3"}).Json(), c.param)["source"].s, "default");
+    EXPECT_EQ(shown(c.family, c.param), c.defaultValue + std::string(" (default)"));
   }
 }
 
@@ -814,36 +721,35 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   Ok({"nat", "on", "2"});
   Ok({"dhcp", "lease", "add", "2", "0:50:56:c0:0:2", "192.168.2.20"});
   Ok({"dhcp", "lease", "add", "2", "00:50:56:C0:00:03", "192.168.2.30"});
-  JValue leases = Ok({"--json", "dhcp", "lease", "list", "2"}).Json()["leases"];
-  ASSERT_EQ(leases.items.size(), 2u);
-  std::map<std::string, std::string> byMac;
-  for (const auto &l : leases.items) byMac[l["mac"].s] = l["ip"].s;
-  EXPECT_EQ(byMac["00:50:56:C0:00:02"], "192.168.2.20");  // stored in standard form
+  std::map<std::string, std::string> byMac;  // in the standard form
+  JValue leases = Ok({"--json", "dhcp", "lease", "list", "2"}).Json();
+  for (const auto &l : leases["leases"].items) byMac[l["mac"].s] = l["ip"].s;
+  EXPECT_EQ(byMac, (std::map<std::string, std::string>{{"00:50:56:C0:00:02", "192.168.2.20"},
+                                                       {"00:50:56:C0:00:03", "192.168.2.30"}}));
   EXPECT_EQ(Ok({"dhcp", "lease", "get", "2", "00:50:56:c0:00:03"}).out, "192.168.2.30\n");
   Ok({"dhcp", "lease", "rm", "2", "00:50:56:c0:00:02"});
-  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "2"}).Json()["leases"].items.size(), 1u);
   EXPECT_EQ(Nexcfg({"dhcp", "lease", "get", "2", "00:50:56:c0:00:02"}).status, 1);
 
   Ok({"nat", "forward", "add", "2", "tcp", "8080", "192.168.2.20", "80", "web server"});
   Ok({"nat", "forward", "add", "2", "udp", "53", "192.168.2.20", "5353"});
-  JValue forwards = Ok({"--json", "nat", "forward", "list", "2"}).Json()["forwards"];
-  ASSERT_EQ(forwards.items.size(), 2u);
-  EXPECT_EQ(forwards[0]["protocol"].s, "tcp");  // TCP first
-  EXPECT_EQ(forwards[0]["host_port"].n, 8080);
-  EXPECT_EQ(forwards[0]["vm_ip"].s, "192.168.2.20");
-  EXPECT_EQ(forwards[0]["vm_port"].n, 80);
-  EXPECT_EQ(forwards[0]["description"].s, "web server");
-  EXPECT_EQ(forwards[1]["description"].kind, JValue::kNull);
-  JValue one = Ok({"--json", "nat", "forward", "get", "2", "udp", "53"}).Json();
-  EXPECT_EQ(one["vm_port"].n, 5353);
-  EXPECT_EQ(Ok({"--json", "nat", "forward", "list", "2", "udp"}).Json()["forwards"].items.size(), 1u);
+  auto forwards = [](const std::vector<std::string> &args) {
+    std::string listed;
+    JValue json = Ok(args).Json();
+    for (const auto &f : json["forwards"].items)
+      listed += f["protocol"].s + " " + Scalar(f["host_port"]) + " " + f["vm_ip"].s + ":" +
+                Scalar(f["vm_port"]) + " " + Scalar(f["description"]) + "\n";
+    return listed;
+  };
+  EXPECT_EQ(forwards({"--json", "nat", "forward", "list", "2"}),
+            "tcp 8080 192.168.2.20:80 web server\nudp 53 192.168.2.20:5353 null\n");  // TCP first
+  EXPECT_EQ(forwards({"--json", "nat", "forward", "list", "2", "udp"}), "udp 53 192.168.2.20:5353 null\n");
+  EXPECT_EQ(Ok({"--json", "nat", "forward", "get", "2", "udp", "53"}).Json()["vm_port"].n, 5353);
   Ok({"nat", "forward", "rm", "2", "tcp", "8080"});
   EXPECT_EQ(Nexcfg({"nat", "forward", "get", "2", "tcp", "8080"}).status, 1);
   // NAT66 prefixes: listed, and one removed while the others stay.
   Ok({"nat", "prefix", "add", "2", "fd00:1:2:3::/64", "lab"});
   Ok({"nat", "prefix", "add", "2", "fd00:1:2:4::/64"});
   Ok({"nat", "prefix", "add", "3", "fd00:3::/64"});
-  EXPECT_TRUE(Ok({"--json", "nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).Json()["present"].b);
   Ok({"nat", "prefix", "rm", "2", "fd00:1:2:4::/64"});
   JValue prefixes = Ok({"--json", "nat", "prefix", "list", "2"}).Json()["prefixes"];
   ASSERT_EQ(prefixes.items.size(), 1u);
@@ -858,63 +764,54 @@ TEST_F(CliTest, LeasesForwardsAndPrefixesRoundTrip) {
   EXPECT_EQ(DbText().find("add_nat_prefix"), std::string::npos);
 }
 
-TEST_F(CliTest, SessionConfiguresRegeneratesStartsAndStops) {
+TEST_F(CliTest, SessionConfiguresStartsFindsStopsAndDeletes) {
   CreateDb();
-  Ok({"vnet", "set", "1", "subnet", "192.168.56.0"});
-  Ok({"vnet", "set", "1", "mask", "255.255.255.0"});
+  Ok({"vnet", "set", "1", "subnet", "192.168.56.0/24"});
+  EXPECT_FALSE(Ok({"--json", "adapter", "status", "1"}).Json()["configured"].b);
   Ok({"adapter", "on", "1"});
   Ok({"dhcp", "on", "1"});
-  Ok({"dhcp", "lease", "add", "1", "00:50:56:3f:00:10", "192.168.56.10"});
+  Ok({"dhcp", "update", "1"});
   // NAT on a vnet without a subnet: the library finds it one.
   JValue nat = Ok({"--json", "nat", "on", "8"}).Json();
-  ASSERT_EQ(nat["subnet"].kind, JValue::kString);
+  EXPECT_EQ(nat["subnet"].kind, JValue::kString);
   EXPECT_EQ(nat["mask"].s, "255.255.255.0");
-  std::string guest = nat["subnet"].s.substr(0, nat["subnet"].s.size() - 1) + "128";
-  Ok({"nat", "forward", "add", "8", "tcp", "2222", guest, "22"});
-
-  // A running daemon blocks the regeneration of its file.
-  Ok({"dhcp", "update", "1"});
   Ok({"nat", "update", "8"});
-  EXPECT_NE(ReadFile("/etc/zymtra/zynet1/dhcpd/dhcpd.conf").find("192.168.56.10"), std::string::npos);
-  EXPECT_NE(ReadFile("/etc/zymtra/zynet8/nat/nat.conf").find("2222"), std::string::npos);
-  ASSERT_EQ(0, Shell("touch /tmp/l && /usr/sbin/dhcpd -t -cf /etc/zymtra/zynet1/dhcpd/dhcpd.conf "
-                     "-lf /tmp/l -pf /tmp/p >/dev/null 2>&1"));
 
-  // The stand-in netifup makes no interface; the tool gives this one the
-  // adapter's address.
+  // The stand-in netifup makes no interface; the tool gives this one (made
+  // in the sandbox's network) the adapter's address.
   ASSERT_EQ(0, Shell("ip link add zynet1 type bridge"));
   JValue started = Ok({"--json", "service", "start", "1"}).Json();
   ASSERT_EQ(started["services"].items.size(), 2u);  // the configured ones, in order
   EXPECT_EQ(started["services"][0].s, "netifup");
   EXPECT_EQ(started["services"][1].s, "dhcp");
+  EXPECT_EQ(0, Shell("ip -4 addr show zynet1 | grep -q 'inet 192.168.56.1/24'"));
+  JValue up = Ok({"--json", "adapter", "status", "1"}).Json();
+  EXPECT_TRUE(up["configured"].b && up["up"].b);
+  EXPECT_EQ(Ok({"--json", "find", "--adapter-up", "yes"}).Json()[0]["vnet"].s, "zynet1");
+  Ok({"adapter", "update", "1"});
+  Ok({"adapter", "down", "1"});
+  EXPECT_FALSE(Ok({"--json", "adapter", "status", "1"}).Json()["up"].b);
+  // An adapter whose interface is gone still has its netifup stopped.
+  Ok({"adapter", "up", "1"});
+  ASSERT_EQ(0, Shell("ip link del zynet1"));
+  Ok({"adapter", "down", "1"});
+  EXPECT_EQ(Ok({"--json", "service", "status", "1", "netifup"}).Json()[0]["status"].s, "stopped");
   Ok({"service", "start", "8", "nat"});
-  Result blocked = Nexcfg({"dhcp", "update", "1"});
-  EXPECT_EQ(blocked.status, 1);
-  EXPECT_NE(blocked.err.find("not in stopped state"), std::string::npos) << blocked.err;
-
   JValue running = Ok({"--json", "find", "--nat-running", "yes"}).Json();
   ASSERT_EQ(running.items.size(), 1u);
   EXPECT_EQ(running[0]["vnet"].s, "zynet8");
   JValue found = Ok({"--json", "find", "--all", "--subnet", "yes", "--bridge", "no"}).Json();
   ASSERT_EQ(found.items.size(), 2u);
   EXPECT_EQ(found[0]["vnet"].s, "zynet1");
-  Result refused = Nexcfg({"vnet", "delete", "8"});
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_NE(refused.err.find("NAT service is still running"), std::string::npos) << refused.err;
-
-  EXPECT_EQ(0, Shell("ip -4 addr show zynet1 | grep -q 'inet 192.168.56.1/24'"));
   Ok({"service", "stop", "1"});
   Ok({"service", "stop", "8"});
   for (const auto &s : Ok({"--json", "service", "status", "8"}).Json().items)
     EXPECT_EQ(s["status"].s, "stopped");
 
-  // Export, change, import: the exported configuration comes back.
-  Ok({"db", "export", "/tmp/saved"});
+  // The export to standard output, and the vnet deleted.
+  EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
   Ok({"vnet", "delete", "8"});
   EXPECT_EQ(Ok({"--json", "show", "8"}).Json()[0]["subnet"].kind, JValue::kNull);
-  Ok({"db", "import", "/tmp/saved"});
-  EXPECT_TRUE(Ok({"--json", "features", "8"}).Json()["config"]["nat"].b);
-  EXPECT_NE(Ok({"db", "export", "-"}).out.find("VNET_8_NAT"), std::string::npos);
 }
 
 TEST_F(CliTest, UpGoesOnPastAFailingVnetAndDownStopsWhateverRuns) {
@@ -956,14 +853,9 @@ TEST_F(CliTest, BridgesMoveHostAdapters) {
 
   Ok({"bridge", "move", "eth-test", "--to", "zynet2"});
   EXPECT_EQ(Ok({"--json", "bridge", "list"}).Json()[0]["vnet"].s, "zynet2");
-  JValue two = Ok({"--json", "show", "2"}).Json()[0];
-  ASSERT_EQ(two["bridged_adapters"].items.size(), 1u);
-  EXPECT_TRUE(two["config"]["bridge"].b);
-  Result wrongSource = Nexcfg({"bridge", "move", "eth-test", "--from", "zynet3"});
-  EXPECT_EQ(wrongSource.status, 1);
-  EXPECT_NE(wrongSource.err.find("is not bridged to specified host adapter"), std::string::npos);
-  EXPECT_EQ(Nexcfg({"bridge", "move", "eth-nope"}).status, 1);
-
+  EXPECT_EQ(Ok({"--json", "show", "2"}).Json()[0]["bridged_adapters"].items.size(), 1u);
+  EXPECT_TRUE(Has(Nexcfg({"bridge", "move", "eth-test", "--from", "zynet3"}).err,
+                  "is not bridged to specified host adapter"));
   Ok({"bridge", "default", "set", "none"});
   EXPECT_EQ(Ok({"--json", "bridge", "default"}).Json()["vnet"].kind, JValue::kNull);
   Ok({"bridge", "move", "eth-test"});  // to the default bridge: none
@@ -971,74 +863,10 @@ TEST_F(CliTest, BridgesMoveHostAdapters) {
   (void)Shell("ip link del eth-test");
 }
 
-TEST_F(CliTest, HostOnlyAdapterComesUpAndGoesDown) {
-  CreateDb();
-  Ok({"vnet", "set", "6", "subnet", "10.6.0.0"});
-  Ok({"vnet", "set", "6", "mask", "255.255.255.0"});
-  JValue none = Ok({"--json", "adapter", "status", "6"}).Json();
-  EXPECT_FALSE(none["configured"].b);
-  Ok({"adapter", "on", "6"});
-  // No interface zynet6 on the host: bringing it up fails, and the netifup
-  // daemon started for it is stopped again.
-  Result missing = Nexcfg({"adapter", "up", "6"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("Failed to enable hostonly adapter on vnet: zynet6"), std::string::npos)
-      << missing.err;
-  EXPECT_EQ(Ok({"--json", "service", "status", "6", "netifup"}).Json()[0]["status"].s, "stopped");
-
-  // An interface of that name (made in the sandbox's network) comes up with
-  // the vnet's address.
-  ASSERT_EQ(0, Shell("ip link add zynet6 type bridge"));
-  Ok({"adapter", "up", "6"});
-  JValue up = Ok({"--json", "adapter", "status", "6"}).Json();
-  EXPECT_TRUE(up["configured"].b);
-  EXPECT_TRUE(up["up"].b);
-  EXPECT_EQ(0, Shell("ip -4 addr show zynet6 | grep -q 'inet 10.6.0.1/24'"));
-  EXPECT_TRUE(Ok({"--json", "features", "6"}).Json()["runtime"]["adapter_up"].b);
-  EXPECT_EQ(Ok({"--json", "find", "--adapter-up", "yes"}).Json()[0]["vnet"].s, "zynet6");
-  Ok({"adapter", "update", "6"});
-  Ok({"adapter", "down", "6"});
-  EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["up"].b);
-  // An adapter whose interface is gone still has its netifup stopped.
-  Ok({"adapter", "up", "6"});
-  ASSERT_EQ(0, Shell("ip link del zynet6"));
-  Ok({"adapter", "down", "6"});
-  EXPECT_EQ(Ok({"--json", "service", "status", "6", "netifup"}).Json()[0]["status"].s, "stopped");
-  Ok({"adapter", "off", "6", "--cleanup"});
-  EXPECT_FALSE(Ok({"--json", "adapter", "status", "6"}).Json()["configured"].b);
-}
-
-TEST_F(CliTest, SwitchingOffWithCleanupRemovesDerivedSettings) {
-  CreateDb();
-  Ok({"vnet", "set", "7", "subnet", "10.7.0.0/24"});
-  Ok({"dhcp", "on", "7"});
-  Ok({"dhcp", "set", "7", "dns", "10.7.0.53"});
-  Ok({"dhcp", "lease", "add", "7", "00:50:56:00:00:07", "10.7.0.7"});
-  Ok({"nat", "on", "7"});
-  Ok({"nat", "forward", "add", "7", "tcp", "2207", "10.7.0.7", "22"});
-  // Off without clean-up keeps the settings; on again finds them.
-  Ok({"dhcp", "off", "7"});
-  Ok({"dhcp", "on", "7"});
-  EXPECT_EQ(Ok({"--json", "dhcp", "lease", "list", "7"}).Json()["leases"].items.size(), 1u);
-  Ok({"dhcp", "off", "7", "--cleanup"});
-  Ok({"nat", "off", "7", "--cleanup"});
-  JValue dhcp = Ok({"--json", "dhcp", "show", "7"}).Json();
-  EXPECT_FALSE(dhcp["enabled"].b);
-  EXPECT_TRUE(dhcp["leases"].items.empty());
-  for (const auto &p : dhcp["parameters"].items) EXPECT_NE(p["source"].s, "set") << p["name"].s;
-  JValue nat = Ok({"--json", "nat", "show", "7"}).Json();
-  EXPECT_FALSE(nat["enabled"].b);
-  EXPECT_TRUE(nat["forwards"].items.empty());
-  // The subnet stays: it belongs to the vnet, not to the feature.
-  EXPECT_EQ(Ok({"--json", "show", "7"}).Json()[0]["subnet"].s, "10.7.0.0");
-}
-
 TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
   CreateDb();
   // The ping stand-in answers "no reply" (1) unless told otherwise.
-  JValue unused = Ok({"--json", "vnet", "unused-subnet"}).Json();
-  EXPECT_EQ(unused["mask"].s, "255.255.255.0");
-  EXPECT_EQ(unused["subnet"].s.substr(unused["subnet"].s.size() - 2), ".0");
+  EXPECT_EQ(Ok({"--json", "vnet", "unused-subnet"}).Json()["mask"].s, "255.255.255.0");
   JValue assigned = Ok({"--json", "vnet", "assign-subnet", "9"}).Json();
   ASSERT_EQ(assigned["subnet"].kind, JValue::kString);
   // A vnet with a subnet keeps it unless asked to overwrite.
@@ -1048,18 +876,10 @@ TEST_F(CliTest, SubnetChoiceFollowsThePingProgram) {
   EXPECT_FALSE(Ok({"--json", "vnet", "check-subnet", "9", "--timeout", "2"}).Json()["available"].b);
   ASSERT_EQ(PingCalls().size(), 1u);
   EXPECT_NE(PingCalls()[0].find("-t 2"), std::string::npos);
-  EXPECT_EQ(Nexcfg({"vnet", "check-subnet", "10"}).status, 1);  // no subnet to check
 }
 
-TEST_F(CliTest, DevicesAndVerboseOutput) {
+TEST_F(CliTest, VerboseOutputShowsTheCallsOwnLogLines) {
   CreateDb();
-  Ok({"device", "create", "3"});
-  struct stat st;
-  ASSERT_EQ(0, stat("/dev/zynet3", &st));
-  EXPECT_TRUE(S_ISCHR(st.st_mode));
-  Ok({"device", "delete", "3"});
-  EXPECT_FALSE(FileExists("/dev/zynet3"));
-
   // -v shows the calls' own log lines, banners and arguments included.
   Result verbose = Ok({"-v", "vnet", "set", "3", "mtu", "1400"});
   EXPECT_NE(verbose.err.find("log: "), std::string::npos);
@@ -1068,11 +888,6 @@ TEST_F(CliTest, DevicesAndVerboseOutput) {
   EXPECT_EQ(Ok({"vnet", "set", "3", "mtu", "1500"}).err, "");
   // The level raised for a call is not stored.
   EXPECT_EQ(Ok({"--json", "log", "show"}).Json()["default"]["value"].n, 0x19);
-
-  Result notConfigured = Nexcfg({"service", "start", "3", "nat"});
-  EXPECT_EQ(notConfigured.status, 1);
-  EXPECT_NE(notConfigured.err.find("service is not configured for this vnet"), std::string::npos)
-      << notConfigured.err;
 }
 
 }  // namespace

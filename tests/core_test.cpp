@@ -1,6 +1,6 @@
 // Library core: the log line format and mask, load and unload with the
-// 16-bit count, the configured log file, the log-level calls and the short
-// frame of the answer calls.
+// 16-bit count, the configured log file, the log-level calls, the database
+// lock of a public call and the short frame of the answer calls.
 #include <fnmatch.h>
 #include <gtest/gtest.h>
 
@@ -215,6 +215,27 @@ TEST_F(CoreTest, DefaultLogLevelIsCheckedAndStoredButNotApplied) {
   // The current level takes anything, unchecked, until the next first load.
   EXPECT_TRUE(NXC_SetCurrentLogLevel(0x12345));
   EXPECT_EQ(NXC_GetCurrentLogLevel(), 0x12345u);
+}
+
+TEST_F(CoreTest, ACallReleasesItsDatabaseLockBeforeItsExitBannerAndAtItsEnd) {
+  WriteDb("");
+  ASSERT_TRUE(Load());
+  ClearLog();
+  {
+    ApiCall call("NXC_X");
+    ASSERT_TRUE(call.Lock());
+    call.Exit(7);
+  }
+  const std::string log = LogText();
+  const size_t unlocked = log.find("NXCNetCfgUnlockConfig - Config file unlocking success");
+  EXPECT_LT(unlocked, log.find("Exiting API Function, NXC_X:7"));
+  EXPECT_EQ(LogCount("unlocking success"), 1);
+  {
+    ApiCall call("NXC_Y");
+    ASSERT_TRUE(call.Lock());
+  }  // a path that returned without its exit
+  ASSERT_TRUE(NXCNetCfgLockConfig(nullptr));
+  EXPECT_TRUE(NXCNetCfgUnlockConfig(nullptr));
 }
 
 TEST_F(CoreTest, AnswerCallsCheckArgumentsInTheirShortFrame) {

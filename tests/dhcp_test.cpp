@@ -348,11 +348,7 @@ TEST_F(DhcpTest, UserTextAroundAnUntouchedBlockIsKeptByteForByte) {
 }
 
 TEST_F(DhcpTest, HashComparisonLooksAtTwentyDigitsIgnoringCase) {
-  const struct {
-    const char *name;
-    std::function<std::string(std::string)> mutate;
-    bool kept;
-  } kCases[] = {
+  const struct { const char *name; std::function<std::string(std::string)> mutate; bool kept; } kCases[] = {
       {"lower case", [](std::string h) {
          for (char &ch : h) ch = static_cast<char>(tolower(ch));
          return h;
@@ -491,7 +487,7 @@ TEST_F(DhcpTest, DhcpdAcceptsSeveralMappingsAndStoredValues) {
   }
 }
 
-TEST_F(DhcpTest, BlockHashCoversTheRangeAndKeepsThePosition) {
+TEST_F(DhcpTest, BlockHashAndCopyTakeTheirByteRangesAndKeepThePosition) {
   LoadWith("");
   ASSERT_TRUE(WriteFile("/tmp/hash-input", "xxabcyy"));
   FILE *f = fopen("/tmp/hash-input", "r");
@@ -516,10 +512,8 @@ TEST_F(DhcpTest, BlockHashCoversTheRangeAndKeepsThePosition) {
     EXPECT_EQ(ftell(f), 5);
   }
   fclose(f);
-}
 
-TEST_F(DhcpTest, CopyFileDataAppendsTheRange) {
-  LoadWith("");
+  // The copy appends a range of another file.
   std::string source;
   for (int i = 0; i < 100; ++i) source += "line " + std::to_string(i) + "\n";
   ASSERT_TRUE(WriteFile("/tmp/copy-source", source));

@@ -45,7 +45,7 @@ class HostTest : public DbTest {
 
 using AddressTest = HostTest;
 
-TEST_F(AddressTest, IPv4TextAndSubnetMasks) {
+TEST_F(AddressTest, IPv4TextSubnetMasksAndMembership) {
   constexpr char kScan[] = "sscanf failed";
   struct Case { const char *text; uint32_t value; const char *log; };  // log null: valid
   const Case addresses[] = {
@@ -78,6 +78,14 @@ TEST_F(AddressTest, IPv4TextAndSubnetMasks) {
     EXPECT_EQ(NXCIsValidSubnetMask(c.text), c.log == nullptr);
     EXPECT_TRUE(!c.log || Logged("NXCIsValidSubnetMask", c.log)) << LogText();
   }
+
+  // An address belongs to a vnet by its stored subnet and mask.
+  SetAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.10.0");
+  SetAnswer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+  EXPECT_TRUE(NXCIPBelongsToSubnet(8, "192.168.10.255"));
+  EXPECT_FALSE(NXCIPBelongsToSubnet(8, "192.168.11.1"));
+  EXPECT_FALSE(NXCIPBelongsToSubnet(9, "192.168.10.1"));
+  EXPECT_TRUE(Logged("NXCIPBelongsToSubnet", "Getting subnet address failed"));
 }
 
 TEST_F(AddressTest, MACAddresses) {
@@ -156,15 +164,6 @@ TEST_F(AddressTest, NetworkIdentifiersAndVnetNames) {
   EXPECT_TRUE(NXCConvVnetNumToName(255, name));
   EXPECT_STREQ(name, "zynet255");
   EXPECT_FALSE(NXCConvVnetNumToName(256, name));
-}
-
-TEST_F(AddressTest, AddressBelongsToVnetSubnet) {
-  SetAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.10.0");
-  SetAnswer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
-  EXPECT_TRUE(NXCIPBelongsToSubnet(8, "192.168.10.255"));
-  EXPECT_FALSE(NXCIPBelongsToSubnet(8, "192.168.11.1"));
-  EXPECT_FALSE(NXCIPBelongsToSubnet(9, "192.168.10.1"));
-  EXPECT_TRUE(Logged("NXCIPBelongsToSubnet", "Getting subnet address failed"));
 }
 
 // ---- File layout and file operations ---------------------------------------

@@ -119,12 +119,7 @@ TEST_F(NatTest, SetParameterChecksEachRule) {
 // The fixed defaults and those of vnet 8 are in the golden files.
 TEST_F(NatTest, DefaultsComeFromTheVnetAndNeedRoomForTheirTerminator) {
   LoadWith("answer VNET_8_HOSTONLY_SUBNET 192.168.40.0\nanswer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
-  const struct {
-    const char *name;
-    uint32_t vnet, id;
-    size_t size;
-    const char *expected;
-  } kCases[] = {
+  const struct { const char *name; uint32_t vnet, id; size_t size; const char *expected; } kCases[] = {
       {"gateway fits exactly", 8, 13859, 13, "192.168.40.2"},
       {"gateway one byte short", 8, 13859, 12, "<fail>"},
       {"config port fits exactly", 8, 13862, 6, "33445"},
@@ -205,11 +200,7 @@ TEST_F(NatTest, RemovingTheConfigurationTakesParametersAndForwards) {
 // ---- nat.conf ----------------------------------------------------------------
 
 TEST_F(NatTest, WrittenFilesMatchTheGoldenFiles) {
-  const struct {
-    const char *name, *records;
-    std::function<void()> setUp;
-    const char *golden;
-  } kCases[] = {
+  const struct { const char *name, *records; std::function<void()> setUp; const char *golden; } kCases[] = {
       {"defaults, no adapter, no forwards", "", [] {}, "nat_basic.conf"},
       {"host adapter, stored values and forwards",
        "answer VNET_8_VIRTUAL_ADAPTER yes\n"
@@ -323,25 +314,16 @@ TEST_F(NatTest, ReaderParsesHandWrittenFilesAndGivesNothingWithoutAFile) {
   globalConfig = "/tmp/hand.conf";
 
   const struct { const char *section, *key, *expected; } kGets[] = {
-      {"host", "nbnsTimeout", "2"},
-      {"HOST", "NBNSTIMEOUT", "2"},
-      {"host", "quoted", "a b"},
-      {"host", "single", "it"},
-      {"host", "bare", "a"},
-      {"host", "escapes", "x\ty\nz\\wq"},
-      {"host", "cr", "one\rtwo"},  // a quoted value runs over a carriage return here
-      {"host", "crEscape", "one\rtwo"},
-      {"host", "empty", ""},
-      {"host", "blank", ""},
+      {"host", "nbnsTimeout", "2"},      {"HOST", "NBNSTIMEOUT", "2"}, {"host", "quoted", "a b"},
+      {"host", "single", "it"},          {"host", "bare", "a"},        {"host", "escapes", "x\ty\nz\\wq"},
+      {"host", "crEscape", "one\rtwo"},  {"host", "empty", ""},        {"host", "blank", ""},
       {"host", "unclosed", "runs to the end"},
-      {"host", "late", "9"},  // a second section of the same name is searched too
+      {"host", "cr", "one\rtwo"},  // a quoted value runs over a carriage return here
+      {"host", "late", "9"},        // a second section of the same name is searched too
       {"host", "time", "7"},
       {"host", "timeout", "11"},  // "time = 7" does not answer for "timeout"
-      {"host", "top", "<null>"},
-      {"host", "hidden", "<null>"},
-      {"hostx", "hidden", "1"},
-      {"host", "noSeparator", "<null>"},
-      {"udp", "timeout", "<null>"},
+      {"host", "top", "<null>"},         {"host", "hidden", "<null>"}, {"hostx", "hidden", "1"},
+      {"host", "noSeparator", "<null>"}, {"udp", "timeout", "<null>"},
   };
   for (const auto &c : kGets) {
     SCOPED_TRACE(std::string(c.section) + "/" + c.key);

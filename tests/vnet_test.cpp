@@ -51,11 +51,11 @@ TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
   // An absent field leaves the size alone; it is only a trace line.
   size_t size = 33;
   char buf[33];
-  NXC_SetCurrentLogLevel(NXC_LOG_INFO2);
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(NXC_LOG_INFO2));
   EXPECT_FALSE(NXCGetVnetCfgCpy(3, "OTHER", buf, &size));
   EXPECT_EQ(size, 33u);
   EXPECT_TRUE(LogHas("Unable to find host configuration entry : \"OTHER\" for Vnet: 3"));
-  NXC_SetCurrentLogLevel(0x7f & ~NXC_LOG_INFO2);
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7f & ~NXC_LOG_INFO2));
   EXPECT_FALSE(NXCGetVnetDisplayName(3, buf, sizeof buf));
   EXPECT_EQ(LogCount("Unable to find host configuration entry"), 1);
 }

@@ -85,11 +85,11 @@ extern "C" bool NXCSetBridgeMappingForMultipleAdapters(int32_t vnet,
 
 namespace {
 
-bool IsZynetAdapter(const NXC_HostAdapter &adapter) {
+[[nodiscard]] bool IsZynetAdapter(const NXC_HostAdapter &adapter) {
   return strncasecmp(adapter.mappingName, "zynet", 5) == 0;
 }
 
-bool ListHasAdapter(const NXC_HostAdapter *list, const NXC_HostAdapter &adapter) {
+[[nodiscard]] bool ListHasAdapter(const NXC_HostAdapter *list, const NXC_HostAdapter &adapter) {
   for (const NXC_HostAdapter *entry = list; entry; entry = entry->next)
     if (strncasecmp(entry->mappingName, adapter.mappingName, NXC_ADAPTER_NAME_LEN) == 0)
       return true;
@@ -104,6 +104,7 @@ void FreeAdapter(NXC_HostAdapter *adapter) {
 // Moves the host adapters that belong to vnet from hostList to the head of
 // *result, counting them in *count; frees the rest. Every adapter of hostList
 // is consumed, also on failure.
+[[nodiscard]]
 bool AddHostAdapters(int32_t vnet, NXC_HostAdapter *hostList, NXC_HostAdapter **result,
                      uint32_t *count, const char *fn) {
   while (hostList) {

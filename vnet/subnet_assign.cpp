@@ -13,14 +13,16 @@
 #include <utility>
 
 #include "base/random.h"
+#include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 #include "vnet/subnet_priv.h"
 
 namespace {
 
+using nxc::kIPTextSize;
+
 constexpr char kSubnetField[] = "HOSTONLY_SUBNET";
 constexpr char kMask24[] = "255.255.255.0";
-constexpr size_t kIPTextSize = 16;
 constexpr int kProbeAttempts = 10;
 
 // The ping program, under BINDIR.

@@ -8,14 +8,14 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 
 namespace {
 
 // Longest key, with its terminator.
 constexpr size_t kKeySize = 511;
-// Dotted IPv4 text with its terminator.
-constexpr size_t kIPTextSize = 16;
+using nxc::kIPTextSize;
 
 constexpr char kDisplayName[] = "DISPLAY_NAME";
 constexpr char kSubnet[] = "HOSTONLY_SUBNET";
@@ -30,14 +30,14 @@ constexpr char kMtu[] = "MTU";
 
 // Forms the answer key of a vnet field. A key that does not fit is refused
 // rather than cut, so a long field can never alias a shorter one.
-bool FormKey(uint32_t vnet, const char *field, char (&key)[kKeySize]) {
+[[nodiscard]] bool FormKey(uint32_t vnet, const char *field, char (&key)[kKeySize]) {
   if (!field) return false;
   int n = snprintf(key, sizeof key, "VNET_%d_%s", static_cast<int>(vnet), field);
   return n >= 1 && static_cast<size_t>(n) < sizeof key;
 }
 
 // The field getters that copy keep the needed size to themselves.
-bool CopyField(uint32_t vnet, const char *field, char *buffer, size_t size) {
+[[nodiscard]] bool CopyField(uint32_t vnet, const char *field, char *buffer, size_t size) {
   size_t local = size;
   return NXCGetVnetCfgCpy(vnet, field, buffer, &local);
 }
@@ -248,7 +248,7 @@ extern "C" bool NXCSetVnetUseAdapter(uint32_t vnet, bool use, bool removeConfig)
 namespace {
 
 // A vnet is bridged when it is the default bridge or bridges some adapter.
-bool IsBridged(uint32_t vnet, const char *fn) {
+[[nodiscard]] bool IsBridged(uint32_t vnet, const char *fn) {
   int32_t defaultBridge = -1;
   if (!NXCGetDefaultBridgeVnet(&defaultBridge))
     NXCLog(LOG_ERR, fn, "Failed to get the value of default bridge");

@@ -14,14 +14,20 @@
 
 namespace nxc::test {
 
-bool InstallStandinDaemons() {
+namespace {
+constexpr char kPingDir[] = "/run/zymtra-ping";
+}  // namespace
+
+bool InstallStandinDaemonsAndPing() {
   static const char *const kDaemons[] = {"zynet-bridge", "zynet-netifup", "zynet-dhcpd",
                                          "zynet-natd"};
   std::string standin = std::string(StandinDir()) + "/zynet-standin";
-  std::string setup = std::string("rm -rf ") + kStandinBinDir + " " + kStandinStateDir +
-                      " /run/*.pid && mkdir " + kStandinBinDir + " " + kStandinStateDir;
+  const std::string bin = kStandinBinDir, state = kStandinStateDir, ping = kPingDir;
+  std::string setup = "rm -rf " + bin + " " + state + " " + ping + " /run/*.pid && mkdir " + bin + " " +
+                      state + " " + ping + " && ln -s " + SourceDir() + "/tests/standins/zymtra-ping.sh " +
+                      bin + "/zymtra-ping";
   for (const char *name : kDaemons)
-    setup += " && ln -s " + standin + " " + kStandinBinDir + "/" + name;
+    setup += " && ln -s " + standin + " " + bin + "/" + name;
   return Shell(setup) == 0 &&
          WriteFile("/etc/zymtra/config", std::string("bindir = \"") + kStandinBinDir + "\"\n");
 }
@@ -57,21 +63,6 @@ std::vector<std::string> StandinArgv(const std::string &name) {
 
 void SetStandinMode(const std::string &name, const std::string &mode) {
   ASSERT_TRUE(WriteFile(std::string(kStandinStateDir) + "/" + name + ".mode", mode));
-}
-
-namespace {
-constexpr char kPingDir[] = "/run/zymtra-ping";
-}  // namespace
-
-bool InstallStandinPing() {
-  return Shell(std::string("rm -rf ") + kPingDir + " && mkdir -p " + kPingDir) == 0 &&
-         WriteFile("/etc/zymtra/config", std::string("bindir = \"") + StandinDir() + "\"\n");
-}
-
-bool InstallStandinDaemonsAndPing() {
-  return InstallStandinDaemons() &&
-         Shell(std::string("ln -sf ") + StandinDir() + "/zymtra-ping " + kStandinBinDir +
-               " && rm -rf " + kPingDir + " && mkdir " + kPingDir) == 0;
 }
 
 bool SetPingExitCodes(const std::string &codes) {

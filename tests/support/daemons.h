@@ -15,10 +15,12 @@
 namespace nxc::test {
 
 // Puts the stand-in daemon (standins/zynet-standin.cpp) under the four
-// daemons' names into /run/zynet-bin and names that folder as bindir in
-// /etc/zymtra/config; the stand-in keeps its records in /run/zynet-standin.
-// False when that cannot be done.
-bool InstallStandinDaemons();
+// daemons' names, and the stand-in ping program (standins/zymtra-ping.sh)
+// beside them, into /run/zynet-bin and names that folder as bindir in
+// /etc/zymtra/config. The daemon keeps its records in /run/zynet-standin,
+// the ping program in /run/zymtra-ping; both start empty. False when that
+// cannot be done.
+bool InstallStandinDaemonsAndPing();
 constexpr char kStandinBinDir[] = "/run/zynet-bin";
 constexpr char kStandinStateDir[] = "/run/zynet-standin";
 // The pid written in a pid file, or 0.
@@ -36,13 +38,6 @@ std::vector<std::string> StandinArgv(const std::string &name);
 // Makes the stand-in daemon called name behave as mode says.
 void SetStandinMode(const std::string &name, const std::string &mode);
 
-// The stand-in ping program (standins/zymtra-ping.cpp): names the stand-in
-// folder as bindir in /etc/zymtra/config and empties the ping's records.
-bool InstallStandinPing();
-// Both kinds of stand-in in one bindir: the daemons of
-// InstallStandinDaemons and the ping program beside them, with its records
-// emptied.
-bool InstallStandinDaemonsAndPing();
 // The exit codes of the next ping runs, blank-separated; the last repeats.
 bool SetPingExitCodes(const std::string &codes);
 // The recorded ping command lines, and the address each one was given after

@@ -173,9 +173,10 @@ long FileSize(const std::string &path) {
 std::string LoadedLogPath() {
   const char *configured = nullptr;
   uint32_t level = NXC_GetCurrentLogLevel();
-  NXC_SetCurrentLogLevel(0);  // a missing answer is no news
+  const bool quieted = NXC_SetCurrentLogLevel(0);  // a missing answer is no news
   bool found = NXC_VnetCfgGetAnswer("NXC_LOG_FILE", &configured) && configured;
-  NXC_SetCurrentLogLevel(level);
+  // A level that cannot be put back leaves the log quiet: nothing more to do.
+  if (quieted) (void)NXC_SetCurrentLogLevel(level);
   if (!found || strlen(configured) >= 256) return kDefaultLogPath;
   FILE *probe = fopen(configured, "ab+e");
   if (!probe) return kDefaultLogPath;
@@ -265,14 +266,12 @@ LogWatch::LogWatch(bool quiet) : path_(LogPath()), start_(FileSize(path_)) {
   if (!LibraryLoaded()) return;
   savedLevel_ = NXC_GetCurrentLogLevel();
   uint32_t wanted = Opts().verbose ? savedLevel_ | kAllLevels : quiet ? 0 : savedLevel_ | NXC_LOG_ERR;
-  if (wanted != savedLevel_) {
-    NXC_SetCurrentLogLevel(wanted);
-    changed_ = true;
-  }
+  if (wanted != savedLevel_) changed_ = NXC_SetCurrentLogLevel(wanted);
 }
 
 LogWatch::~LogWatch() {
-  if (changed_) NXC_SetCurrentLogLevel(savedLevel_);
+  // Nothing more can be done when the level cannot be put back.
+  if (changed_) (void)NXC_SetCurrentLogLevel(savedLevel_);
 }
 
 std::vector<std::string> LogWatch::Lines() const {

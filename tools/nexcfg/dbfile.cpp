@@ -15,53 +15,13 @@
 #include <sstream>
 
 #include "address.h"
+#include "base/answer_keys.h"
 #include "cli.h"
 
 namespace nexcfg {
 namespace {
 
 constexpr char kPrefixItem[] = "nat66-prefix ";
-
-// The keys an import carries over from a backup; it drops every other
-// answer.
-constexpr const char *kImportedGlobals[] = {
-    "NXC_DEFAULT_HOSTONLY_VNET", "NXC_DEFAULT_NAT_VNET", "NXC_LOG_FILE", "NXC_LOGLEVEL",
-    "NXC_DEFAULT_BRIDGE_VNET",
-};
-constexpr const char *kImportedVnetFields[] = {
-    "HOSTONLY_UUID",
-    "HOSTONLY_SUBNET",
-    "HOSTONLY_NETMASK",
-    "VIRTUAL_ADAPTER_ADDR",
-    "VIRTUAL_ADAPTER",
-    "MTU",
-    "VIRTUAL_ADAPTER_NAME",
-    "DHCP",
-    "DHCP_PARAM_LEASE_START_IP",
-    "DHCP_PARAM_LEASE_END_IP",
-    "DHCP_PARAM_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_MAX_LEASE_TIME",
-    "DHCP_PARAM_BROADCAST_ADDR",
-    "DHCP_PARAM_DNS_ADDR",
-    "DHCP_PARAM_ROUTERS",
-    "DHCP_PARAM_DOMAIN_NAME",
-    "DHCP_PARAM_SUB_DEFAULT_LEASE_TIME",
-    "DHCP_PARAM_SUB_MAX_LEASE_TIME",
-    "DHCP_CFG_HASH",
-    "NAT",
-    "NAT_PARAM_GATEWAY_IP",
-    "NAT_PARAM_INT_GATEWAY_IPSUBNETMASK",
-    "NAT_PARAM_CONFIG_PORT",
-    "NAT_PARAM_ACTIVE_FTP",
-    "NAT_PARAM_ALLOW_ANY_OUI",
-    "NAT_PARAM_DEVICE",
-    "NAT_PARAM_UDP_TIMEOUT",
-    "NAT_PARAM_NAT6",
-    "NAT_PARAM_NAT6_PREFIX",
-    "DISPLAY_NAME",
-    "INTERFACE",
-    "HOSTONLY_HOSTADDR",
-};
 
 // A vnet number 0..255 as written in a record, or -1.
 int VnetWord(const std::string &word) {
@@ -240,13 +200,15 @@ void UpgradeLegacy(Settings *s) {
 }  // namespace
 
 Settings AfterImport(const DbFile &file) {
-  static const std::set<std::string> kGlobals(std::begin(kImportedGlobals), std::end(kImportedGlobals));
-  static const std::set<std::string> kFields(std::begin(kImportedVnetFields), std::end(kImportedVnetFields));
+  // An import carries over the answers the library knows and drops the rest.
   Settings s = WithoutPrefixes(file.settings);
   for (auto &[vnet, items] : s) {
-    const auto &known = vnet < 0 ? kGlobals : kFields;
-    std::erase_if(items,
-                  [&](const auto &item) { return !IsRecord(item.first) && known.count(item.first) == 0; });
+    const bool global = vnet < 0;
+    std::erase_if(items, [global](const auto &item) {
+      const std::string &name = item.first;
+      return !IsRecord(name) && !(global ? nxc::IsOneOf(name, nxc::kKnownGlobalKeys)
+                                         : nxc::IsOneOf(name, nxc::kKnownVnetFields));
+    });
   }
   if (file.form != DbFile::Form::kBackup) UpgradeLegacy(&s);
   return s;

@@ -1,9 +1,13 @@
-// addr_util.cpp - conversions and validators for IPv4 addresses and masks,
+// address.cpp - conversions and validators for IPv4 addresses and masks,
 // MAC addresses, IPv6 prefixes, vnet names and network identifiers.
 //
 // Every layer that reads or writes an address goes through these, so what
-// they accept is what the whole library accepts. IPv4 addresses in integer
-// form are host-order words whose top byte is the first dotted component.
+// they accept is what the whole library accepts. They are pure: no state,
+// nothing read from the database; a rejection is only logged, as every
+// layer logs. IPv4 addresses in integer form are host-order words whose top
+// byte is the first dotted component.
+#include "base/address.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,7 +16,7 @@
 #include <cstddef>
 
 #include "base/str_util.h"
-#include "core/api_frame.h"
+#include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 
 static_assert(sizeof(NXC_NetID) == 28);
@@ -20,24 +24,17 @@ static_assert(offsetof(NXC_NetID, version) == 0);
 static_assert(offsetof(NXC_NetID, type) == 4);
 static_assert(offsetof(NXC_NetID, vnet) == 8);
 
+using nxc::kIPTextSize;
+using nxc::kMACTextSize;
+using nxc::kVnetNameSize;
+
 namespace {
 
-constexpr size_t kIPTextSize = 16;
-constexpr size_t kMACTextSize = 18;
-constexpr size_t kVnetNameSize = 20;
 constexpr char kVnetPrefix[] = "zynet";
 constexpr uint32_t kMaxVnet = NXC_NUM_VNETS - 1;
 constexpr uint32_t kSmallestMask = 0xFFFFFFF8u;  // a /29: 8 addresses
 constexpr long kMinPrefixBits = 32;
 constexpr long kMaxPrefixBits = 96;
-
-// Text to integer for the callers that do not check the conversion: a text
-// that does not convert (NXCIPStr2Int logs why) counts as 0.
-uint32_t IPOrZero(const char *text) {
-  uint32_t address = 0;
-  (void)NXCIPStr2Int(text, &address);
-  return address;
-}
 
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -65,6 +62,18 @@ int ScanMACOctets(const char *p, unsigned (&octets)[6]) {
 }
 
 }  // namespace
+
+namespace nxc {
+
+uint32_t IPOrZero(const char *text) noexcept {
+  uint32_t address = 0;
+  (void)NXCIPStr2Int(text, &address);
+  return address;
+}
+
+}  // namespace nxc
+
+using nxc::IPOrZero;
 
 extern "C" bool NXCIPStr2Int(const char *text, uint32_t *address) noexcept {
   static constexpr char kFn[] = "NXCIPStr2Int";
@@ -100,7 +109,7 @@ extern "C" bool NXCIsValidSubnetMask(const char *mask) noexcept {
   static constexpr char kFn[] = "NXCIsValidSubnetMask";
   uint32_t value = 0;
   if (!NXCIPStr2Int(mask, &value)) {
-    NXCLog(LOG_ERR, kFn, "Could not convert mask to integer: %s", nxc::SafeStr(mask));
+    NXCLog(LOG_ERR, kFn, "Could not convert mask to integer: %s", nxc::OrNull(mask));
     return false;
   }
   if (value == 0 || value > kSmallestMask) {
@@ -132,19 +141,6 @@ extern "C" bool NXCMACStandardizeFormat(const char *text, char *buffer) noexcept
 extern "C" bool NXCIsValidMACAddr(const char *text) noexcept {
   char scratch[kMACTextSize];
   return NXCMACStandardizeFormat(text, scratch);
-}
-
-extern "C" bool NXCIPBelongsToSubnet(uint32_t vnet, const char *address) noexcept {
-  static constexpr char kFn[] = "NXCIPBelongsToSubnet";
-  char subnet[kIPTextSize] = "";
-  char mask[kIPTextSize] = "";
-  if (!NXCGetVnetSubnetAddr(vnet, subnet, sizeof subnet) ||
-      !NXCGetVnetSubnetMask(vnet, mask, sizeof mask)) {
-    NXCLog(LOG_ERR, kFn, "Getting subnet address failed");
-    return false;
-  }
-  // The stored subnet is compared as stored, without masking it first.
-  return (IPOrZero(address) & IPOrZero(mask)) == IPOrZero(subnet);
 }
 
 extern "C" bool NXCIsValidPrefix(const char *prefix) noexcept {

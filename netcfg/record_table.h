@@ -1,0 +1,139 @@
+// record_table.h - what the record families of the database share: the
+// descriptor each family gives of itself, and the typed table that holds a
+// family's entries.
+//
+// A family is one kind of record with its "add" and "remove" keyword: the
+// answers, NAT port forwards, DHCP MAC-to-IP mappings, bridge mappings and
+// NAT prefixes. Each family's file holds its entry type, its descriptor
+// (one constexpr RecordFamily) and all of its code; the generic code finds
+// a family by keyword (the loader) or by record type (the writers), and
+// never switches on the family.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string_view>
+
+#include "base/byte_buffer.h"
+#include "base/hash_table.h"
+#include "nexcfg_internal.h"
+
+namespace nxc {
+
+struct RecordFamily {
+  // The type of the family's "add" record; its "remove" record's is the
+  // next one.
+  uint32_t addType;
+  // The first words of the two records; a line's first word matches one
+  // without regard to case.
+  std::string_view addKeyword;
+  std::string_view removeKeyword;
+  // The family's table key: a text field of the entry, or a number.
+  HashTable::Kind keyKind;
+  // Replays one record into db: type is the add or the remove type, rest
+  // the line after the keyword and its blank. Logs its own reason (at
+  // LOG_WRN) and returns false for a record it cannot take.
+  bool (*parse)(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest);
+  // Appends the record line of an entry (an add record, or a removal when
+  // !add): keyword, a blank, the fields, "\n". False, with nothing
+  // appended, when memory runs out.
+  bool (*format)(ByteBuffer *out, std::string_view keyword, bool add, const void *entry);
+  // Frees an entry and the texts it owns, logging what it frees.
+  HashTable::FreeEntryFn free;
+  // Puts a listing of the family's entries into the order in which the
+  // compact rewrite writes them; null keeps the table's own order.
+  void (*sortForRewrite)(void **entries, size_t count);
+
+  constexpr uint32_t removeType() const { return addType + 1; }
+};
+
+// The five families, each defined beside its code.
+extern const RecordFamily kAnswerRecords;        // answers.cpp
+extern const RecordFamily kPortForwardRecords;   // port_forwards.cpp
+extern const RecordFamily kDhcpMappingRecords;   // dhcp_mappings.cpp
+extern const RecordFamily kBridgeMappingRecords; // bridge_mappings.cpp
+extern const RecordFamily kNatPrefixRecords;     // nat_prefixes.cpp
+
+// The family of a record type 1..10, or null.
+const RecordFamily *FamilyOfType(uint32_t type);
+// The family one of whose keywords word is (compared without regard to
+// case, in the order of the record types), with the record's type in
+// *type; null when word is no keyword.
+const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type);
+// Appends the record line of type for an entry of its family; false, with
+// nothing appended, when memory runs out or the type is unknown.
+[[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry);
+
+// The lines an enumeration writes under its caller's name.
+struct EnumTexts {
+  const char *noTable;      // LOG_ERR: the family has no table here
+  const char *arrayFailed;  // LOG_ERR: the enumeration array cannot be built
+  const char *arrayBuilt;   // LOG_INFO2: the array was built for this call
+  const char *atEnd;        // LOG_INFO2: the index is past the last entry
+};
+
+// One family's hash table with the array that enumeration reads. The array
+// is built on the first enumeration and dropped by every change the table
+// makes, so an enumeration sees a fixed order until the table changes. A
+// zeroed table is a valid one that does not exist yet; it is created for
+// its first entry and freed by Clear.
+class RecordTableBase {
+ public:
+  [[nodiscard]] bool exists() const { return table_ != nullptr; }
+  HashTable *hash() const { return table_; }
+  size_t Count() const { return table_ ? table_->Count() : 0; }
+
+  // Creates the empty table with the family's key kind and free function
+  // (a table that exists stays); false when memory runs out.
+  [[nodiscard]] bool Create(const RecordFamily &family);
+  // Create for a per-vnet table, which says so: "Allocated hash table for
+  // zynet: %d" at LOG_INFO2 under fn when it creates it.
+  [[nodiscard]] bool CreateForVnet(const RecordFamily &family, uint32_t vnet, const char *fn);
+  // Deletes (and frees) the entry under key; false when there is none.
+  [[nodiscard]] bool Remove(HashKey key);
+  // Frees the table, its entries and its array; the table then does not
+  // exist.
+  void Clear();
+
+  // Builds the enumeration array if there is none; false when the table
+  // does not exist or memory runs out.
+  [[nodiscard]] bool BuildArray();
+  size_t ArrayCount() const { return arrayCount_; }
+
+ protected:
+  // Puts entry in under key, first deleting (and freeing) an entry already
+  // there ("Cannot delete existing entry" under fn when that fails). On
+  // failure entry is freed with the family's free function; the caller
+  // logs its own failure. The table must exist.
+  [[nodiscard]] bool PutEntry(HashKey key, void *entry, const char *fn);
+  void *ArrayEntry(size_t i) const { return array_[i]; }
+  // The entry at index of the array (built here when needed), or null
+  // after logging why with texts under fn.
+  void *EnumEntry(uint32_t index, const EnumTexts &texts, const char *fn);
+
+ private:
+  void DropArray();
+
+  HashTable *table_;
+  void **array_;
+  size_t arrayCount_;
+  bool arrayBuilt_;
+};
+
+template <class Entry>
+class RecordTable : public RecordTableBase {
+ public:
+  Entry *Find(HashKey key) const {
+    return exists() ? static_cast<Entry *>(hash()->Lookup(key)) : nullptr;
+  }
+  [[nodiscard]] bool Put(HashKey key, Entry *entry, const char *fn) {
+    return PutEntry(key, entry, fn);
+  }
+  Entry *At(size_t i) const { return static_cast<Entry *>(ArrayEntry(i)); }
+  Entry *Enum(uint32_t index, const EnumTexts &texts, const char *fn) {
+    return static_cast<Entry *>(EnumEntry(index, texts, fn));
+  }
+};
+
+}  // namespace nxc

@@ -61,6 +61,30 @@ int ScanMACOctets(const char *p, unsigned (&octets)[6]) {
   return *p == '\0' ? 6 : 7;
 }
 
+// Reads "A.B.C.D" the way a scan of "%3u.%3u.%3u.%3u" with a trailing
+// "%c" accepts it: each number may follow blanks and carry a sign, takes at
+// most three characters sign included, and nothing may follow the fourth.
+// A negative number wraps as an unsigned conversion does (and is then out
+// of range). False when the text does not have that form.
+bool ScanDottedQuad(const char *p, unsigned (&octets)[4]) {
+  for (int i = 0; i < 4; ++i) {
+    if (i > 0 && *p++ != '.') return false;
+    while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+    int width = 3;
+    bool negative = false;
+    if (*p == '+' || *p == '-') {
+      negative = *p++ == '-';
+      --width;
+    }
+    unsigned value = 0;
+    int digits = 0;
+    for (; digits < width && *p >= '0' && *p <= '9'; ++digits) value = value * 10 + unsigned(*p++ - '0');
+    if (digits == 0) return false;
+    octets[i] = negative ? 0u - value : value;
+  }
+  return *p == '\0';
+}
+
 }  // namespace
 
 namespace nxc {
@@ -77,14 +101,12 @@ using nxc::IPOrZero;
 
 extern "C" bool NXCIPStr2Int(const char *text, uint32_t *address) noexcept {
   static constexpr char kFn[] = "NXCIPStr2Int";
-  unsigned a = 0, b = 0, c = 0, d = 0;
-  char trailing = '\0';
-  // A fifth conversion means text after the last number: rejected.
-  int scanned = text ? sscanf(text, "%3u.%3u.%3u.%3u%c", &a, &b, &c, &d, &trailing) : -1;
-  if (scanned != 4) {
+  unsigned octets[4] = {};
+  if (!text || !ScanDottedQuad(text, octets)) {
     NXCLog(LOG_ERR, kFn, "sscanf failed");
     return false;
   }
+  const unsigned a = octets[0], b = octets[1], c = octets[2], d = octets[3];
   if (a > 255 || b > 255 || c > 255 || d > 255) {
     NXCLog(LOG_ERR, kFn, "Invalid values: %u, %u, %u, %u", a, b, c, d);
     return false;
@@ -132,9 +154,14 @@ extern "C" bool NXCMACStandardizeFormat(const char *text, char *buffer) noexcept
     NXCLog(LOG_ERR, kFn, "sscanf failed, scanned %d elements", scanned);
     return false;
   }
-  if (buffer)
-    (void)snprintf(buffer, kMACTextSize, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", b[0], b[1], b[2], b[3],
-                   b[4], b[5]);
+  if (buffer) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    for (int i = 0; i < 6; ++i) {
+      buffer[3 * i] = kHex[b[i] >> 4];
+      buffer[3 * i + 1] = kHex[b[i] & 0xF];
+      buffer[3 * i + 2] = i < 5 ? ':' : '\0';
+    }
+  }
   return true;
 }
 

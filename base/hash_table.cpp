@@ -10,9 +10,10 @@
 namespace nxc {
 
 // One entry: its bucket chain link and its place in the listing order.
+// Five words and no more, since a large table has one per entry: the hash
+// is computed again when the table grows rather than kept here.
 struct HashTable::Node {
   HashKey key;
-  uint32_t hash;
   void *entry;
   Node *chain;  // next node of the same bucket
   Node *prev;   // listing order
@@ -89,18 +90,12 @@ bool HashTable::KeysEqual(HashKey a, HashKey b) const noexcept {
 
 HashTable::Node *HashTable::Find(HashKey key, uint32_t hash) const noexcept {
   for (Node *node = buckets_[hash % bucketCount_]; node; node = node->chain) {
-    if (node->hash == hash && KeysEqual(node->key, key)) return node;
+    if (KeysEqual(node->key, key)) return node;
   }
   return nullptr;
 }
 
-HashTable::Node *HashTable::Unlink(HashKey key) noexcept {
-  uint32_t hash = HashOf(key);
-  Node **link = &buckets_[hash % bucketCount_];
-  while (*link && !((*link)->hash == hash && KeysEqual((*link)->key, key))) link = &(*link)->chain;
-  Node *node = *link;
-  if (!node) return nullptr;
-  *link = node->chain;
+void HashTable::UnlinkOrder(Node *node) noexcept {
   if (node->prev) {
     node->prev->next = node->next;
   } else {
@@ -111,19 +106,9 @@ HashTable::Node *HashTable::Unlink(HashKey key) noexcept {
   } else {
     last_ = node->prev;
   }
-  --count_;
-  return node;
 }
 
-HashTable::Node *HashTable::Add(HashKey key, uint32_t hash, void *entry) noexcept {
-  Node *node = static_cast<Node *>(malloc(sizeof(Node)));
-  if (!node) return nullptr;
-  node->key = key;
-  node->hash = hash;
-  node->entry = entry;
-  Node **bucket = &buckets_[hash % bucketCount_];
-  node->chain = *bucket;
-  *bucket = node;
+void HashTable::LinkOrderAtEnd(Node *node) noexcept {
   node->prev = last_;
   node->next = nullptr;
   if (last_) {
@@ -132,6 +117,28 @@ HashTable::Node *HashTable::Add(HashKey key, uint32_t hash, void *entry) noexcep
     first_ = node;
   }
   last_ = node;
+}
+
+HashTable::Node *HashTable::Unlink(HashKey key) noexcept {
+  Node **link = &buckets_[HashOf(key) % bucketCount_];
+  while (*link && !KeysEqual((*link)->key, key)) link = &(*link)->chain;
+  Node *node = *link;
+  if (!node) return nullptr;
+  *link = node->chain;
+  UnlinkOrder(node);
+  --count_;
+  return node;
+}
+
+HashTable::Node *HashTable::Add(HashKey key, uint32_t hash, void *entry) noexcept {
+  Node *node = static_cast<Node *>(malloc(sizeof(Node)));
+  if (!node) return nullptr;
+  node->key = key;
+  node->entry = entry;
+  Node **bucket = &buckets_[hash % bucketCount_];
+  node->chain = *bucket;
+  *bucket = node;
+  LinkOrderAtEnd(node);
   ++count_;
   if (count_ > kMaxLoad * bucketCount_) Grow();
   return node;
@@ -145,7 +152,7 @@ void HashTable::Grow() noexcept {
   Node **newBuckets = static_cast<Node **>(calloc(newCount, sizeof(Node *)));
   if (!newBuckets) return;
   for (Node *node = first_; node; node = node->next) {
-    Node **bucket = &newBuckets[node->hash % newCount];
+    Node **bucket = &newBuckets[HashOf(node->key) % newCount];
     node->chain = *bucket;
     *bucket = node;
   }
@@ -169,6 +176,21 @@ void *HashTable::InsertOrLookup(HashKey key, void *entry, bool *inserted) noexce
   if (!Add(key, hash, entry)) return nullptr;
   if (inserted) *inserted = true;
   return entry;
+}
+
+bool HashTable::Put(HashKey key, void *entry, bool moveToEnd, void **displaced) noexcept {
+  uint32_t hash = HashOf(key);
+  *displaced = nullptr;
+  Node *node = Find(key, hash);
+  if (!node) return Add(key, hash, entry) != nullptr;
+  *displaced = node->entry;
+  node->key = key;
+  node->entry = entry;
+  if (moveToEnd && node != last_) {
+    UnlinkOrder(node);
+    LinkOrderAtEnd(node);
+  }
+  return true;
 }
 
 bool HashTable::Delete(HashKey key) noexcept {

@@ -54,6 +54,12 @@ class HashTable {
   // *inserted says which happened. Null (nothing inserted) when memory runs
   // out.
   void *InsertOrLookup(HashKey key, void *entry, bool *inserted) noexcept;
+  // Puts entry under key with one lookup. When the key is there already,
+  // its entry is handed back in *displaced (not freed) and entry takes its
+  // place: at the end of the listing order when moveToEnd (as Delete then
+  // Insert would put it), else where the old one stood; *displaced is null
+  // for a new key. False, with nothing changed, when memory runs out.
+  [[nodiscard]] bool Put(HashKey key, void *entry, bool moveToEnd, void **displaced) noexcept;
   // Removes key and frees its entry. False when the key is absent.
   [[nodiscard]] bool Delete(HashKey key) noexcept;
   // Removes key without freeing its entry and returns the entry (null when
@@ -78,6 +84,8 @@ class HashTable {
   [[nodiscard]] bool KeysEqual(HashKey a, HashKey b) const noexcept;
   Node *Find(HashKey key, uint32_t hash) const noexcept;
   Node *Unlink(HashKey key) noexcept;
+  void UnlinkOrder(Node *node) noexcept;
+  void LinkOrderAtEnd(Node *node) noexcept;
   Node *Add(HashKey key, uint32_t hash, void *entry) noexcept;
   void Grow() noexcept;
 

@@ -34,7 +34,11 @@ NetworkConfigDictionaryEntry *FindAnswer(const char *fn, NXCNetworkConfiguration
 
 }  // namespace
 
-[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
+namespace {
+
+// NetCfgHashAddAnswer on texts that need not end in a NUL (a record line's
+// fields); each text ends at its first NUL, as a C string would.
+[[nodiscard]] bool AddAnswerTexts(HashTable **table, std::string_view key, std::string_view value) {
   static constexpr char kFn[] = "NetCfgHashAddAnswer";
   if (!*table) {
     *table = HashTable::Create(kAnswerRecords.keyKind, kAnswerBuckets, kAnswerRecords.free);
@@ -43,36 +47,36 @@ NetworkConfigDictionaryEntry *FindAnswer(const char *fn, NXCNetworkConfiguration
       return false;
     }
   }
-  auto *entry =
-      static_cast<NetworkConfigDictionaryEntry *>(calloc(1, sizeof(NetworkConfigDictionaryEntry)));
+  // The key and the value live behind the entry, in its own allocation.
+  const size_t keySize = key.size() + 1, valueSize = value.size() + 1;
+  auto *entry = static_cast<NetworkConfigDictionaryEntry *>(
+      malloc(sizeof(NetworkConfigDictionaryEntry) + keySize + valueSize));
   if (!entry) {
     int err = errno;
     NXCLog(LOG_ERR, kFn, "Failed to allocate memory for NetworkConfigDictionaryEntry, error: %s",
            strerror(err));
     return false;
   }
-  entry->key = strdup(key);
-  entry->value = strdup(value);
-  if (!entry->key || !entry->value) {
-    NXCLog(LOG_ERR, kFn, "strdup failed, possibly because of no memory");
-    kAnswerRecords.free(entry);
-    return false;
-  }
-  bool inserted = false;
-  auto *existing = static_cast<NetworkConfigDictionaryEntry *>(
-      (*table)->InsertOrLookup(StrKey(entry->key), entry, &inserted));
-  if (!existing) {
+  char *texts = reinterpret_cast<char *>(entry + 1);
+  entry->key = texts;
+  entry->value = texts + keySize;
+  entry->key[key.copy(entry->key, key.size())] = '\0';
+  entry->value[value.copy(entry->value, value.size())] = '\0';
+  // A key set again keeps its place in the listing order.
+  void *displaced = nullptr;
+  if (!(*table)->Put(StrKey(entry->key), entry, /*moveToEnd=*/false, &displaced)) {
     NXCLog(LOG_ERR, kFn, "Failed to insert entry into hash table");
-    kAnswerRecords.free(entry);
+    free(entry);
     return false;
   }
-  if (inserted) return true;
-  // The existing entry, and its key, stay; only the value moves over.
-  free(existing->value);
-  existing->value = entry->value;
-  entry->value = nullptr;
-  kAnswerRecords.free(entry);
+  free(displaced);
   return true;
+}
+
+}  // namespace
+
+[[nodiscard]] bool NetCfgHashAddAnswer(HashTable **table, const char *key, const char *value) {
+  return AddAnswerTexts(table, key, value);
 }
 
 namespace {
@@ -86,8 +90,6 @@ void NetCfgFreeEntry(void *p) {
     NXCLog(LOG_ERR, "NetCfgFreeEntry", "Invalid arguments");
     return;
   }
-  free(entry->key);
-  free(entry->value);
   free(entry);
 }
 
@@ -102,24 +104,27 @@ bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::str
     NXCLog(LOG_WRN, __func__, "Failed to extract key");
     return false;
   }
-  CPtr<char> keyText(strndup(key.data(), key.size()));
-  if (!keyText) {
-    NXCLog(LOG_WRN, __func__, "Failed to extract key");
-    return false;
-  }
   if (type == NXC_REC_ANSWER) {
     if (rest.empty()) {
       NXCLog(LOG_WRN, __func__, "Empty value for key");
       return false;
     }
-    CPtr<char> value(strndup(rest.data(), rest.size()));
-    if (!value || !NetCfgHashAddAnswer(&db->answers, keyText.get(), value.get())) {
+    if (!AddAnswerTexts(&db->answers, key, rest)) {
       NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "add to");
       return false;
     }
     return true;
   }
-  if (!db->answers->Delete(StrKey(keyText.get()))) {
+  // The key as a C string: on the stack when it fits.
+  char shortKey[256];
+  CPtr<char> longKey(key.size() < sizeof shortKey ? nullptr : strndup(key.data(), key.size()));
+  if (key.size() < sizeof shortKey) shortKey[key.copy(shortKey, key.size())] = '\0';
+  const char *keyText = longKey ? longKey.get() : shortKey;
+  if (key.size() >= sizeof shortKey && !longKey) {
+    NXCLog(LOG_WRN, __func__, "Failed to extract key");
+    return false;
+  }
+  if (!db->answers->Delete(StrKey(keyText))) {
     NXCLog(LOG_WRN, __func__, "Failed to %s hash table", "remove from");
     return false;
   }

@@ -9,6 +9,7 @@
 #include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
+// In the table both texts live in the entry's own allocation, behind it.
 struct DHCPMACToIPEntry {
   uint32_t vnet;
   char *mac;  // canonical form, the table key
@@ -36,8 +37,6 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
          static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
-  free(e->mac);
-  free(e->ip);
   free(e);
 }
 
@@ -47,21 +46,17 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
   static constexpr char kFn[] = "NetCfgHashAddDHCPMACToIP";
   RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
   bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);
-  auto *entry = static_cast<DHCPMACToIPEntry *>(calloc(1, sizeof(DHCPMACToIPEntry)));
-  if (!created || !entry) {
+  const size_t macSize = strlen(mac) + 1, ipSize = strlen(ip) + 1;
+  auto *entry = static_cast<DHCPMACToIPEntry *>(
+      created ? malloc(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
+  if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
-    free(entry);
     return false;
   }
-  *entry = {vnet, strdup(mac), strdup(ip)};
-  if (!entry->mac || !entry->ip) {
-    NXCLog(LOG_ERR, kFn, "Memory allocation failure");
-    NetCfgDHCPMACToIPFreeEntry(entry);
-    return false;
-  }
-  if (t->Find(StrKey(mac)))
-    NXCLog(LOG_INFO2, kFn, "DHCP entry already exists, deleting existing entry");
-  return t->Put(StrKey(entry->mac), entry, kFn);
+  char *texts = reinterpret_cast<char *>(entry + 1);
+  *entry = {vnet, static_cast<char *>(memcpy(texts, mac, macSize)),
+            static_cast<char *>(memcpy(texts + macSize, ip, ipSize))};
+  return t->Put(StrKey(entry->mac), entry, kFn, "DHCP entry already exists, deleting existing entry");
 }
 
 [[nodiscard]]

@@ -91,32 +91,57 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 }
 
 // Reads every record after the version line; false on a read error. Lines
-// are read whole, however long. A last line without its end is what a
-// writer that died while appending leaves: it is reported like any other
-// line that cannot be parsed.
+// are read whole, however long, in large blocks split in place. A last
+// line without its end is what a writer that died while appending leaves:
+// it is reported like any other line that cannot be parsed.
 [[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn) {
-  char *line = nullptr;
-  size_t capacity = 0;
-  ScopeGuard freeLine([&] { free(line); });
-  for (uint32_t lineNumber = firstLineNumber;; ++lineNumber) {
-    errno = 0;
-    ssize_t length = getline(&line, &capacity, reader);
-    if (length < 0) {
-      int err = errno;
-      if (!ferror(reader) && err != ENOMEM) return true;
-      NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s",
-             strerror(err ? err : EIO));
+  constexpr size_t kBlock = 256 * 1024;
+  size_t capacity = kBlock, held = 0;
+  char *block = static_cast<char *>(malloc(capacity + 1));
+  ScopeGuard freeBlock([&] { free(block); });
+  uint32_t lineNumber = firstLineNumber;
+  for (;;) {
+    if (!block) {
+      NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
       return false;
     }
-    if (line[length - 1] != '\n') {
-      NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
-             line);
-      continue;
+    size_t got = fread(block + held, 1, capacity - held, reader);
+    if (got == 0) {
+      if (ferror(reader)) {
+        int err = errno;
+        NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s",
+               strerror(err ? err : EIO));
+        return false;
+      }
+      if (held > 0) {
+        block[held] = '\0';
+        NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s",
+               lineNumber, block);
+      }
+      return true;
     }
-    line[length - 1] = '\0';
-    ParseRecordLine(db, line, lineNumber);
+    char *end = block + held + got;
+    char *line = block;
+    for (char *newline; (newline = static_cast<char *>(memchr(line, '\n', end - line)));
+         line = newline + 1, ++lineNumber) {
+      *newline = '\0';
+      ParseRecordLine(db, line, lineNumber);
+    }
+    // The unfinished line moves to the front; a line longer than the block
+    // makes it grow.
+    held = static_cast<size_t>(end - line);
+    memmove(block, line, held);
+    if (held == capacity) {
+      capacity *= 2;
+      char *grown = static_cast<char *>(realloc(block, capacity + 1));
+      if (!grown) {
+        NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
+        return false;
+      }
+      block = grown;
+    }
   }
 }
 

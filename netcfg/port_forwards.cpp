@@ -22,6 +22,7 @@ struct NATPortFwdEntry {
   uint16_t vmPort;
   char *description;  // null when there is none
 };
+// In a table both texts live in the entry's own allocation, behind it.
 
 namespace nxc {
 
@@ -70,8 +71,6 @@ void NetCfgNATPortFwdFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
          static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
-  free(e->vmIP);
-  free(e->description);
   free(e);
 }
 
@@ -80,17 +79,16 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
                              uint16_t hostPort, const char *vmIP, uint16_t vmPort,
                              const char *description) {
   static constexpr char kFn[] = "NetCfgHashAddNATPortFwd";
-  auto *entry = static_cast<NATPortFwdEntry *>(calloc(1, sizeof(NATPortFwdEntry)));
+  const size_t ipSize = strlen(vmIP) + 1, descriptionSize = description ? strlen(description) + 1 : 0;
+  auto *entry = static_cast<NATPortFwdEntry *>(malloc(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;
   }
-  *entry = {vnet, tcp, hostPort, strdup(vmIP), vmPort, description ? strdup(description) : nullptr};
-  if (!entry->vmIP || (description && !entry->description)) {
-    NXCLog(LOG_ERR, kFn, "strdup failed, possibly because of out of memory");
-    NetCfgNATPortFwdFreeEntry(entry);
-    return false;
-  }
+  char *texts = reinterpret_cast<char *>(entry + 1);
+  *entry = {vnet, tcp, hostPort, static_cast<char *>(memcpy(texts, vmIP, ipSize)), vmPort,
+            description ? static_cast<char *>(memcpy(texts + ipSize, description, descriptionSize))
+                        : nullptr};
   if (!db->portFwd[vnet]) {
     db->portFwd[vnet] =
         static_cast<NATVnetPortFwdConfig *>(calloc(1, sizeof(NATVnetPortFwdConfig)));
@@ -106,9 +104,8 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
     NetCfgNATPortFwdFreeEntry(entry);
     return false;
   }
-  if (t->Find(NumKey(hostPort)))
-    NXCLog(LOG_INFO2, kFn, "NAT port forward entry already exists, deleting existing entry");
-  if (!t->Put(NumKey(hostPort), entry, kFn)) {
+  if (!t->Put(NumKey(hostPort), entry, kFn,
+              "NAT port forward entry already exists, deleting existing entry")) {
     NXCLog(LOG_ERR, kFn, "Failed to insert NAT Port forward entry into hash table");
     return false;
   }

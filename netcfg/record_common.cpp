@@ -150,7 +150,8 @@ bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<Record
 // ---- Record tables -----------------------------------------------------------
 
 bool RecordTableBase::Create(const RecordFamily &family) {
-  constexpr uint32_t kRecordBuckets = 512;
+  // Most tables are per vnet and small; a table grows with its entries.
+  constexpr uint32_t kRecordBuckets = 16;
   if (!table_) table_ = HashTable::Create(family.keyKind, kRecordBuckets, family.free);
   return table_ != nullptr;
 }
@@ -162,17 +163,17 @@ bool RecordTableBase::CreateForVnet(const RecordFamily &family, uint32_t vnet, c
   return true;
 }
 
-bool RecordTableBase::PutEntry(HashKey key, void *entry, const char *fn) {
+bool RecordTableBase::PutEntry(HashKey key, void *entry, const char *fn, const char *replacing) {
   HashTable::FreeEntryFn freeEntry = table_->FreeFunction();
   DropArray();
-  if (table_->Lookup(key) && !table_->Delete(key)) {
-    NXCLog(LOG_ERR, fn, "Cannot delete existing entry");
+  void *displaced = nullptr;
+  if (!table_->Put(key, entry, /*moveToEnd=*/true, &displaced)) {
     freeEntry(entry);
     return false;
   }
-  if (!table_->Insert(key, entry)) {
-    freeEntry(entry);
-    return false;
+  if (displaced) {
+    if (replacing) NXCLog(LOG_INFO2, fn, "%s", replacing);
+    freeEntry(displaced);
   }
   return true;
 }

@@ -102,11 +102,12 @@ class RecordTableBase {
   size_t ArrayCount() const { return arrayCount_; }
 
  protected:
-  // Puts entry in under key, first deleting (and freeing) an entry already
-  // there ("Cannot delete existing entry" under fn when that fails). On
-  // failure entry is freed with the family's free function; the caller
-  // logs its own failure. The table must exist.
-  [[nodiscard]] bool PutEntry(HashKey key, void *entry, const char *fn);
+  // Puts entry in under key with one lookup. An entry already there is
+  // freed, after replacing (when not null) is logged at LOG_INFO2 under fn,
+  // and the new one goes to the end of the listing order. On failure entry
+  // is freed with the family's free function; the caller logs its own
+  // failure. The table must exist.
+  [[nodiscard]] bool PutEntry(HashKey key, void *entry, const char *fn, const char *replacing);
   void *ArrayEntry(size_t i) const { return array_[i]; }
   // The entry at index of the array (built here when needed), or null
   // after logging why with texts under fn.
@@ -127,8 +128,9 @@ class RecordTable : public RecordTableBase {
   Entry *Find(HashKey key) const {
     return exists() ? static_cast<Entry *>(hash()->Lookup(key)) : nullptr;
   }
-  [[nodiscard]] bool Put(HashKey key, Entry *entry, const char *fn) {
-    return PutEntry(key, entry, fn);
+  [[nodiscard]] bool Put(HashKey key, Entry *entry, const char *fn,
+                         const char *replacing = nullptr) {
+    return PutEntry(key, entry, fn, replacing);
   }
   Entry *At(size_t i) const { return static_cast<Entry *>(ArrayEntry(i)); }
   Entry *Enum(uint32_t index, const EnumTexts &texts, const char *fn) {

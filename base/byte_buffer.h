@@ -2,6 +2,9 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
+
+#include <string_view>
 
 namespace nxc {
 
@@ -15,6 +18,24 @@ class ByteBuffer {
   // Appends bytes; false (buffer unchanged) when memory runs out.
   [[nodiscard]] bool Append(const void *data, size_t size) noexcept;
   [[nodiscard]] bool AppendString(const char *text) noexcept;
+  // A number in decimal, without printf.
+  [[nodiscard]] bool AppendUnsigned(uint64_t value) noexcept;
+  // Appends the texts one after the other, all or nothing. Each is a C
+  // string, or a number in decimal when given as an unsigned integer.
+  template <class... Parts>
+  [[nodiscard]] bool AppendAll(const Parts &...parts) noexcept {
+    size_t before = size_;
+    if ((AppendPart(parts) && ...)) return true;
+    Truncate(before);
+    return false;
+  }
+  // Cuts the bytes back to the first size ones (no-op when shorter).
+  void Truncate(size_t size) noexcept {
+    if (size < size_) {
+      size_ = size;
+      data_[size_] = '\0';
+    }
+  }
   [[nodiscard]]
   bool AppendPrintf(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
@@ -28,6 +49,12 @@ class ByteBuffer {
 
  private:
   [[nodiscard]] bool Reserve(size_t extra) noexcept;
+  [[nodiscard]] bool AppendPart(const char *text) noexcept { return AppendString(text); }
+  [[nodiscard]] bool AppendPart(std::string_view text) noexcept {
+    return Append(text.data(), text.size());
+  }
+  [[nodiscard]] bool AppendPart(char c) noexcept { return Append(&c, 1); }
+  [[nodiscard]] bool AppendPart(unsigned value) noexcept { return AppendUnsigned(value); }
   char *data_ = nullptr;
   size_t size_ = 0;
   size_t capacity_ = 0;

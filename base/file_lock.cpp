@@ -15,11 +15,13 @@
 #include <time.h>
 
 #include <new>
+#include <utility>
 
 namespace nxc {
 
 struct FileLock {
   int fd;
+  bool ownsFd;  // opened for the lock, closed with it
 };
 
 namespace {
@@ -71,6 +73,42 @@ void SleepNanos(uint64_t nanos) {
 
 }  // namespace
 
+namespace {
+
+// Takes the lock on fd, polling until the deadline. True when held; else
+// *error has the errno, or 0 when the time ran out.
+[[nodiscard]] bool LockUntil(int fd, uint64_t deadline, int *error) {
+  for (;;) {
+    bool busy = false;
+    if (TryLock(fd, &busy)) return true;
+    if (!busy) {
+      *error = errno;
+      return false;
+    }
+    uint64_t now = MonotonicNanos();
+    if (now >= deadline) {
+      *error = 0;
+      return false;
+    }
+    uint64_t left = deadline - now;
+    SleepNanos(left < kPollNanos ? left : kPollNanos);
+  }
+}
+
+FileLock *NewLock(UniqueFd fd, bool ownsFd, int *error) {
+  FileLock *lock = new (std::nothrow) FileLock;
+  if (!lock) {
+    *error = ENOMEM;
+    if (!ownsFd) (void)fd.release();
+    return nullptr;  // closing an owned fd drops the lock again
+  }
+  lock->fd = fd.release();
+  lock->ownsFd = ownsFd;
+  return lock;
+}
+
+}  // namespace
+
 FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept {
   int ignored = 0;
   if (!error) error = &ignored;
@@ -79,39 +117,32 @@ FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noex
     *error = errno;
     return nullptr;
   }
-
   uint64_t deadline = MonotonicNanos() + uint64_t{timeoutMs} * 1000000u;
   for (;;) {
-    bool busy = false;
-    if (TryLock(fd.get(), &busy)) {
-      if (StillNamed(fd.get(), path)) break;
-      // Locked a file that was replaced meanwhile: lock the new one.
-      fd = OpenForLocking(path);
-      if (!fd) {
-        *error = errno;
-        return nullptr;
-      }
-      continue;
-    }
-    if (!busy) {
+    if (!LockUntil(fd.get(), deadline, error)) return nullptr;
+    if (StillNamed(fd.get(), path)) break;
+    // Locked a file that was replaced meanwhile: lock the new one.
+    fd = OpenForLocking(path);
+    if (!fd) {
       *error = errno;
       return nullptr;
     }
-    uint64_t now = MonotonicNanos();
-    if (now >= deadline) {
-      *error = 0;
-      return nullptr;
-    }
-    uint64_t left = deadline - now;
-    SleepNanos(left < kPollNanos ? left : kPollNanos);
   }
+  return NewLock(std::move(fd), /*ownsFd=*/true, error);
+}
 
-  FileLock *lock = new (std::nothrow) FileLock;
+FileLock *FileLockAcquireOn(int fd, uint32_t timeoutMs, int *error) noexcept {
+  int ignored = 0;
+  if (!error) error = &ignored;
+  uint64_t deadline = MonotonicNanos() + uint64_t{timeoutMs} * 1000000u;
+  if (!LockUntil(fd, deadline, error)) return nullptr;
+  FileLock *lock = NewLock(UniqueFd(fd), /*ownsFd=*/false, error);
   if (!lock) {
-    *error = ENOMEM;
-    return nullptr;  // closing fd drops the lock again
+    struct flock fl = {};
+    fl.l_type = F_UNLCK;
+    fl.l_whence = SEEK_SET;
+    (void)fcntl(fd, F_OFD_SETLK, &fl);
   }
-  lock->fd = fd.release();
   return lock;
 }
 
@@ -123,7 +154,7 @@ FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noex
   bool ok = fcntl(lock->fd, F_OFD_SETLK, &fl) == 0;
   int unlockError = errno;
   // Closing the last descriptor of the description drops the lock anyway.
-  (void)close(lock->fd);
+  if (lock->ownsFd) (void)close(lock->fd);
   delete lock;
   if (!ok && error) *error = unlockError;
   return ok;

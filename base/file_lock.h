@@ -19,6 +19,11 @@ struct FileLock;
 // null on failure with *error set to the errno of the failure, or 0 when the
 // time ran out.
 FileLock *FileLockAcquire(const char *path, uint32_t timeoutMs, int *error) noexcept;
+// Locks the file open on fd, a descriptor that stays the caller's (it is
+// not closed on release), retrying until timeoutMs milliseconds have
+// passed. The lock is on that file whether or not a path still names it:
+// the caller checks. Errors as FileLockAcquire.
+FileLock *FileLockAcquireOn(int fd, uint32_t timeoutMs, int *error) noexcept;
 // Unlocks and frees the lock (null is fine). False, with *error set, when
 // the unlock failed; the lock is freed either way.
 [[nodiscard]] bool FileLockRelease(FileLock *lock, int *error) noexcept;

@@ -134,9 +134,8 @@ bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::str
 [[nodiscard]]
 bool FormatAnswer(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NetworkConfigDictionaryEntry *>(entry);
-  const int length = static_cast<int>(keyword.size());
-  if (!add) return out->AppendPrintf("%.*s %s\n", length, keyword.data(), e.key);
-  return out->AppendPrintf("%.*s %s %s\n", length, keyword.data(), e.key, e.value);
+  if (!add) return out->AppendAll(keyword, ' ', e.key, '\n');
+  return out->AppendAll(keyword, ' ', e.key, ' ', e.value, '\n');
 }
 
 // By key, byte-wise.

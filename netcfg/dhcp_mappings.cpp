@@ -103,9 +103,8 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
 [[nodiscard]]
 bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
-  const int length = static_cast<int>(keyword.size());
-  if (!add) return out->AppendPrintf("%.*s %u %s\n", length, keyword.data(), e.vnet, e.mac);
-  return out->AppendPrintf("%.*s %u %s %s\n", length, keyword.data(), e.vnet, e.mac, e.ip);
+  if (!add) return out->AppendAll(keyword, ' ', e.vnet, ' ', e.mac, '\n');
+  return out->AppendAll(keyword, ' ', e.vnet, ' ', e.mac, ' ', e.ip, '\n');
 }
 
 }  // namespace

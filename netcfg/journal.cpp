@@ -75,30 +75,40 @@ off_t EndOfLastLine(int fd, off_t end, int *error) {
 [[nodiscard]]
 bool CatchUp(NXCNetworkConfigurationDB *db, off_t *end, bool *newline, int *error,
              const char *fn) {
-  struct stat open, named;
-  if (fstat(db->fd, &open) != 0) {
-    *error = errno;
-    return false;
-  }
-  if (stat(db->path, &named) == 0 && !SameFile(open, named)) {
-    // Another process rewrote the database: what this cache appends now
-    // belongs in the new file, and that file holds changes it never read.
-    int fd = ::open(db->path, O_RDWR | O_APPEND | O_CLOEXEC);
-    if (fd < 0 || fstat(fd, &open) != 0) {
+  *newline = false;
+  if (db->journal.locked) {
+    // Under the cache's own lock the path names the open file, and only
+    // this cache has appended since it looked.
+    *end = db->journal.size;
+  } else {
+    struct stat open, named;
+    if (fstat(db->fd, &open) != 0) {
       *error = errno;
-      if (fd >= 0) (void)close(fd);
       return false;
     }
-    (void)close(db->fd);
-    db->fd = fd;
-    db->journal.behind = true;
+    if (stat(db->path, &named) == 0 && !SameFile(open, named)) {
+      // Another process rewrote the database: what this cache appends now
+      // belongs in the new file, and that file holds changes it never read.
+      int fd = ::open(db->path, O_RDWR | O_APPEND | O_CLOEXEC);
+      if (fd < 0 || fstat(fd, &open) != 0) {
+        *error = errno;
+        if (fd >= 0) (void)close(fd);
+        return false;
+      }
+      (void)close(db->fd);
+      db->fd = fd;
+      db->journal.behind = true;
+      db->journal.endsLine = false;
+    }
+    db->journal.dev = open.st_dev;
+    db->journal.ino = open.st_ino;
+    *end = open.st_size;
   }
-  if (open.st_size != db->journal.known) db->journal.behind = true;
-  db->journal.dev = open.st_dev;
-  db->journal.ino = open.st_ino;
-  *end = open.st_size;
-  *newline = false;
-  if (*end == 0) return true;
+  if (*end != db->journal.known) {
+    db->journal.behind = true;
+    db->journal.endsLine = false;
+  }
+  if (*end == 0 || db->journal.endsLine) return true;
   off_t lineEnd = EndOfLastLine(db->fd, *end, error);
   if (lineEnd == -2) return false;
   if (lineEnd == *end) return true;
@@ -112,6 +122,7 @@ bool CatchUp(NXCNetworkConfigurationDB *db, off_t *end, bool *newline, int *erro
   }
   NXCLog(LOG_WRN, fn, "Removed an unfinished last line from database file: %s", db->path);
   *end = lineEnd;
+  if (db->journal.locked) db->journal.size = lineEnd;
   return true;
 }
 
@@ -149,7 +160,8 @@ void JournalMarkKnown(NXCNetworkConfigurationDB *db) {
     db->journal.behind = true;
     return;
   }
-  db->journal = {st.st_dev, st.st_ino, st.st_size, /*behind=*/false};
+  db->journal = {st.st_dev, st.st_ino, st.st_size, /*behind=*/false, /*endsLine=*/false,
+                 /*locked=*/false, 0};
 }
 
 [[nodiscard]] bool JournalInSync(NXCNetworkConfigurationDB *db) {
@@ -188,6 +200,8 @@ bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length
   } while (written < 0 && errno == EINTR);
   if (written == static_cast<ssize_t>(total) && fdatasync(db->fd) == 0) {
     db->journal.known = start + static_cast<off_t>(total);
+    db->journal.size = db->journal.known;
+    db->journal.endsLine = true;  // a change is whole lines
     return true;
   }
   // A short write means the disk filled up on the way.
@@ -197,6 +211,9 @@ bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length
     NXCLog(LOG_ERR, kFn, "Failed to cut back database file: %s, error: %s", db->path,
            strerror(err));
     db->journal.behind = true;
+    // The file's end is not known any more: look at it next time.
+    db->journal.locked = false;
+    db->journal.endsLine = false;
   }
   return false;
 }
@@ -230,18 +247,42 @@ void RemoveStaleRewrites(const char *path, const char *fn) {
   (void)closedir(dir);
 }
 
-DatabaseLockScope::DatabaseLockScope(NXCNetworkConfigurationDB *db) {
+FileLock *JournalLock(NXCNetworkConfigurationDB *db, int *error) {
+  db->journal.locked = false;
+  if (db->fd < 0 || db->readOnly) return FileLockAcquire(db->path, kLockTimeoutMs, error);
+  FileLock *lock = FileLockAcquireOn(db->fd, kLockTimeoutMs, error);
+  if (!lock) return nullptr;
+  struct stat named;
+  if (stat(db->path, &named) == 0 && named.st_dev == db->journal.dev &&
+      named.st_ino == db->journal.ino) {
+    db->journal.locked = true;
+    db->journal.size = named.st_size;
+    return lock;
+  }
+  // The path names another file now (or cannot be looked at): lock that
+  // one, and the next append follows it there.
+  int ignored = 0;
+  (void)FileLockRelease(lock, &ignored);
+  return FileLockAcquire(db->path, kLockTimeoutMs, error);
+}
+
+[[nodiscard]] bool JournalUnlock(NXCNetworkConfigurationDB *db, FileLock *lock, int *error) {
+  db->journal.locked = false;
+  return FileLockRelease(lock, error);
+}
+
+DatabaseLockScope::DatabaseLockScope(NXCNetworkConfigurationDB *db) : db_(db) {
   if (db->lock) {
     held_ = true;
     return;
   }
-  own_ = FileLockAcquire(db->path, kLockTimeoutMs, &error_);
+  own_ = JournalLock(db, &error_);
   held_ = own_ != nullptr;
 }
 
 DatabaseLockScope::~DatabaseLockScope() {
   int ignored = 0;
-  if (own_) (void)FileLockRelease(own_, &ignored);
+  if (own_) (void)JournalUnlock(db_, own_, &ignored);
 }
 
 }  // namespace nxc

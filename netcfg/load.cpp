@@ -94,9 +94,10 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 // are read whole, however long, in large blocks split in place. A last
 // line without its end is what a writer that died while appending leaves:
 // it is reported like any other line that cannot be parsed.
+// *endsLine tells whether the file was seen to end with a whole record line.
 [[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
-                 const char *fn) {
+                 const char *fn, bool *endsLine) {
   constexpr size_t kBlock = 256 * 1024;
   size_t capacity = kBlock, held = 0;
   char *block = static_cast<char *>(malloc(capacity + 1));
@@ -120,6 +121,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
         NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s",
                lineNumber, block);
       }
+      *endsLine = held == 0 && lineNumber > firstLineNumber;
       return true;
     }
     char *end = block + held + got;
@@ -168,7 +170,9 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
 }
 
 // Reads the version line and the records of the file at path into db.
-[[nodiscard]] bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn) {
+// *endsLine (optional) as ReadRecords gives it.
+[[nodiscard]] bool ReadJournal(NXCNetworkConfigurationDB *db, const char *path, const char *fn,
+                               bool *endsLine = nullptr) {
   UniqueFile reader(fopen(path, "re"));
   if (!reader) {
     int err = errno;
@@ -182,7 +186,9 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
   NXCLog(LOG_INFO2, fn, "Database file, Major version: %u, Minor version: %u", db->major,
          db->minor);
   // The version line is line 1; a legacy backup's first line is a record.
-  return ReadRecords(db, reader.get(), version == VersionLine::kLegacy ? 1 : 2, fn);
+  bool ignored = false;
+  return ReadRecords(db, reader.get(), version == VersionLine::kLegacy ? 1 : 2, fn,
+                     endsLine ? endsLine : &ignored);
 }
 
 // Steps 4 to 14 of a load into the fresh cache db; on failure the caller
@@ -215,9 +221,11 @@ bool FillCache(NXCNetworkConfigurationDB *db, const char *path, bool backup, boo
   }
   // The records are read through a buffered stream of their own; the
   // database descriptor only ever appends.
-  if (!ReadJournal(db, path, fn)) return false;
+  bool endsLine = false;
+  if (!ReadJournal(db, path, fn, &endsLine)) return false;
   // Under the lock nobody appended meanwhile: the cache holds the file.
   JournalMarkKnown(db);
+  db->journal.endsLine = endsLine && !readOnly;
   if (db->lock) {
     FileLock *lock = db->lock;
     db->lock = nullptr;

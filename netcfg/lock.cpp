@@ -18,7 +18,7 @@ extern "C" bool NXCNetCfgLockConfig(NXCNetworkConfigurationDB *cache) noexcept {
     return false;
   }
   int err = 0;
-  db->lock = FileLockAcquire(db->path, kLockTimeoutMs, &err);
+  db->lock = JournalLock(db, &err);
   if (!db->lock) {
     NXCLog(LOG_ERR, kFn, "Failed to lock config file, file: %s, error: %s", db->path,
            err ? strerror(err) : "timed out");
@@ -40,7 +40,7 @@ extern "C" bool NXCNetCfgUnlockConfig(NXCNetworkConfigurationDB *cache) noexcept
   FileLock *lock = gDefaultCache ? gDefaultCache->lock : nullptr;
   if (gDefaultCache) gDefaultCache->lock = nullptr;
   int err = 0;
-  if (lock && !FileLockRelease(lock, &err)) {
+  if (lock && !JournalUnlock(gDefaultCache, lock, &err)) {
     NXCLog(LOG_ERR, kFn, "Failed to unlock database file: %s, error: %s", gDefaultCache->path,
            strerror(err));
     return false;

@@ -50,6 +50,13 @@ struct JournalState {
   ino_t ino;
   off_t known;  // its first bytes, which the cache accounts for in order
   bool behind;  // the file holds records of others before or after known
+  // known ends a line this cache wrote: no unfinished line to look for.
+  bool endsLine;
+  // The cache holds the lock taken on its own descriptor, and the path was
+  // seen to name that file then: size is the file's size, which under the
+  // lock only this cache's appends change.
+  bool locked;
+  off_t size;
 };
 
 struct NXCNetworkConfigurationDB {
@@ -104,6 +111,16 @@ void JournalMarkKnown(NXCNetworkConfigurationDB *db);
 // Closes the cache's database file.
 void JournalClose(NXCNetworkConfigurationDB *db);
 
+// Takes the database lock for db (time-out kLockTimeoutMs): on the cache's
+// own descriptor of its file when the path still names that file, so that
+// a change costs no descriptor of its own and no second look at the file;
+// on a descriptor of the file the path names otherwise. Null with *error
+// as FileLockAcquire. Release it with JournalUnlock.
+FileLock *JournalLock(NXCNetworkConfigurationDB *db, int *error);
+// Releases a lock of JournalLock (null is fine); false with *error set
+// when the unlock failed.
+[[nodiscard]] bool JournalUnlock(NXCNetworkConfigurationDB *db, FileLock *lock, int *error);
+
 // Appends the records of one change (whole lines) to the database file in
 // a single write, under the database lock (the cache's own, or taken for
 // this append), and makes them durable (fdatasync) before returning true.
@@ -133,6 +150,7 @@ class DatabaseLockScope {
   int error() const { return error_; }  // why it could not be had; 0: timed out
 
  private:
+  NXCNetworkConfigurationDB *db_;
   FileLock *own_ = nullptr;
   bool held_ = false;
   int error_ = 0;
@@ -229,8 +247,6 @@ NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32
                                         const char *fn);
 // Copies text into an output buffer when it fits whole (length + 1 <= size).
 [[nodiscard]] bool CopyOut(const char *text, char *buffer, size_t size);
-// Appends text at the end of a stream (a rewrite's new file).
-[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error);
 
 // The text of a record of the given type for an entry of its family
 // (answer types take a NetworkConfigDictionaryEntry, and so on), malloc'd;
@@ -253,19 +269,6 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
 // Writes the same records in the same order into buffer, without a version
 // line. Returns the failure flag: false when everything was written.
 [[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
-
-// What NetCfgWriteRecordToConfig appends to: the record type, the cache the
-// record comes from and the stream of a compact rewrite's new file.
-struct RecordWriterContext {
-  uint32_t type;
-  NXCNetworkConfigurationDB *cache;
-  FILE *stream;
-  int error;  // out: the errno of a failed write
-};
-// Appends the record of entry (types 1 to 8) to the context's stream and
-// marks the cache changed. An answer keyed "BINDIR" is skipped. Returns the
-// failure flag: 0 written or skipped, 1 failed (and logged).
-int NetCfgWriteRecordToConfig(HashKey key, void *entry, void *context);
 
 // Gives an imported or merged cache the database's name and opens the
 // database file for appending to it (the merge's failure line keeps its own

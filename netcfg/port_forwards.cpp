@@ -179,13 +179,11 @@ bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::s
 [[nodiscard]]
 bool FormatForward(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NATPortFwdEntry *>(entry);
-  const int length = static_cast<int>(keyword.size());
-  if (!add)
-    return out->AppendPrintf("%.*s %u %s %u\n", length, keyword.data(), e.vnet,
-                             ProtocolName(e.tcp), e.hostPort);
-  return out->AppendPrintf("%.*s %u %s %u %s %u%s%s\n", length, keyword.data(), e.vnet,
-                           ProtocolName(e.tcp), e.hostPort, e.vmIP, e.vmPort,
-                           e.description ? " " : "", e.description ? e.description : "");
+  const unsigned hostPort = e.hostPort, vmPort = e.vmPort;
+  if (!add) return out->AppendAll(keyword, ' ', e.vnet, ' ', ProtocolName(e.tcp), ' ', hostPort, '\n');
+  return out->AppendAll(keyword, ' ', e.vnet, ' ', ProtocolName(e.tcp), ' ', hostPort, ' ', e.vmIP,
+                        ' ', vmPort, e.description ? " " : "", e.description ? e.description : "",
+                        '\n');
 }
 
 // By vnet, then host port.

@@ -61,19 +61,6 @@ char *FormatRecord(uint32_t type, const void *entry) {
   return text.Release(nullptr);
 }
 
-[[nodiscard]] bool AppendToStream(FILE *stream, const char *text, int *error) {
-  if (!stream) {
-    *error = EBADF;
-    return false;
-  }
-  if (fseek(stream, 0, SEEK_END) != 0 || fputs(text, stream) == EOF) {
-    *error = errno;
-    clearerr(stream);
-    return false;
-  }
-  return true;
-}
-
 NXCNetworkConfigurationDB *CacheForVnet(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                         const char *fn) {
   NXCNetworkConfigurationDB *db = ResolveCache(cache);

@@ -27,14 +27,6 @@ namespace {
   return !table || table->Snapshot(entries, count);
 }
 
-// Where the rewrite puts each record: a file (through
-// NetCfgWriteRecordToConfig) or a buffer (through NetCfgWriteRecord).
-struct RecordSink {
-  NXCNetworkConfigurationDB *cache;
-  FILE *stream;       // file sink
-  ByteBuffer *buffer;  // buffer sink
-};
-
 // BINDIR comes from the product configuration file at every load.
 [[nodiscard]] bool IsBindir(uint32_t type, const void *entry) {
   return type == NXC_REC_ANSWER &&
@@ -47,17 +39,11 @@ int NetCfgWriteRecord(ByteBuffer *buffer, uint32_t type, const void *entry) {
   return AppendRecord(buffer, type, entry) ? 0 : 1;
 }
 
-int WriteOne(const RecordSink &sink, uint32_t type, void *entry) {
-  if (sink.buffer) return NetCfgWriteRecord(sink.buffer, type, entry);
-  RecordWriterContext ctx = {type, sink.cache, sink.stream, 0};
-  return NetCfgWriteRecordToConfig(NumKey(0), entry, &ctx);
-}
-
 // Lists the entries of one table of the family of type, puts them in the
 // family's rewrite order and writes them; logs and fails on the first bad
 // record.
 [[nodiscard]]
-bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, size_t *written,
+bool WriteTable(ByteBuffer *sink, uint32_t type, const HashTable *table, size_t *written,
                 const char *fn) {
   void **entries = nullptr;
   size_t count = 0;
@@ -69,7 +55,7 @@ bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, s
   const RecordFamily &family = *FamilyOfType(type);
   if (family.sortForRewrite) family.sortForRewrite(entries, count);
   for (size_t i = 0; i < count; ++i) {
-    if (WriteOne(sink, type, entries[i]) != 0) {
+    if (NetCfgWriteRecord(sink, type, entries[i]) != 0) {
       NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
       return false;
     }
@@ -82,8 +68,7 @@ bool WriteTable(const RecordSink &sink, uint32_t type, const HashTable *table, s
 // per vnet its TCP forwards, its UDP forwards and its DHCP mappings; then
 // bridge mappings, each group in its family's rewrite order. NAT prefixes
 // live only in the appended journal, so a rewrite drops them.
-[[nodiscard]] bool WriteAllRecords(const RecordSink &sink, const char *fn) {
-  NXCNetworkConfigurationDB *db = sink.cache;
+[[nodiscard]] bool WriteAllRecords(NXCNetworkConfigurationDB *db, ByteBuffer *sink, const char *fn) {
   size_t answers = 0;
   if (!WriteTable(sink, NXC_REC_ANSWER, db->answers, &answers, fn)) return false;
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file", NXC_REC_ANSWER,
@@ -205,36 +190,6 @@ void FreeCache(NXCNetworkConfigurationDB *db) {
   free(db);
 }
 
-int NetCfgWriteRecordToConfig(HashKey, void *entry, void *context) {
-  static constexpr char kFn[] = "NetCfgWriteRecordToConfig";
-  auto *ctx = static_cast<RecordWriterContext *>(context);
-  if (!ctx || !ctx->cache || !ctx->stream) {
-    NXCLog(LOG_ERR, kFn, "Invalid formatter context parameter or invalid contents");
-    return 1;
-  }
-  if (!entry) {
-    NXCLog(LOG_ERR, kFn, "Invalid configuration record data parameter");
-    return 1;
-  }
-  if (ctx->type >= NXC_REC_ADD_NAT_PREFIX || ctx->type == 0) {
-    NXCLog(LOG_ERR, kFn, "Invalid record type: %u", ctx->type);
-    return 1;
-  }
-  if (IsBindir(ctx->type, entry)) return 0;
-  CPtr<char> text(FormatRecord(ctx->type, entry));
-  if (!text) {
-    int err = errno;
-    NXCLog(LOG_ERR, kFn, "Memory allocation failure, error: %s", strerror(err));
-    return 1;
-  }
-  if (!AppendToStream(ctx->stream, text.get(), &ctx->error)) {
-    NXCLog(LOG_ERR, kFn, "Failed to write record to database file: %s", text.get());
-    return 1;
-  }
-  ctx->cache->changed = true;
-  return 0;
-}
-
 [[nodiscard]]
 bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bool backup) {
   static constexpr char kFn[] = "NetCfgWriteDatabaseFile";
@@ -243,17 +198,26 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
            path);
     return false;
   }
-  UniqueFile stream(fopen(path, "ae"));
-  if (!stream) {
+  UniqueFd fd(open(path, O_WRONLY | O_APPEND | O_CLOEXEC));
+  if (!fd) {
     int err = errno;
     NXCLog(LOG_ERR, kFn, "Failed to open database file for writing, error: %s", strerror(err));
     return false;
   }
-  RecordSink sink = {db, stream.get(), nullptr};
-  if (!WriteAllRecords(sink, kFn)) return false;
+  // Every record is formatted first and reaches the file in one write.
+  ByteBuffer records;
+  if (!WriteAllRecords(db, &records, kFn)) return false;
+  bool written = true;
+  for (size_t done = 0; written && done < records.Size();) {
+    ssize_t n = write(fd.get(), records.Data() + done, records.Size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    written = n > 0;
+    if (written) done += static_cast<size_t>(n);
+  }
+  if (records.Size() > 0) db->changed = true;
   // On stable storage before anyone renames it into place or reads it.
-  bool synced = fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
-  if (fclose(stream.release()) != 0 || !synced) {
+  bool synced = written && fsync(fd.get()) == 0;
+  if (close(fd.release()) != 0 || !synced) {
     NXCLog(LOG_ERR, kFn, "Failed to write record of type: %u to  database file",  // sic
            NXC_REC_ADD_BRIDGE_MAPPING);
     return false;
@@ -262,8 +226,7 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
 }
 
 [[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
-  RecordSink sink = {db, nullptr, buffer};
-  return !WriteAllRecords(sink, "NetCfgWriteDatabaseToBuffer");
+  return !WriteAllRecords(db, buffer, "NetCfgWriteDatabaseToBuffer");
 }
 
 }  // namespace nxc
@@ -308,7 +271,7 @@ extern "C" bool NXCNetCfgUnload(NXCNetworkConfigurationDB **cachePointer, bool w
   JournalClose(db);
   if (db->lock) {
     int err = 0;
-    (void)FileLockRelease(db->lock, &err);
+    (void)JournalUnlock(db, db->lock, &err);
     db->lock = nullptr;
   }
   bool isDefault = db == gDefaultCache;

@@ -41,16 +41,6 @@ bool ByteBuffer::Append(const void *data, size_t size) noexcept {
 
 bool ByteBuffer::AppendString(const char *text) noexcept { return Append(text, strlen(text)); }
 
-bool ByteBuffer::AppendUnsigned(uint64_t value) noexcept {
-  char digits[20];
-  size_t n = sizeof digits;
-  do {
-    digits[--n] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  return Append(digits + n, sizeof digits - n);
-}
-
 bool ByteBuffer::AppendPrintf(const char *format, ...) noexcept {
   va_list args;
   va_start(args, format);

@@ -3,6 +3,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <string_view>
 
@@ -18,27 +19,19 @@ class ByteBuffer {
   // Appends bytes; false (buffer unchanged) when memory runs out.
   [[nodiscard]] bool Append(const void *data, size_t size) noexcept;
   [[nodiscard]] bool AppendString(const char *text) noexcept;
-  // A number in decimal, without printf.
-  [[nodiscard]] bool AppendUnsigned(uint64_t value) noexcept;
-  // Appends the texts one after the other, all or nothing. Each is a C
-  // string, or a number in decimal when given as an unsigned integer.
-  template <class... Parts>
-  [[nodiscard]] bool AppendAll(const Parts &...parts) noexcept {
-    size_t before = size_;
-    if ((AppendPart(parts) && ...)) return true;
-    Truncate(before);
-    return false;
-  }
-  // Cuts the bytes back to the first size ones (no-op when shorter).
-  void Truncate(size_t size) noexcept {
-    if (size < size_) {
-      size_ = size;
-      data_[size_] = '\0';
-    }
-  }
   [[nodiscard]]
   bool AppendPrintf(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
-
+  // Appends the parts one after the other, without printf, all or
+  // nothing: C strings, string views, characters, and unsigned numbers in
+  // decimal.
+  template <class... Parts>
+  [[nodiscard]] bool AppendAll(const Parts &...parts) noexcept {
+    // Room for all of them at once: a number takes at most 10 digits.
+    if (!Reserve((PartLength(parts) + ...))) return false;
+    (PutPart(parts), ...);
+    data_[size_] = '\0';
+    return true;
+  }
   // The bytes so far, followed by a NUL (a valid empty string when empty).
   const char *Data() const noexcept;
   size_t Size() const noexcept { return size_; }
@@ -49,12 +42,26 @@ class ByteBuffer {
 
  private:
   [[nodiscard]] bool Reserve(size_t extra) noexcept;
-  [[nodiscard]] bool AppendPart(const char *text) noexcept { return AppendString(text); }
-  [[nodiscard]] bool AppendPart(std::string_view text) noexcept {
-    return Append(text.data(), text.size());
+  static size_t PartLength(const char *text) noexcept { return strlen(text); }
+  static size_t PartLength(std::string_view text) noexcept { return text.size(); }
+  static size_t PartLength(char) noexcept { return 1; }
+  static size_t PartLength(unsigned) noexcept { return 10; }
+  // Each puts its part at the end; the room is reserved.
+  void PutPart(const char *text) noexcept { PutPart(std::string_view(text)); }
+  void PutPart(std::string_view text) noexcept {
+    if (!text.empty()) memcpy(data_ + size_, text.data(), text.size());
+    size_ += text.size();
   }
-  [[nodiscard]] bool AppendPart(char c) noexcept { return Append(&c, 1); }
-  [[nodiscard]] bool AppendPart(unsigned value) noexcept { return AppendUnsigned(value); }
+  void PutPart(char c) noexcept { data_[size_++] = c; }
+  void PutPart(unsigned value) noexcept {
+    char digits[10];
+    size_t n = sizeof digits;
+    do {
+      digits[--n] = static_cast<char>('0' + value % 10);
+      value /= 10;
+    } while (value != 0);
+    PutPart(std::string_view(digits + n, sizeof digits - n));
+  }
   char *data_ = nullptr;
   size_t size_ = 0;
   size_t capacity_ = 0;

@@ -230,6 +230,20 @@ bool HashTable::Snapshot(void ***entries, size_t *count) const noexcept {
   return true;
 }
 
+void *HashTable::EntryAt(size_t index, Cursor *cursor) const noexcept {
+  if (index >= count_) return nullptr;
+  const Node *node = static_cast<const Node *>(cursor->node_);
+  size_t at = cursor->index_;
+  if (!node || at > index) {
+    node = first_;
+    at = 0;
+  }
+  for (; at < index; ++at) node = node->next;
+  cursor->node_ = node;
+  cursor->index_ = at;
+  return node->entry;
+}
+
 size_t HashTable::ForEach(VisitFn fn, void *context) const noexcept {
   size_t failures = 0;
   for (Node *node = first_; node; node = node->next) {

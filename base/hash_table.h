@@ -72,6 +72,18 @@ class HashTable {
   // array, not the entries). An empty table gives a null array and count 0.
   // False, with *entries null, when memory runs out.
   [[nodiscard]] bool Snapshot(void ***entries, size_t *count) const noexcept;
+  // A place in the listing order, for walking it by index.
+  class Cursor {
+    friend class HashTable;
+    const void *node_ = nullptr;
+    size_t index_ = 0;
+  };
+  // The entry at index in listing order, or null past the end. The walk
+  // goes on from cursor when that stands at or before index, else from the
+  // first entry, and leaves cursor at index; so reading the indexes in
+  // order costs one step each. A cursor is good until the table changes;
+  // a new one (or one reset to Cursor()) starts from the first entry.
+  void *EntryAt(size_t index, Cursor *cursor) const noexcept;
   // Calls fn on each entry in listing order; returns how many calls
   // returned non-zero. fn must not change the table.
   size_t ForEach(VisitFn fn, void *context) const noexcept;

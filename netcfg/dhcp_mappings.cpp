@@ -214,7 +214,6 @@ extern "C" bool NXCNetCfgEnumDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint3
   static constexpr char kFn[] = "NXCNetCfgEnumDHCPMACToIP";
   static constexpr EnumTexts kTexts = {
       .noTable = "List of mappings is empty",
-      .arrayFailed = "Memory allocation failure",
       .arrayBuilt = "Created array of DHCP mappings",
       .atEnd = "No mappings to enumerate",
   };

@@ -361,7 +361,6 @@ extern "C" bool NXCNetCfgEnumNATPortFwd(NXCNetworkConfigurationDB *cache, uint32
   static constexpr char kFn[] = "NXCNetCfgEnumNATPortFwd";
   static constexpr EnumTexts kTexts = {
       .noTable = "List of forwarded ports is empty",
-      .arrayFailed = "Failed to create array of forwarded ports",
       .arrayBuilt = "Created array of forwarded ports",
       .atEnd = "No ports to enumerate",
   };

@@ -194,18 +194,14 @@ void *RecordTableBase::EnumEntry(uint32_t index, const EnumTexts &texts, const c
     NXCLog(LOG_ERR, fn, "%s", texts.noTable);
     return nullptr;
   }
-  if (!arrayBuilt_) {
-    if (!BuildArray()) {
-      NXCLog(LOG_ERR, fn, "%s", texts.arrayFailed);
-      return nullptr;
-    }
+  if (!enumerating_) {
+    enumerating_ = true;
+    cursor_ = HashTable::Cursor();
     NXCLog(LOG_INFO2, fn, "%s", texts.arrayBuilt);
   }
-  if (index >= arrayCount_) {
-    NXCLog(LOG_INFO2, fn, "%s", texts.atEnd);
-    return nullptr;
-  }
-  return array_[index];
+  void *entry = table_->EntryAt(index, &cursor_);
+  if (!entry) NXCLog(LOG_INFO2, fn, "%s", texts.atEnd);
+  return entry;
 }
 
 void RecordTableBase::DropArray() {
@@ -213,6 +209,7 @@ void RecordTableBase::DropArray() {
   array_ = nullptr;
   arrayCount_ = 0;
   arrayBuilt_ = false;
+  enumerating_ = false;
 }
 
 }  // namespace nxc

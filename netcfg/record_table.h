@@ -68,14 +68,15 @@ const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type);
 // The lines an enumeration writes under its caller's name.
 struct EnumTexts {
   const char *noTable;      // LOG_ERR: the family has no table here
-  const char *arrayFailed;  // LOG_ERR: the enumeration array cannot be built
-  const char *arrayBuilt;   // LOG_INFO2: the array was built for this call
+  const char *arrayBuilt;   // LOG_INFO2: the first index read since the table changed
   const char *atEnd;        // LOG_INFO2: the index is past the last entry
 };
 
-// One family's hash table with the array that enumeration reads. The array
-// is built on the first enumeration and dropped by every change the table
-// makes, so an enumeration sees a fixed order until the table changes. A
+// One family's hash table with what enumeration reads. An enumeration sees
+// the table's listing order, fixed until the table changes; its first
+// index after a change counts as building the enumeration array (and says
+// so), and each later index is one step on from the one read before, so
+// reading an index after every removal costs no rebuild. A
 // zeroed table is a valid one that does not exist yet; it is created for
 // its first entry and freed by Clear.
 class RecordTableBase {
@@ -120,6 +121,11 @@ class RecordTableBase {
   void **array_;
   size_t arrayCount_;
   bool arrayBuilt_;
+  // Where enumeration read last: the next index costs one step. An
+  // enumeration reads the table itself, which does not change while the
+  // array stays built.
+  bool enumerating_;
+  HashTable::Cursor cursor_;
 };
 
 template <class Entry>

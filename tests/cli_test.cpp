@@ -890,5 +890,27 @@ TEST_F(CliTest, VerboseOutputShowsTheCallsOwnLogLines) {
   EXPECT_EQ(Ok({"--json", "log", "show"}).Json()["default"]["value"].n, 0x19);
 }
 
+// A change on a journal grown far past its records compacts it: every
+// record stays, the NAT66 prefixes (which the rewrite itself drops) too.
+TEST_F(CliTest, AChangeCompactsALongJournalKeepingEveryRecord) {
+  CreateDb();
+  Ok({"vnet", "set", "2", "subnet", "192.168.2.0/24"});
+  Ok({"nat", "on", "2"});
+  Ok({"dhcp", "lease", "add", "2", "00:50:56:C0:00:02", "192.168.2.20"});
+  Ok({"nat", "forward", "add", "2", "tcp", "8080", "192.168.2.20", "80", "web server"});
+  Ok({"nat", "prefix", "add", "2", "fd00:1:2:3::/64"});
+  std::string history;
+  for (int i = 0; i < 2000; ++i) history += "remove_answer SOME_KEY\nanswer SOME_KEY " + std::to_string(i) + "\n";
+  Plant(history);
+  const std::string before = Ok({"db", "export", "-"}).out;
+  ASSERT_TRUE(Has(before, "answer SOME_KEY 1999\n"));
+  Ok({"answer", "set", "SOME_KEY", "last"});
+  EXPECT_LT(DbText().size(), 4096u) << "compacted";
+  std::string expected = before;
+  expected.replace(expected.find("SOME_KEY 1999"), 13, "SOME_KEY last");
+  EXPECT_EQ(Ok({"db", "export", "-"}).out, expected);
+  EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 0);
+}
+
 }  // namespace
 }  // namespace nxc::test

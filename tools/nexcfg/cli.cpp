@@ -10,6 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "dbfile.h"
+#include "nexcfg_internal.h"
+
 namespace nexcfg {
 
 // ---- Output ----------------------------------------------------------------
@@ -227,7 +230,70 @@ constexpr Reason kReasons[] = {
 
 }  // namespace
 
-Library::Library(bool readOnly) : wasLoaded_(gLoads > 0) {
+// ---- Keeping the database short ----------------------------------------------
+
+namespace {
+
+// The journal is compacted once it is this much longer than the records it
+// holds, written compactly, and at least kSmallestJournal long: each load
+// replays the whole journal, so every change the tool appends slows every
+// later load until then.
+constexpr long kSmallestJournal = 64 * 1024;
+
+// The database's size and file, as stat gives them; size -1 when missing.
+struct DbFileId {
+  long size = -1;
+  dev_t dev = 0;
+  ino_t ino = 0;
+};
+DbFileId DatabaseFileId() {
+  struct stat st;
+  if (stat(kDatabasePath, &st) != 0) return {};
+  return {static_cast<long>(st.st_size), st.st_dev, st.st_ino};
+}
+
+// True when the journal has grown to half again the loaded cache written
+// compactly.
+bool JournalOverdue() {
+  long journal = DatabaseFileId().size;
+  if (journal < kSmallestJournal) return false;
+  char *text = nullptr;
+  size_t length = 0;
+  if (!NXCNetCfgExportConfigToBuffer(nullptr, &text, &length, false)) return false;
+  free(text);
+  return journal > static_cast<long>(length + length / 2);
+}
+
+// The last unload with a compact rewrite, and the NAT66 prefixes, which the
+// rewrite drops, appended again after it under the database lock. The
+// prefixes are read from the journal under the lock that the rewrite takes
+// over, so none added meanwhile is missed.
+void UnloadCompactingKeepingPrefixes() {
+  std::vector<std::pair<uint32_t, std::string>> prefixes;
+  bool locked = NXCNetCfgLockConfig(nullptr);
+  if (locked) {
+    DbFile file = ReadDbFile(kDatabasePath);
+    for (int vnet = 0; vnet < static_cast<int>(NXC_NUM_VNETS); ++vnet)
+      for (std::string &p : PrefixesOf(file, vnet)) prefixes.emplace_back(vnet, std::move(p));
+  }
+  DbFileId before = DatabaseFileId();
+  // Without the lock the prefixes are unknown: no rewrite then.
+  NXC_Unload2(locked ? 1 : 0);
+  DbFileId after = DatabaseFileId();
+  bool rewritten = after.size >= 0 && (after.dev != before.dev || after.ino != before.ino);
+  if (!rewritten || prefixes.empty() || !NXC_Load(0)) return;
+  if (NXCNetCfgLockConfig(nullptr)) {
+    for (const auto &[vnet, prefix] : prefixes)
+      if (!NXCNetCfgAddNATPrefix(nullptr, vnet, prefix.c_str(), nullptr, 0))
+        std::fprintf(stderr, "nexcfg: could not keep the NAT66 prefix %s of zynet%u\n", prefix.c_str(), vnet);
+    (void)NXCNetCfgUnlockConfig(nullptr);
+  }
+  NXC_Unload2(0);
+}
+
+}  // namespace
+
+Library::Library(bool readOnly) : wasLoaded_(gLoads > 0), readOnly_(readOnly) {
   LogWatch watch;
   bool loaded = NXC_Load(readOnly ? 1 : 0);
   watch.Report();
@@ -249,9 +315,12 @@ Library::~Library() {
   // Every change is in the database file already, appended by the call
   // that made it. The compact rewrite at the last unload is left to
   // --compact: it drops the NAT66 prefixes, which the library keeps only
-  // as appended records.
+  // as appended records. A journal grown far past its records is compacted
+  // all the same, with the prefixes kept.
   if (Opts().compact && !wasLoaded_)
     NXC_Unload();
+  else if (!wasLoaded_ && !readOnly_ && JournalOverdue())
+    UnloadCompactingKeepingPrefixes();
   else
     NXC_Unload2(0);
   if (!wasLoaded_) gLogPath = kDefaultLogPath;

@@ -176,6 +176,7 @@ class Library {
 
  private:
   bool wasLoaded_;
+  bool readOnly_;
 };
 bool LibraryLoaded();
 

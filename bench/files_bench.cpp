@@ -44,42 +44,36 @@ double WriteBytes(const char *path, const std::string &text) {
   });
 }
 
-void BM_DhcpdConf(benchmark::State &state) {
+// Regenerates vnet 8's file with write (which makes it the first time)
+// beside the floor writing the same bytes to floorPath.
+void Generation(benchmark::State &state, bool (*write)(uint32_t vnet), const char *path,
+                const char *floorPath) {
   if (SkipWithoutSandbox(state)) return;
   WriteFileOrDie(kDatabasePath, VnetDatabase(static_cast<size_t>(state.range(0))));
   if (!NXC_Load(0)) abort();
-  // The first run makes the file; the measured ones regenerate it.
-  if (!NXCDHCPWriteDHCPCfg(8)) abort();
-  const std::string bytes = ReadFile("/etc/zymtra/zynet8/dhcpd/dhcpd.conf");
+  if (!write(8)) abort();
+  const std::string bytes = ReadFile(path);
   Interleave(
       state,
       [&] {
         return Timed([&] {
-          if (!NXCDHCPWriteDHCPCfg(8)) abort();
+          if (!write(8)) abort();
         });
       },
-      [&] { return WriteBytes("/etc/zymtra/floor-dhcpd.conf", bytes); });
+      [&] { return WriteBytes(floorPath, bytes); });
   state.counters["bytes"] = static_cast<double>(bytes.size());
   NXC_Unload2(0);
+}
+
+void BM_DhcpdConf(benchmark::State &state) {
+  Generation(state, [](uint32_t vnet) { return NXCDHCPWriteDHCPCfg(vnet); },
+             "/etc/zymtra/zynet8/dhcpd/dhcpd.conf", "/etc/zymtra/floor-dhcpd.conf");
 }
 BENCHMARK(BM_DhcpdConf)->Arg(10000)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void BM_NatConf(benchmark::State &state) {
-  if (SkipWithoutSandbox(state)) return;
-  WriteFileOrDie(kDatabasePath, VnetDatabase(static_cast<size_t>(state.range(0))));
-  if (!NXC_Load(0)) abort();
-  if (!NXCNATUpdateFromConfig(8)) abort();
-  const std::string bytes = ReadFile("/etc/zymtra/zynet8/nat/nat.conf");
-  Interleave(
-      state,
-      [&] {
-        return Timed([&] {
-          if (!NXCNATUpdateFromConfig(8)) abort();
-        });
-      },
-      [&] { return WriteBytes("/etc/zymtra/floor-nat.conf", bytes); });
-  state.counters["bytes"] = static_cast<double>(bytes.size());
-  NXC_Unload2(0);
+  Generation(state, [](uint32_t vnet) { return NXCNATUpdateFromConfig(vnet); },
+             "/etc/zymtra/zynet8/nat/nat.conf", "/etc/zymtra/floor-nat.conf");
 }
 BENCHMARK(BM_NatConf)->Arg(10000)->UseManualTime()->Unit(benchmark::kMillisecond);
 

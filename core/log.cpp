@@ -15,12 +15,19 @@ namespace {
 constexpr uint32_t kMaxLogLevel = 0x7F;
 
 // "Mar 04 17:05:09", or "" when the time cannot be formatted in 15 chars.
+// Formatted once per second (and thread): the lines of one call share it.
 void FormatLogTime(char (&out)[16]) {
+  thread_local time_t formattedAt = -1;
+  thread_local char formatted[16];
   time_t now = time(nullptr);
-  struct tm local;
-  size_t n = 0;
-  if (localtime_r(&now, &local)) n = strftime(out, sizeof out, "%b %d %T", &local);
-  if (n == 0 || n > 15) out[0] = '\0';
+  if (now != formattedAt) {
+    struct tm local;
+    size_t n = 0;
+    if (localtime_r(&now, &local)) n = strftime(formatted, sizeof formatted, "%b %d %T", &local);
+    if (n == 0 || n > 15) formatted[0] = '\0';
+    formattedAt = now;
+  }
+  memcpy(out, formatted, sizeof out);
 }
 
 }  // namespace

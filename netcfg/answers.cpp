@@ -292,9 +292,11 @@ extern "C" bool NXCNetCfgAddAnswerString(NXCNetworkConfigurationDB *cache, const
     return false;
   }
   if (!CheckRecordText(__func__, "answer key", key, RecordText::kWord)) return false;
-  CPtr<char> field(AllocPrint("value of answer %s", key));
-  if (!CheckRecordText(__func__, field ? field.get() : "answer value", value, RecordText::kValue))
+  if (!RecordTextOk(value, RecordText::kValue)) {
+    CPtr<char> field(AllocPrint("value of answer %s", key));
+    (void)CheckRecordText(__func__, field ? field.get() : "answer value", value, RecordText::kValue);
     return false;
+  }
   return NetCfgAddAnswerStringInt(db, key, value);
 }
 

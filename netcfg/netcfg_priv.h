@@ -172,6 +172,9 @@ enum class RecordText {
 [[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength = 0);
+// CheckRecordText without a log line, for a caller that names the field
+// only when it has to.
+[[nodiscard]] bool RecordTextOk(const char *text, RecordText kind, size_t maxLength = 0);
 // True when text is an IPv4 address as the library writes them (dotted
 // decimal without blanks or leading zeros); else as CheckRecordText.
 [[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text);

@@ -12,27 +12,36 @@
 
 namespace nxc {
 
+namespace {
+
+// Why text cannot go into a record as kind says, as a format for the field
+// name and the length limit; null when it can.
+const char *RecordTextProblem(const char *text, RecordText kind, size_t maxLength) {
+  std::string_view t(text ? text : "");
+  if (t.empty() && kind != RecordText::kRestOfLine) return "Refusing %s: it is empty";
+  if (HasControlChar(t)) return "Refusing %s: it holds a line break or another control character";
+  if (kind == RecordText::kWord && t.find(' ') != std::string_view::npos)
+    return "Refusing %s: it holds a blank";
+  if (maxLength != 0 && t.size() > maxLength) return "Refusing %s: it is longer than %zu bytes";
+  return nullptr;
+}
+
+}  // namespace
+
+[[nodiscard]] bool RecordTextOk(const char *text, RecordText kind, size_t maxLength) {
+  return RecordTextProblem(text, kind, maxLength) == nullptr;
+}
+
 [[nodiscard]]
 bool CheckRecordText(const char *fn, const char *field, const char *text, RecordText kind,
                      size_t maxLength) {
-  std::string_view t(text ? text : "");
-  if (t.empty() && kind != RecordText::kRestOfLine) {
-    NXCLog(LOG_ERR, fn, "Refusing %s: it is empty", field);
-    return false;
-  }
-  if (HasControlChar(t)) {
-    NXCLog(LOG_ERR, fn, "Refusing %s: it holds a line break or another control character", field);
-    return false;
-  }
-  if (kind == RecordText::kWord && t.find(' ') != std::string_view::npos) {
-    NXCLog(LOG_ERR, fn, "Refusing %s: it holds a blank", field);
-    return false;
-  }
-  if (maxLength != 0 && t.size() > maxLength) {
-    NXCLog(LOG_ERR, fn, "Refusing %s: it is longer than %zu bytes", field, maxLength);
-    return false;
-  }
-  return true;
+  const char *problem = RecordTextProblem(text, kind, maxLength);
+  if (!problem) return true;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  NXCLog(LOG_ERR, fn, problem, field, maxLength);
+#pragma GCC diagnostic pop
+  return false;
 }
 
 [[nodiscard]] bool CheckRecordAddress(const char *fn, const char *field, const char *text) {

@@ -33,15 +33,20 @@ bool AllDigits(const std::string &word) {
 }  // namespace
 
 std::optional<uint32_t> ParseIPv4(const std::string &text) {
-  auto parts = Split(text, '.');
-  if (parts.size() != 4) return std::nullopt;
+  // Four parts of one to three digits, no leading zero, each at most 255.
   uint32_t address = 0;
-  for (const auto &part : parts) {
-    if (!AllDigits(part) || part.size() > 3 || (part.size() > 1 && part[0] == '0')) return std::nullopt;
-    int value = std::stoi(part);
-    if (value > 255) return std::nullopt;
-    address = address << 8 | static_cast<uint32_t>(value);
+  size_t at = 0;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0 && (at >= text.size() || text[at++] != '.')) return std::nullopt;
+    size_t start = at;
+    uint32_t value = 0;
+    while (at < text.size() && at - start < 4 && text[at] >= '0' && text[at] <= '9')
+      value = value * 10 + static_cast<uint32_t>(text[at++] - '0');
+    size_t digits = at - start;
+    if (digits == 0 || digits > 3 || (digits > 1 && text[start] == '0') || value > 255) return std::nullopt;
+    address = address << 8 | value;
   }
+  if (at != text.size()) return std::nullopt;
   return address;
 }
 

@@ -20,21 +20,4 @@ namespace nxc {
   return true;
 }
 
-[[nodiscard]] bool RandomBelow(uint32_t bound, uint32_t *out) noexcept {
-  if (bound == 0) {
-    errno = EINVAL;
-    return false;
-  }
-  // Values below threshold (2^32 mod bound of them) would make the low
-  // results more likely than the others, so they are drawn again.
-  uint32_t threshold = static_cast<uint32_t>(-bound) % bound;
-  for (;;) {
-    uint32_t value = 0;
-    if (!RandomBytes(&value, sizeof value)) return false;
-    if (value < threshold) continue;
-    *out = value % bound;
-    return true;
-  }
-}
-
 }  // namespace nxc

@@ -68,13 +68,6 @@ bool ParseSigned(std::string_view text, uint64_t posLimit, uint64_t negLimit, in
   return true;
 }
 
-[[nodiscard]] bool StrToInt64(std::string_view text, int64_t *out) noexcept {
-  int64_t value = 0;
-  if (!ParseSigned(text, INT64_MAX, uint64_t{1} << 63, &value)) return false;
-  *out = value;
-  return true;
-}
-
 [[nodiscard]] bool StrToUint32(std::string_view text, uint32_t *out) noexcept {
   uint64_t value = 0;
   if (!ParseMagnitude(text, UINT32_MAX, &value)) return false;

@@ -14,7 +14,6 @@ namespace nxc {
 // decimal digits or "0x"/"0X" and hexadecimal digits. No blanks, no
 // trailing text, no overflow. On failure *out is untouched.
 [[nodiscard]] bool StrToInt32(std::string_view text, int32_t *out) noexcept;
-[[nodiscard]] bool StrToInt64(std::string_view text, int64_t *out) noexcept;
 [[nodiscard]] bool StrToUint32(std::string_view text, uint32_t *out) noexcept;
 
 // True when text holds a control character (a line break, a tab, any byte

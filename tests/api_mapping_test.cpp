@@ -300,9 +300,7 @@ TEST_F(MappingTest, HostOnlyAdapterComesUpWithItsNetifupDaemon) {
 
   ASSERT_TRUE(NXC_EnableNetworkAdapter("zynet8"));
   EXPECT_EQ(NXCAdapterStatus("zynet8"), NXC_ADAPTER_STATUS_UP);
-  EXPECT_EQ(Shell("ip -o addr show zynet8 | grep -q 'inet 192.168.8.1/24 brd 192.168.8.255'"), 0);
   EXPECT_EQ(NXC_GetServiceStatus("zynet8", NXC_SERVICE_TYPE_NETIFUP), NXC_SERVICE_RUNNING);
-  EXPECT_TRUE(FileExists("/dev/zynet8"));
   EXPECT_TRUE(NXC_EnableNetworkAdapter("zynet8"));
   EXPECT_TRUE(LogHas("Adapter is already enabled"));
 

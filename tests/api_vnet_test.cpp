@@ -5,7 +5,6 @@
 // tables (assignment, probing, removing a subnet) run in a forked child,
 // which starts from empty tables and reports back through a file.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <functional>
 #include <string>
@@ -19,13 +18,6 @@ namespace nxc::test {
 namespace {
 
 using V = std::vector<std::string>;
-
-// The number after "<text>" in log, up to the end of its line; 0 when absent.
-unsigned long NumberAfter(const std::string &log, const std::string &text) {
-  size_t at = log.find(text);
-  if (at == std::string::npos) return 0;
-  return strtoul(log.c_str() + at + text.size(), nullptr, 10);
-}
 
 // True when nobody, this process included, holds the database lock.
 bool LockIsFree() { return LockFromOtherProcess(kDbPath, 0) == 0; }
@@ -232,22 +224,13 @@ TEST_F(ApiVnetTest, NatPrefixesAreStoredAndFoundByText) {
 TEST_F(ApiVnetTest, SubnetAvailabilityIsAnsweredThroughTheFlag) {
   LoadWith("answer VNET_3_HOSTONLY_SUBNET 10.3.0.0\n");
   const std::string ping = std::string(kStandinBinDir) + "/zymtra-ping -q -b ";
-  struct Case { const char *codes; bool broadcast; bool available; V calls; } const cases[] = {
-      {"1 1", true, true, {ping + "10.3.0.0 -t 2 -i 5", ping + "10.3.0.1 -t 2 -i 5"}},
-      {"0", false, false, {ping + "10.3.0.1 -t 2 -i 5"}},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(std::string(c.codes) + (c.broadcast ? " broadcast" : ""));
-    ASSERT_TRUE(SetPingExitCodes(c.codes));
-    ClearLog();
-    bool available = !c.available;
-    EXPECT_TRUE(NXC_CheckSubnetAvailability("zynet3", c.broadcast, 2, 5, &available));
-    EXPECT_EQ(available, c.available);
-    EXPECT_EQ(PingCalls(), c.calls);
-    EXPECT_TRUE(LogHas(std::string("Subnet: 10.3.0.0 on vnet: zynet3 is ") +
-                       (c.available ? "available" : "not available")));
-  }
-  bool available = true;
+  // The tool's check-subnet sees both answers; here the arguments go through.
+  ASSERT_TRUE(SetPingExitCodes("1 1"));
+  bool available = false;
+  EXPECT_TRUE(NXC_CheckSubnetAvailability("zynet3", true, 2, 5, &available));
+  EXPECT_TRUE(available);
+  EXPECT_EQ(PingCalls(), (V{ping + "10.3.0.0 -t 2 -i 5", ping + "10.3.0.1 -t 2 -i 5"}));
+  EXPECT_TRUE(LogHas("Subnet: 10.3.0.0 on vnet: zynet3 is available"));
   EXPECT_FALSE(NXC_CheckSubnetAvailability("zynet4", true, 1, 1, &available));
   EXPECT_TRUE(LogHas("NXC_CheckSubnetAvailability - Failure in getting subnet address"));
 }
@@ -337,35 +320,6 @@ TEST_F(ApiVnetTest, CallsRefuseWhileNotLoadedAndCountsWorkAnyway) {
   EXPECT_EQ(LogText(), "");
   fclose(nxcContext.logStream);
   nxcContext.logStream = nullptr;
-}
-
-TEST_F(ApiVnetTest, EachExitBannerCarriesTheLineOfItsOwnReturn) {
-  LoadWith("answer VNET_1_HOSTONLY_SUBNET 192.168.1.0\n");
-  const V source =
-      SplitLines(ReadFile(std::string(SourceDir()) + "/api/vnet_attr_api.cpp"));
-  char addr[16];
-  std::vector<unsigned long> exits;
-  for (const char *vnet : {"zynet1", "zynet2", static_cast<const char *>(nullptr)}) {
-    SCOPED_TRACE(vnet ? vnet : "null");
-    ClearLog();
-    uint32_t len = sizeof addr;
-    (void)NXC_GetVnetSubnetAddr(vnet, addr, &len);
-    const std::string log = LogText();
-    // Entry banner, argument trace, and the exit banner last.
-    const size_t args = log.find("NXC_GetVnetSubnetAddr - Arguments - v: ");
-    EXPECT_LT(log.find("Entering API Function"), args);
-    EXPECT_LT(args, log.find("Exiting API Function"));
-    EXPECT_EQ(log.find("-----------\n", log.find("Exiting API Function")) + 13, log.size());
-    const unsigned long entry = NumberAfter(log, "Entering API Function, NXC_GetVnetSubnetAddr:");
-    const unsigned long exit = NumberAfter(log, "Exiting API Function, NXC_GetVnetSubnetAddr:");
-    ASSERT_TRUE(entry > 0 && entry <= source.size() && exit > 0 && exit <= source.size());
-    EXPECT_NE(source[entry - 1].find("call.Enter(__LINE__)"), std::string::npos);
-    EXPECT_NE(source[exit - 1].find("return call.Exit(__LINE__"), std::string::npos);
-    exits.push_back(exit);
-  }
-  EXPECT_TRUE(LogHas("Arguments - v: (nil),null, ad: "));
-  EXPECT_NE(exits[0], exits[1]);
-  EXPECT_NE(exits[1], exits[2]);
 }
 
 }  // namespace

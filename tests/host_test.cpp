@@ -358,36 +358,6 @@ TEST_F(AdapterTest, ListsNamedEthernetLinksWithTheirDrivers) {
   NXCFreeHostAdapList(&head);  // an empty list is fine
 }
 
-TEST_F(AdapterTest, AdapterAddressStoredOrComputed) {
-  struct Case {
-    const char *stored, *subnet;
-    size_t size;
-    bool compute;
-    const char *address;  // null: fails
-    const char *log;
-  } cases[] = {
-      {"10.0.0.5", nullptr, 16, false, "10.0.0.5", nullptr},
-      {"10.0.0.5", "192.168.10.0", 8, true, nullptr, nullptr},  // stored but too long: no fallback
-      {nullptr, "192.168.10.0", 16, false, nullptr, nullptr},
-      {nullptr, "192.168.10.0", 13, true, "192.168.10.1", nullptr},
-      {nullptr, "192.168.10.0", 12, true, nullptr,
-       "Insufficient buffer length: 12 for adapter address"},
-      {nullptr, nullptr, 16, true, nullptr, "Getting Subnet Address failed"},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << (c.stored ? c.stored : "-") << " " << c.size);
-    (void)NXCNetCfgRemoveAnswer(nullptr, "VNET_8_VIRTUAL_ADAPTER_ADDR");
-    (void)NXCNetCfgRemoveAnswer(nullptr, "VNET_8_HOSTONLY_SUBNET");
-    if (c.stored) SetAnswer("VNET_8_VIRTUAL_ADAPTER_ADDR", c.stored);
-    if (c.subnet) SetAnswer("VNET_8_HOSTONLY_SUBNET", c.subnet);
-    ClearLog();
-    char buffer[16] = "";
-    EXPECT_EQ(NXCGetVnetVirtAdapterAddr(8, buffer, c.size, c.compute), c.address != nullptr);
-    EXPECT_TRUE(!c.address || buffer == std::string(c.address)) << buffer;
-    EXPECT_TRUE(!c.log || Logged("NXCGetVnetVirtAdapterAddr", c.log)) << LogText();
-  }
-}
-
 TEST_F(AdapterTest, StatusEnableAndDisable) {
   SetAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.10.0");
   SetAnswer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");

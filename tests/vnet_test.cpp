@@ -60,21 +60,6 @@ TEST_F(VnetModelTest, CopyNeedsRoomForTheTerminatorAndReportsTheNeededSize) {
   EXPECT_EQ(LogCount("Unable to find host configuration entry"), 1);
 }
 
-TEST_F(VnetModelTest, AdapterNameDefaultsToZynetAndTheVnetNumber) {
-  LoadWith("answer VNET_2_VIRTUAL_ADAPTER_NAME hostnet5\n");
-  struct Case { uint32_t vnet; size_t size; bool ok; const char *name; } const cases[] = {
-      {8, 20, true, "zynet8"},    {200, 20, true, "zynet200"}, {2, 9, true, "hostnet5"},
-      {2, 8, false, "untouched"},  // a stored name that does not fit fails
-      {8, 4, true, "zyn"},         // the default is cut to the buffer
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(std::to_string(c.vnet) + "/" + std::to_string(c.size));
-    char buf[20] = "untouched";
-    EXPECT_EQ(NXCGetVnetVirtAdapter(c.vnet, buf, c.size), c.ok);
-    EXPECT_STREQ(buf, c.name);
-  }
-}
-
 TEST_F(VnetModelTest, FailedCleanUpOnAFullDiskFailsDhcpAndAdapterButNatOnlyLogs) {
   WriteDb(
       "answer VNET_6_VIRTUAL_ADAPTER yes\nanswer VNET_6_VIRTUAL_ADAPTER_ADDR 10.0.6.1\n"

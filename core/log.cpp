@@ -39,8 +39,12 @@ extern "C" void NXCVLog(uint32_t level, const char *fn, const char *format,
   char when[16];
   FormatLogTime(when);
   // Write errors are ignored: logging never fails towards its caller.
-  (void)fprintf(stream, "%s ", when);
-  if (fn) (void)fprintf(stream, "%s - ", fn);
+  (void)fputs(when, stream);
+  (void)fputc(' ', stream);
+  if (fn) {
+    (void)fputs(fn, stream);
+    (void)fputs(" - ", stream);
+  }
   (void)vfprintf(stream, format, args);
   (void)fputc('\n', stream);
   (void)fflush(stream);

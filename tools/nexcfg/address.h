@@ -28,6 +28,7 @@ int MaskLength(uint32_t mask);
 struct Subnet {
   uint32_t address = 0;
   uint32_t mask = 0;
+  bool operator==(const Subnet &) const = default;
   uint32_t Network() const { return address & mask; }
   uint32_t Broadcast() const { return Network() | ~mask; }
   bool HasHostBits() const { return (address & ~mask) != 0; }

@@ -151,8 +151,8 @@ Json ProblemJson(const Problem &p) {
 }
 
 std::vector<Problem> Vet(const Config &before, const Config &after, bool force) {
-  std::vector<Problem> old = ConfigProblems(before), added;
-  for (const Problem &p : ConfigProblems(after))
+  std::vector<Problem> old, added;
+  for (const Problem &p : ChangeProblems(before, after, &old))
     if (p.error && std::find(old.begin(), old.end(), p) == old.end()) added.push_back(p);
   auto changed = [&](const Problem &p) {
     return !p.vnet.empty() && !(before.Vnet(p.vnet) == after.Vnet(p.vnet));

@@ -64,6 +64,7 @@ struct VnetConfig {
 struct Route {
   std::string interface;
   Subnet subnet;
+  bool operator==(const Route &) const = default;
 };
 
 struct Config {
@@ -99,6 +100,11 @@ struct Problem {
 
 // Every problem of the configuration, vnet by vnet.
 std::vector<Problem> ConfigProblems(const Config &config);
+// The problems of after that a change from before may have added or
+// removed, and those of before beside them (each in the order
+// ConfigProblems gives); any other problem is the same on both sides.
+std::vector<Problem> ChangeProblems(const Config &before, const Config &after,
+                                    std::vector<Problem> *beforeProblems);
 // {"vnet", "severity", "code", "message", "fix"}
 Json ProblemJson(const Problem &problem);
 

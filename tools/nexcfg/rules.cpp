@@ -2,6 +2,7 @@
 // configuration must keep, each problem named with its field, value, rule
 // and fix.
 #include <cstdlib>
+#include <set>
 
 #include "config.h"
 #include "params.h"
@@ -53,9 +54,16 @@ std::string KindProblem(const Param &param, const std::string &text) {
   return "";
 }
 
+// The vnets whose problems a check reports (all when null), and the MACs
+// whose static leases on more than one vnet it reports (all when null).
+struct Scope {
+  const std::vector<bool> *vnets = nullptr;
+  const std::set<std::string> *macs = nullptr;
+};
+
 class Checker {
  public:
-  explicit Checker(const Config &config) : config_(config) {}
+  Checker(const Config &config, Scope scope) : config_(config), scope_(scope) {}
   std::vector<Problem> Run();
 
  private:
@@ -70,13 +78,27 @@ class Checker {
   void Leases(const VnetConfig &v, const std::optional<Subnet> &s);
   void Forwards(const VnetConfig &v, const std::optional<Subnet> &s);
 
+  // Notes which vnet holds a MAC's first static lease; false when an
+  // earlier vnet (or an earlier lease of this one) has it already.
+  bool FirstLeaseOf(const Lease &l, const VnetConfig &v,
+                    std::map<std::string, std::string>::iterator *first);
+
   const Config &config_;
+  Scope scope_;
   std::vector<Problem> problems_;
   std::map<std::string, std::string> leaseVnetOfMac_;
 };
 
 std::vector<Problem> Checker::Run() {
-  for (const VnetConfig &v : config_.vnets) {
+  for (size_t n = 0; n < config_.vnets.size(); ++n) {
+    const VnetConfig &v = config_.vnets[n];
+    if (scope_.vnets && !(*scope_.vnets)[n]) {
+      // Out of scope, but its leases still come first for those in it.
+      std::map<std::string, std::string>::iterator first;
+      if (scope_.macs && !scope_.macs->empty())
+        for (const Lease &l : v.leases) (void)FirstLeaseOf(l, v, &first);
+      continue;
+    }
     Addressing(v);
     std::optional<Subnet> s = v.ValidSubnet();
     if (s) Overlaps(v, *s);
@@ -214,12 +236,20 @@ void Checker::Leases(const VnetConfig &v, const std::optional<Subnet> &s) {
       Add(v, true, "lease-duplicate-ip",
           "the static lease " + l.ip + " on " + v.name + " is given to both " + it->second + " and " + l.mac,
           "give one of them another address (nexcfg dhcp lease add " + v.name + " MAC ADDRESS)");
-    auto [first, fresh2] = leaseVnetOfMac_.emplace(l.mac, v.name);
-    if (!fresh2)
+    std::map<std::string, std::string>::iterator first;
+    if (!FirstLeaseOf(l, v, &first))
       Add(v, true, "lease-duplicate-mac",
           l.mac + " has static leases on both " + first->second + " and " + v.name,
           "keep the one of the vnet the machine is on (nexcfg dhcp lease rm VNET " + l.mac + ")");
   }
+}
+
+bool Checker::FirstLeaseOf(const Lease &l, const VnetConfig &v,
+                           std::map<std::string, std::string>::iterator *first) {
+  if (scope_.macs && !scope_.macs->contains(l.mac)) return true;
+  auto [it, fresh] = leaseVnetOfMac_.emplace(l.mac, v.name);
+  *first = it;
+  return fresh;
 }
 
 void Checker::Forwards(const VnetConfig &v, const std::optional<Subnet> &s) {
@@ -241,6 +271,39 @@ void Checker::Forwards(const VnetConfig &v, const std::optional<Subnet> &s) {
 
 }  // namespace
 
-std::vector<Problem> ConfigProblems(const Config &config) { return Checker(config).Run(); }
+std::vector<Problem> ConfigProblems(const Config &config) { return Checker(config, {}).Run(); }
+
+std::vector<Problem> ChangeProblems(const Config &before, const Config &after,
+                                    std::vector<Problem> *beforeProblems) {
+  // Only the changed vnets, those whose subnet overlaps a changed vnet's
+  // (before or after), and those sharing a MAC with a changed vnet's
+  // leases can have problems that differ; the others' are the same on
+  // both sides. Duplicate MACs are looked at only for the changed vnets'.
+  if (before.vnets.size() != after.vnets.size() || before.routes != after.routes) {
+    *beforeProblems = ConfigProblems(before);
+    return ConfigProblems(after);
+  }
+  const size_t count = before.vnets.size();
+  std::vector<bool> scope(count, false);
+  std::vector<Subnet> subnets;
+  std::set<std::string> macs;
+  for (size_t n = 0; n < count; ++n) {
+    if (before.vnets[n] == after.vnets[n]) continue;
+    scope[n] = true;
+    for (const Config *c : {&before, &after}) {
+      if (auto s = c->vnets[n].ValidSubnet()) subnets.push_back(*s);
+      for (const Lease &l : c->vnets[n].leases) macs.insert(l.mac);
+    }
+  }
+  for (size_t n = 0; n < count && !(subnets.empty() && macs.empty()); ++n) {
+    const VnetConfig &v = before.vnets[n];  // unchanged unless in scope already
+    if (scope[n]) continue;
+    auto s = v.ValidSubnet();
+    for (const Subnet &t : subnets) scope[n] = scope[n] || (s && s->Overlaps(t));
+    for (const Lease &l : v.leases) scope[n] = scope[n] || macs.contains(l.mac);
+  }
+  *beforeProblems = Checker(before, {&scope, &macs}).Run();
+  return Checker(after, {&scope, &macs}).Run();
+}
 
 }  // namespace nexcfg

@@ -76,7 +76,7 @@ Json LeaseJson(const std::string &vnet, const std::string &mac, const Json &ip) 
 int LeaseAdd(const Invocation &in) {
   std::string vnet = VnetName(in.Arg(0)), mac = MacArg(in);
   const std::string &ip = in.Arg(2);
-  Config before = ReadConfig(), after = before;
+  Config before = ReadConfig(vnet), after = before;
   auto &leases = after.Vnet(vnet).leases;
   std::erase_if(leases, [&](const Lease &l) { return l.mac == mac; });
   leases.push_back({mac, ip});

@@ -83,7 +83,7 @@ int ForwardAdd(const Invocation &in) {
             in.Has(5) ? in.Arg(5) : ""};
   if (std::string why = TextProblem(f.description, kMaxDescription); !why.empty())
     throw Error(kCodeInvalid, "the description of the forward " + why, "give one line of at most 127 bytes");
-  Config before = ReadConfig(), after = before;
+  Config before = ReadConfig(vnet), after = before;
   auto &forwards = after.Vnet(vnet).forwards;
   std::erase_if(forwards, [&](const Forward &g) { return g.tcp == f.tcp && g.hostPort == f.hostPort; });
   forwards.push_back(f);

@@ -205,7 +205,7 @@ using AttributeValues = std::vector<std::pair<const Attribute *, std::optional<s
 
 // Vets and makes the change of one or more attributes of a vnet.
 std::vector<Problem> ChangeAttributes(const std::string &vnet, const AttributeValues &changes, bool force) {
-  Config before = ReadConfig(), after = before;
+  Config before = ReadConfig(vnet), after = before;
   for (const auto &[a, value] : changes) after.Vnet(vnet).Set(a->field, value);
   auto warnings = Vet(before, after, force);
   // The bindings are captured by name: clang before 16 cannot capture them
@@ -268,7 +268,7 @@ int AssignSubnet(const Invocation &in) {
   std::string vnet = VnetName(in.Arg(0));
   std::vector<Problem> warnings;
   if (SubnetOf(vnet).empty() || in.Flag("--overwrite")) {
-    Subnet chosen = ChooseSubnet(ReadConfig());
+    Subnet chosen = ChooseSubnet(ReadConfig(vnet));
     warnings = ChangeAttributes(vnet,
                                 {{&AttributeNamed("subnet"), IPv4Text(chosen.address)},
                                  {&AttributeNamed("mask"), IPv4Text(chosen.mask)}},

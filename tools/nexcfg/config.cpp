@@ -114,7 +114,15 @@ std::vector<Forward> ReadForwards(const std::string &vnet) {
   return forwards;
 }
 
-Config ReadConfig() {
+Config ReadConfig() { return ReadConfig(""); }
+
+void ReadRecords(VnetConfig *v) {
+  v->leases = ReadLeases(v->name);
+  v->forwards = ReadForwards(v->name);
+  v->partial = false;
+}
+
+Config ReadConfig(const std::string &vnet) {
   Config config;
   config.vnets.resize(NXC_NUM_VNETS);
   std::vector<std::string> fields = RuleFields();
@@ -127,8 +135,8 @@ Config ReadConfig() {
       std::string key = "VNET_" + std::to_string(n) + "_" + field;
       if (NXC_VnetCfgGetAnswer(key.c_str(), &value) && value) v.fields[field] = value;
     }
-    v.leases = ReadLeases(v.name);
-    v.forwards = ReadForwards(v.name);
+    v.partial = true;
+    if (vnet.empty() || v.name == vnet) ReadRecords(&v);
   }
   quiet.Report();
   config.routes = HostRoutes();

@@ -48,6 +48,7 @@ struct VnetConfig {
   std::map<std::string, std::string> fields;  // stored values by field
   std::vector<Lease> leases;
   std::vector<Forward> forwards;
+  bool partial = false;  // leases and forwards not read (ReadConfig(vnet))
 
   // The stored value, or null.
   const std::string *Field(const std::string &field) const;
@@ -76,6 +77,11 @@ struct Config {
 
 // The configuration as the library has it now, and the host's routes.
 Config ReadConfig();
+// The same for a change of one vnet: the others' leases and forwards are
+// left out (partial), to be read by ReadRecords when a check needs them.
+Config ReadConfig(const std::string &vnet);
+// Reads a partial vnet's leases and forwards.
+void ReadRecords(VnetConfig *v);
 // Whether the rules read a vnet field.
 bool IsRuleField(const std::string &field);
 // A vnet's static leases, and its port forwards (TCP first), as the

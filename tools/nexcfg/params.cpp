@@ -160,7 +160,7 @@ namespace {
 int ChangeParam(const ParamFamily &family, const Invocation &in, const std::optional<std::string> &value) {
   std::string vnet = VnetName(in.Arg(0));
   const Param &p = ParamNamed(family, in.Arg(1));
-  Config before = ReadConfig(), after = before;
+  Config before = ReadConfig(vnet), after = before;
   after.Vnet(vnet).Set(p.field, value);
   auto warnings = Vet(before, after, in.Flag("--force"));
   std::string name = std::string(family.label) + " parameter " + p.name + " of " + vnet;
@@ -209,7 +209,7 @@ int FeatureSwitch(const char *label, const char *field, bool (*set)(const char *
                   const Invocation &in, bool on) {
   std::string vnet = VnetName(in.Arg(0));
   bool cleanup = in.Flag("--cleanup");
-  Config before = ReadConfig(), after = before;
+  Config before = ReadConfig(vnet), after = before;
   VnetConfig &v = after.Vnet(vnet);
   // A vnet without a subnet gets one first; the library would pick one
   // without looking at the host's routes.

@@ -1,7 +1,9 @@
 // rules.cpp - what the network would refuse: the rules every vnet's
 // configuration must keep, each problem named with its field, value, rule
 // and fix.
+#include <algorithm>
 #include <cstdlib>
+#include <ranges>
 #include <set>
 
 #include "config.h"
@@ -288,12 +290,18 @@ std::vector<Problem> ChangeProblems(const Config &before, const Config &after,
   std::vector<Subnet> subnets;
   std::set<std::string> macs;
   for (size_t n = 0; n < count; ++n) {
-    if (before.vnets[n] == after.vnets[n]) continue;
+    const VnetConfig &b = before.vnets[n], &a = after.vnets[n];
+    if (b == a) continue;
     scope[n] = true;
-    for (const Config *c : {&before, &after}) {
-      if (auto s = c->vnets[n].ValidSubnet()) subnets.push_back(*s);
-      for (const Lease &l : c->vnets[n].leases) macs.insert(l.mac);
+    if (auto s = b.ValidSubnet(), t = a.ValidSubnet(); s != t) {
+      if (s) subnets.push_back(*s);
+      if (t) subnets.push_back(*t);
     }
+    auto notIn = [](const std::vector<Lease> &leases) {
+      return [&leases](const Lease &l) { return std::find(leases.begin(), leases.end(), l) == leases.end(); };
+    };
+    for (const Lease &l : b.leases | std::views::filter(notIn(a.leases))) macs.insert(l.mac);
+    for (const Lease &l : a.leases | std::views::filter(notIn(b.leases))) macs.insert(l.mac);
   }
   for (size_t n = 0; n < count && !(subnets.empty() && macs.empty()); ++n) {
     const VnetConfig &v = before.vnets[n];  // unchanged unless in scope already
@@ -301,6 +309,20 @@ std::vector<Problem> ChangeProblems(const Config &before, const Config &after,
     auto s = v.ValidSubnet();
     for (const Subnet &t : subnets) scope[n] = scope[n] || (s && s->Overlaps(t));
     for (const Lease &l : v.leases) scope[n] = scope[n] || macs.contains(l.mac);
+  }
+  // A vnet read without its leases and forwards is the same on both sides;
+  // those the check needs are read now, and the scope found again.
+  auto needed = [&](size_t n) { return before.vnets[n].partial && (scope[n] || !macs.empty()); };
+  if (std::ranges::any_of(std::views::iota(size_t{0}, count), needed)) {
+    Config b = before, a = after;
+    for (size_t n = 0; n < count; ++n) {
+      if (!needed(n)) continue;
+      ReadRecords(&b.vnets[n]);
+      a.vnets[n].leases = b.vnets[n].leases;
+      a.vnets[n].forwards = b.vnets[n].forwards;
+      a.vnets[n].partial = false;
+    }
+    return ChangeProblems(b, a, beforeProblems);
   }
   *beforeProblems = Checker(before, {&scope, &macs}).Run();
   return Checker(after, {&scope, &macs}).Run();

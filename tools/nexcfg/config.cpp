@@ -116,27 +116,43 @@ std::vector<Forward> ReadForwards(const std::string &vnet) {
 
 Config ReadConfig() { return ReadConfig(""); }
 
+namespace {
+
+// Reads the given fields of a vnet (missing ones stay absent), under a
+// quiet LogWatch: most settings are not set.
+void ReadFields(VnetConfig *v, const std::vector<std::string> &fields) {
+  std::string prefix = "VNET_" + std::to_string(VnetNumber(v->name)) + "_";
+  for (const auto &field : fields) {
+    const char *value = nullptr;
+    if (NXC_VnetCfgGetAnswer((prefix + field).c_str(), &value) && value) v->fields[field] = value;
+  }
+}
+
+}  // namespace
+
 void ReadRecords(VnetConfig *v) {
+  LogWatch quiet(/*quiet=*/true);
+  ReadFields(v, RuleFields());
   v->leases = ReadLeases(v->name);
   v->forwards = ReadForwards(v->name);
   v->partial = false;
+  quiet.Report();
 }
 
 Config ReadConfig(const std::string &vnet) {
   Config config;
   config.vnets.resize(NXC_NUM_VNETS);
-  std::vector<std::string> fields = RuleFields();
-  LogWatch quiet(/*quiet=*/true);  // most settings are not set
+  const std::vector<std::string> subnetFields = {kSubnetField, kMaskField};
+  LogWatch quiet(/*quiet=*/true);
   for (uint32_t n = 0; n < NXC_NUM_VNETS; ++n) {
     VnetConfig &v = config.vnets[n];
     v.name = VnetNameOf(n);
-    for (const auto &field : fields) {
-      const char *value = nullptr;
-      std::string key = "VNET_" + std::to_string(n) + "_" + field;
-      if (NXC_VnetCfgGetAnswer(key.c_str(), &value) && value) v.fields[field] = value;
+    if (vnet.empty() || v.name == vnet) {
+      ReadRecords(&v);
+    } else {
+      ReadFields(&v, subnetFields);
+      v.partial = true;
     }
-    v.partial = true;
-    if (vnet.empty() || v.name == vnet) ReadRecords(&v);
   }
   quiet.Report();
   config.routes = HostRoutes();

@@ -48,7 +48,7 @@ struct VnetConfig {
   std::map<std::string, std::string> fields;  // stored values by field
   std::vector<Lease> leases;
   std::vector<Forward> forwards;
-  bool partial = false;  // leases and forwards not read (ReadConfig(vnet))
+  bool partial = false;  // only the subnet and mask read (ReadConfig(vnet))
 
   // The stored value, or null.
   const std::string *Field(const std::string &field) const;
@@ -77,10 +77,10 @@ struct Config {
 
 // The configuration as the library has it now, and the host's routes.
 Config ReadConfig();
-// The same for a change of one vnet: the others' leases and forwards are
-// left out (partial), to be read by ReadRecords when a check needs them.
+// The same for a change of one vnet: of the others only the subnet and
+// mask are read (partial), the rest by ReadRecords when a check needs it.
 Config ReadConfig(const std::string &vnet);
-// Reads a partial vnet's leases and forwards.
+// Reads the rest of a partial vnet: its fields, leases and forwards.
 void ReadRecords(VnetConfig *v);
 // Whether the rules read a vnet field.
 bool IsRuleField(const std::string &field);

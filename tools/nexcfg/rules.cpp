@@ -310,14 +310,15 @@ std::vector<Problem> ChangeProblems(const Config &before, const Config &after,
     for (const Subnet &t : subnets) scope[n] = scope[n] || (s && s->Overlaps(t));
     for (const Lease &l : v.leases) scope[n] = scope[n] || macs.contains(l.mac);
   }
-  // A vnet read without its leases and forwards is the same on both sides;
-  // those the check needs are read now, and the scope found again.
+  // A vnet read only in part is the same on both sides; those the check
+  // needs are read in full now, and the scope found again.
   auto needed = [&](size_t n) { return before.vnets[n].partial && (scope[n] || !macs.empty()); };
   if (std::ranges::any_of(std::views::iota(size_t{0}, count), needed)) {
     Config b = before, a = after;
     for (size_t n = 0; n < count; ++n) {
       if (!needed(n)) continue;
       ReadRecords(&b.vnets[n]);
+      for (const auto &[field, value] : b.vnets[n].fields) a.vnets[n].fields.emplace(field, value);
       a.vnets[n].leases = b.vnets[n].leases;
       a.vnets[n].forwards = b.vnets[n].forwards;
       a.vnets[n].partial = false;

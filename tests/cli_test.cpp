@@ -290,6 +290,7 @@ TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
   Ok({"dhcp", "lease", "add", "1", "00:50:56:00:00:01", "192.168.56.10"});
   Ok({"vnet", "set", "8", "subnet", "10.8.0.0/24"});
   Ok({"nat", "on", "8"});
+  Ok({"dhcp", "lease", "add", "8", "00:50:56:00:00:08", "10.8.0.8"});
   ASSERT_EQ(0, Shell("ip link add br-route type bridge && ip addr add 10.50.0.1/16 dev br-route && "
                      "ip link set br-route up"));
   struct Case { std::vector<std::string> args; const char *says, *fix = ""; } cases[] = {
@@ -300,6 +301,8 @@ TEST_F(CliTest, ValuesTheNetworkWouldRefuseAreRefusedUnlessForced) {
        "given to both 00:50:56:00:00:01 and"},
       {{"dhcp", "lease", "add", "1", "00:50:56:00:00:03", "192.168.56.255"}, "is the broadcast address of"},
       {{"dhcp", "lease", "add", "8", "00:50:56:00:00:01", "10.8.0.9"},
+       "has static leases on both zynet1 and zynet8"},
+      {{"dhcp", "lease", "add", "1", "00:50:56:00:00:08", "192.168.56.11"},
        "has static leases on both zynet1 and zynet8"},
       {{"vnet", "set", "1", "subnet", "192.168.4.77"},
        "has host bits set under the mask 255.255.255.0", "192.168.4.0/24"},

@@ -19,6 +19,7 @@
 #include "nexcfg_internal.h"
 
 using nxc::ByteBuffer;
+using namespace std::string_view_literals;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
@@ -106,7 +107,6 @@ using nxc::kIPTextSize;
 constexpr size_t kDeviceSize = 256;
 constexpr size_t kSwitchSize = 10;
 constexpr size_t kPrefixSize = 46;
-constexpr size_t kDescriptionSize = 128;
 
 // The two port-forward sections, TCP first.
 struct PortFwdSection {
@@ -245,7 +245,8 @@ struct NatValues {
 [[nodiscard]] bool WriteHostSection(ByteBuffer *out, const NatValues &v, const char *fn) {
   if (!out->AppendString(NXCNATConfigFileHostSectionHeader)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs: failed while writing NAT config file host section header, error: %s",
            strerror(err));
     return false;
   }
@@ -282,7 +283,8 @@ struct NatValues {
       !out->AppendString(NXCNATConfigFileAllowAnyOUIDesc) ||
       !out->AppendPrintf(NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
            strerror(err));
     return false;
   }
@@ -328,7 +330,8 @@ struct NatValues {
   }
   if (!out->AppendString(NXCNATConfigFileTCPDefaultOptions)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
            strerror(err));
     return false;
   }
@@ -341,14 +344,16 @@ struct NatValues {
   if (!out->AppendString(NXCNATConfigFileUDPTimeoutDesc) ||
       !out->AppendPrintf(NXCNATConfigFileUDPTimeoutParam, v.udpTimeout)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
            strerror(err));
     return false;
   }
   if (!out->AppendString(NXCNATConfigFileNetbiosSectionHeader) ||
       !out->AppendString(NXCNATConfigNetbiosDefaultOptions)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", strerror(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s",
+           strerror(err));
     return false;
   }
   return true;
@@ -367,14 +372,12 @@ struct NatValues {
     uint32_t cookie = 0;
     uint16_t externalPort = 0, internalPort = 0;
     char ip[kIPTextSize] = "";
-    char description[kDescriptionSize] = "";
     for (;;) {
-      size_t descriptionSize = sizeof description;
       if (!NXCNATEnumPortForward(vnet, section.tcp, &cookie, &externalPort, ip, sizeof ip,
-                                 &internalPort, description, &descriptionSize))
+                                 &internalPort, /*descBuf=*/nullptr, /*descBufSize=*/nullptr))
         break;
       // NXCNATConfigFilePortForwardParam with an empty description.
-      if (!out->AppendAll(static_cast<unsigned>(externalPort), " = ", ip, ':',
+      if (!out->AppendAll(static_cast<unsigned>(externalPort), " = "sv, ip, ':',
                           static_cast<unsigned>(internalPort), '\n')) {
         int err = errno;
         NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",

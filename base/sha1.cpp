@@ -3,6 +3,14 @@
 
 #include <string.h>
 
+#include <atomic>
+#include <utility>
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#include <immintrin.h>
+#endif
+
 namespace nxc {
 
 namespace {
@@ -22,35 +30,128 @@ inline void StoreBig32(uint8_t *p, uint32_t v) {
   p[3] = static_cast<uint8_t>(v);
 }
 
+// The portable rounds, one 64-byte block after the other.
+void PortableBlocks(uint32_t h[5], const uint8_t *data, size_t count) noexcept {
+  for (; count > 0; --count, data += kBlockSize) {
+    uint32_t w[80];
+    for (int t = 0; t < 16; ++t) w[t] = LoadBig32(data + 4 * t);
+    for (int t = 16; t < 80; ++t) w[t] = Rotl(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
+
+    uint32_t a = h[0], b = h[1], c = h[2], d = h[3], e = h[4];
+    // The four rounds of twenty steps each, as separate loops so that no
+    // step chooses its function.
+    auto step = [&](uint32_t f, uint32_t k, uint32_t word) {
+      uint32_t temp = Rotl(a, 5) + f + e + k + word;
+      e = d;
+      d = c;
+      c = Rotl(b, 30);
+      b = a;
+      a = temp;
+    };
+    for (int t = 0; t < 20; ++t) step((b & c) | (~b & d), 0x5A827999u, w[t]);
+    for (int t = 20; t < 40; ++t) step(b ^ c ^ d, 0x6ED9EBA1u, w[t]);
+    for (int t = 40; t < 60; ++t) step((b & c) | (b & d) | (c & d), 0x8F1BBCDCu, w[t]);
+    for (int t = 60; t < 80; ++t) step(b ^ c ^ d, 0xCA62C1D6u, w[t]);
+    h[0] += a;
+    h[1] += b;
+    h[2] += c;
+    h[3] += d;
+    h[4] += e;
+  }
+}
+
+#if defined(__x86_64__)
+
+#define NXC_SHA_TARGET __attribute__((target("sha,sse4.1")))
+
+// Four of the eighty steps with the CPU's SHA instructions. Each group
+// consumes the four schedule words in m[G % 4] and, while they are in
+// flight, advances the schedule words of the groups G + 1 to G + 3 that
+// share the other three registers.
+template <int G>
+NXC_SHA_TARGET inline void ShaNiGroup(__m128i &abcd, __m128i (&e)[2], __m128i (&m)[4],
+                                      const uint8_t *data) noexcept {
+  const __m128i kByteSwap = _mm_set_epi64x(0x0001020304050607LL, 0x08090a0b0c0d0e0fLL);
+  if constexpr (G < 4) {
+    m[G] = _mm_shuffle_epi8(
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + 16 * G)), kByteSwap);
+  }
+  __m128i &current = e[G % 2];
+  if constexpr (G == 0) {
+    current = _mm_add_epi32(current, m[0]);
+  } else {
+    current = _mm_sha1nexte_epu32(current, m[G % 4]);
+  }
+  e[(G + 1) % 2] = abcd;
+  if constexpr (G >= 3 && G <= 18) m[(G + 1) % 4] = _mm_sha1msg2_epu32(m[(G + 1) % 4], m[G % 4]);
+  abcd = _mm_sha1rnds4_epu32(abcd, current, G / 5);
+  if constexpr (G >= 1 && G <= 16) m[(G + 3) % 4] = _mm_sha1msg1_epu32(m[(G + 3) % 4], m[G % 4]);
+  if constexpr (G >= 2 && G <= 17) m[(G + 2) % 4] = _mm_xor_si128(m[(G + 2) % 4], m[G % 4]);
+}
+
+template <int... G>
+NXC_SHA_TARGET inline void ShaNiGroups(__m128i &abcd, __m128i (&e)[2], __m128i (&m)[4],
+                                       const uint8_t *data,
+                                       std::integer_sequence<int, G...>) noexcept {
+  (ShaNiGroup<G>(abcd, e, m, data), ...);
+}
+
+NXC_SHA_TARGET void ShaNiBlocks(uint32_t h[5], const uint8_t *data, size_t count) noexcept {
+  // The instructions keep a, b, c, d in one register, a in the top lane.
+  __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(h)), 0x1B);
+  __m128i e0 = _mm_set_epi32(static_cast<int>(h[4]), 0, 0, 0);
+  for (; count > 0; --count, data += kBlockSize) {
+    const __m128i abcdBefore = abcd, eBefore = e0;
+    __m128i e[2] = {e0, _mm_setzero_si128()};
+    __m128i m[4];
+    ShaNiGroups(abcd, e, m, data, std::make_integer_sequence<int, 20>());
+    // Group 19 left the last a in e[0]; it becomes e of the next block.
+    e0 = _mm_sha1nexte_epu32(e[0], eBefore);
+    abcd = _mm_add_epi32(abcd, abcdBefore);
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(h), _mm_shuffle_epi32(abcd, 0x1B));
+  h[4] = static_cast<uint32_t>(_mm_extract_epi32(e0, 3));
+}
+
+// SHA instructions (leaf 7, EBX bit 29) with the SSSE3 and SSE4.1 that the
+// rounds above use besides them (leaf 1, ECX bits 9 and 19).
+bool CpuHasSha() noexcept {
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
+  if (!(c & (1u << 9)) || !(c & (1u << 19))) return false;
+  if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
+  return (b & (1u << 29)) != 0;
+}
+
+#else
+
+bool CpuHasSha() noexcept { return false; }
+void ShaNiBlocks(uint32_t h[5], const uint8_t *data, size_t count) noexcept {
+  PortableBlocks(h, data, count);
+}
+
+#endif
+
+using BlocksFunction = void (*)(uint32_t h[5], const uint8_t *data, size_t count) noexcept;
+
+const bool gCpuHasSha = CpuHasSha();
+std::atomic<BlocksFunction> gBlocks{gCpuHasSha ? ShaNiBlocks : PortableBlocks};
+
 }  // namespace
+
+bool Sha1UseCpuInstructions(bool use) noexcept {
+  gBlocks.store(use && gCpuHasSha ? ShaNiBlocks : PortableBlocks, std::memory_order_relaxed);
+  return Sha1UsesCpuInstructions();
+}
+
+bool Sha1UsesCpuInstructions() noexcept {
+  return gBlocks.load(std::memory_order_relaxed) == ShaNiBlocks;
+}
 
 Sha1::Sha1() noexcept : h_{0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u, 0xC3D2E1F0u} {}
 
-void Sha1::Block(const uint8_t *block) noexcept {
-  uint32_t w[80];
-  for (int t = 0; t < 16; ++t) w[t] = LoadBig32(block + 4 * t);
-  for (int t = 16; t < 80; ++t) w[t] = Rotl(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
-
-  uint32_t a = h_[0], b = h_[1], c = h_[2], d = h_[3], e = h_[4];
-  // The four rounds of twenty steps each, as separate loops so that no step
-  // chooses its function.
-  auto step = [&](uint32_t f, uint32_t k, uint32_t word) {
-    uint32_t temp = Rotl(a, 5) + f + e + k + word;
-    e = d;
-    d = c;
-    c = Rotl(b, 30);
-    b = a;
-    a = temp;
-  };
-  for (int t = 0; t < 20; ++t) step((b & c) | (~b & d), 0x5A827999u, w[t]);
-  for (int t = 20; t < 40; ++t) step(b ^ c ^ d, 0x6ED9EBA1u, w[t]);
-  for (int t = 40; t < 60; ++t) step((b & c) | (b & d) | (c & d), 0x8F1BBCDCu, w[t]);
-  for (int t = 60; t < 80; ++t) step(b ^ c ^ d, 0xCA62C1D6u, w[t]);
-  h_[0] += a;
-  h_[1] += b;
-  h_[2] += c;
-  h_[3] += d;
-  h_[4] += e;
+void Sha1::Blocks(const uint8_t *data, size_t count) noexcept {
+  gBlocks.load(std::memory_order_relaxed)(h_, data, count);
 }
 
 void Sha1::Update(const void *data, size_t size) noexcept {
@@ -63,10 +164,13 @@ void Sha1::Update(const void *data, size_t size) noexcept {
     in += take;
     size -= take;
     if (used_ < kBlockSize) return;
-    Block(buffer_);
+    Blocks(buffer_, 1);
     used_ = 0;
   }
-  for (; size >= kBlockSize; in += kBlockSize, size -= kBlockSize) Block(in);
+  const size_t whole = size / kBlockSize;
+  if (whole > 0) Blocks(in, whole);
+  in += whole * kBlockSize;
+  size -= whole * kBlockSize;
   if (size > 0) memcpy(buffer_, in, size);
   used_ = size;
 }
@@ -77,13 +181,13 @@ void Sha1::Final(uint8_t digest[kSha1DigestSize]) noexcept {
   buffer_[used_++] = 0x80;
   if (used_ > kBlockSize - 8) {
     memset(buffer_ + used_, 0, kBlockSize - used_);
-    Block(buffer_);
+    Blocks(buffer_, 1);
     used_ = 0;
   }
   memset(buffer_ + used_, 0, kBlockSize - 8 - used_);
   StoreBig32(buffer_ + 56, static_cast<uint32_t>(bitLength >> 32));
   StoreBig32(buffer_ + 60, static_cast<uint32_t>(bitLength));
-  Block(buffer_);
+  Blocks(buffer_, 1);
   for (int i = 0; i < 5; ++i) StoreBig32(digest + 4 * i, h_[i]);
   // Ready for a new message.
   *this = Sha1();

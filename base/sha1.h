@@ -15,12 +15,19 @@ class Sha1 {
   void Final(uint8_t digest[kSha1DigestSize]) noexcept;
 
  private:
-  void Block(const uint8_t *block) noexcept;
+  void Blocks(const uint8_t *data, size_t count) noexcept;
   uint32_t h_[5];
   uint64_t length_ = 0;  // bytes so far
   uint8_t buffer_[64];
   size_t used_ = 0;
 };
+
+// Whether the CPU's SHA instructions do the work. They are used whenever
+// the CPU has them; turning them off (tests do, to check the portable
+// rounds as well) or on again only has an effect on such a CPU. The result
+// tells whether they are in use afterwards.
+bool Sha1UseCpuInstructions(bool use) noexcept;
+bool Sha1UsesCpuInstructions() noexcept;
 
 void Sha1Digest(const void *data, size_t size, uint8_t digest[kSha1DigestSize]) noexcept;
 // Lower-case hex of a digest into out (41 bytes).

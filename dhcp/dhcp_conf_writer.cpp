@@ -8,22 +8,31 @@
 // makes a fresh file, and the old one survives only in dhcpd.conf.bak, which
 // is refreshed on every regeneration.
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <string_view>
+
+#include "base/byte_buffer.h"
 #include "base/scope_guard.h"
 #include "base/sha1.h"
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
+#include "base/whole_file.h"
 #include "core/api_frame.h"
 #include "dhcp/dhcp_priv.h"
 #include "nexcfg_internal.h"
 
+using nxc::ByteBuffer;
+using namespace std::string_view_literals;
 using nxc::CPtr;
 using nxc::DhcpBlockPos;
 using nxc::InternalEnter;
@@ -56,28 +65,76 @@ static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
 // The zynet adapters' fixed organisational prefix.
 constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
 
+// The SHA-1 of text as the block hash is stored: 40 upper-case hex digits
+// in a zero-filled, malloc'd buffer of kHashStrSize bytes. Null (logged)
+// when memory runs out.
+char *HashText(std::string_view text) {
+  static constexpr char kFn[] = "NXCCalculateHashStrForBlock";
+  uint8_t digest[nxc::kSha1DigestSize];
+  nxc::Sha1Digest(text.data(), text.size(), digest);
+  CPtr<char> hash(static_cast<char *>(calloc(kHashStrSize, 1)));
+  if (!hash) {
+    NXCLog(LOG_ERR, kFn, "Error in memory allocation for buffer for hash");
+    return nullptr;
+  }
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  for (size_t i = 0; i < nxc::kSha1DigestSize; ++i) {
+    hash.get()[2 * i] = kDigits[digest[i] >> 4];
+    hash.get()[2 * i + 1] = kDigits[digest[i] & 0xf];
+  }
+  NXCLog(LOG_INFO2, kFn, "Hash String value: %s", hash.get());
+  return hash.release();
+}
+
 }  // namespace
 
 namespace nxc {
 
-[[nodiscard]] bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos) {
+[[nodiscard]] bool LocateDhcpBlock(std::string_view text, DhcpBlockPos *pos) {
   static constexpr char kFn[] = "NXCLocateZynetDHCPBlock";
   InternalEnter(kFn, __LINE__);
   // Logged at the error level on purpose: it marks every regeneration.
   NXCLog(LOG_ERR, kFn, "Trying to locate the zynet dhcp config block");
   int64_t start = -1, end = -1;
-  char line[kLineSize];
-  while (fgets(line, sizeof line, file)) {
-    if (strcmp(line, kStartMarker) == 0) {
-      start = static_cast<int64_t>(ftello(file)) - kStartMarkerLength;
-      NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
+  // A marker counts where it fills a whole piece of the text as a 256-byte
+  // line buffer takes it: up to and including a newline, or 255 bytes of a
+  // longer line. The markers end in their only newline, so one that starts
+  // a piece fills it. Candidates come in increasing order, so the start of
+  // the line they are on is found in one pass over the text.
+  size_t lineStart = 0, scanned = 0;
+  auto startsPiece = [&](size_t at) {
+    const void *newline = memrchr(text.data() + scanned, '\n', at - scanned);
+    if (newline) {
+      lineStart = static_cast<size_t>(static_cast<const char *>(newline) - text.data()) + 1;
+    }
+    scanned = at;
+    return (at - lineStart) % (kLineSize - 1) == 0;
+  };
+  auto find = [&](std::string_view marker, size_t from) {
+    if (from >= text.size()) return std::string_view::npos;
+    const void *found =
+        memmem(text.data() + from, text.size() - from, marker.data(), marker.size());
+    return found ? static_cast<size_t>(static_cast<const char *>(found) - text.data())
+                 : std::string_view::npos;
+  };
+  const std::string_view startMarker(kStartMarker, kStartMarkerLength);
+  const std::string_view endMarker(kEndMarker, kEndMarkerLength);
+  size_t nextStart = find(startMarker, 0), nextEnd = find(endMarker, 0);
+  while (nextStart != std::string_view::npos || nextEnd != std::string_view::npos) {
+    if (nextStart < nextEnd) {
+      if (startsPiece(nextStart)) {
+        start = static_cast<int64_t>(nextStart);
+        NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
+      }
+      nextStart = find(startMarker, nextStart + 1);
       continue;
     }
-    if (strcmp(line, kEndMarker) == 0) {
-      end = ftello(file);
+    if (startsPiece(nextEnd)) {
+      end = static_cast<int64_t>(nextEnd) + kEndMarkerLength;
       NXCLog(LOG_INFO2, kFn, "Block End identified: %li", static_cast<long>(end));
       break;
     }
+    nextEnd = find(endMarker, nextEnd + 1);
   }
   if (start < 0 || end < 0) {
     NXCLog(LOG_ERR, kFn,
@@ -96,13 +153,14 @@ namespace {
 
 // The block of the existing file whose hash matches the stored one, or {0, 0}
 // when the block is missing, cannot be hashed or was edited.
-DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
+DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, std::string_view file, const char *fn) {
   DhcpBlockPos pos;
   if (!LocateDhcpBlock(file, &pos)) return {};
   NXCLog(LOG_INFO2, fn, "Located positions: Start: %li, End: %li, Size: %li",
          static_cast<long>(pos.start), static_cast<long>(pos.end),
          static_cast<long>(pos.end - pos.start));
-  CPtr<char> fresh(NXCCalculateHashStrForBlock(file, pos.start, pos.end));
+  CPtr<char> fresh(HashText(file.substr(static_cast<size_t>(pos.start),
+                                        static_cast<size_t>(pos.end - pos.start))));
   if (!fresh) {
     NXCLog(LOG_ERR, fn,
            "Hash for DHCP config could not be calculated, creating a new config file and backing "
@@ -158,38 +216,40 @@ DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, FILE *file, const char *fn) {
   return OpenForWriting(path, file, fn);
 }
 
-// Copies the whole existing file over the backup and reopens it truncated.
+// Makes the whole existing file the backup and opens the file anew.
 [[nodiscard]]
-bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize],
-                     UniqueFile *file, const char *fn) {
+bool BackUpAndReopen(uint32_t vnet, const char *path, const nxc::FileText &existing,
+                     char (&bakPath)[kPathSize], UniqueFile *file, const char *fn) {
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF_BAK, bakPath,
                       sizeof bakPath)) {
     NXCLog(LOG_ERR, fn, "Cannot get the DHCP config backup file name");
     return false;
   }
   NXCLog(LOG_WRN, fn, "Backing up DHCP config into \"%s\" before modification", bakPath);
-  if (!NXCCopyFile(path, bakPath)) {
+  if (!nxc::BackUpBeforeRewrite(existing, path, bakPath)) {
     NXCLog(LOG_ERR, fn, "Failed to backup DHCP file. Aborting");
     return false;
   }
-  return OpenForWriting(path, file, fn);
+  if (!OpenForWriting(path, file, fn)) return false;
+  nxc::TakeOverOwnerAndMode(fileno(file->get()), existing);
+  return true;
 }
 
-[[nodiscard]] bool WriteHeader(uint32_t vnet, FILE *file, const char *fn) {
-  int rc = fprintf(file,
-                   "# Configuration file for ISC 2.0 zynet-dhcpd operating on zynet%d.\n"
-                   "#\n"
-                   "# This file was automatically generated by the Zymtra configuration program.\n"
-                   "# See Instructions below if you want to modify it.\n"
-                   "#\n"
-                   "# We set domain-name-servers to make some DHCP clients happy\n"
-                   "# (dhclient as configured in SuSE, TurboLinux, etc.).\n"
-                   "# We also supply a domain name to make pump (Red Hat 6.x) happy.\n"
-                   "#\n"
-                   "\n"
-                   "\n",
-                   static_cast<int>(vnet));
-  if (rc < 0) {
+[[nodiscard]] bool WriteHeader(uint32_t vnet, ByteBuffer *out, const char *fn) {
+  bool ok = out->AppendPrintf(
+      "# Configuration file for ISC 2.0 zynet-dhcpd operating on zynet%d.\n"
+      "#\n"
+      "# This file was automatically generated by the Zymtra configuration program.\n"
+      "# See Instructions below if you want to modify it.\n"
+      "#\n"
+      "# We set domain-name-servers to make some DHCP clients happy\n"
+      "# (dhclient as configured in SuSE, TurboLinux, etc.).\n"
+      "# We also supply a domain name to make pump (Red Hat 6.x) happy.\n"
+      "#\n"
+      "\n"
+      "\n",
+      static_cast<int>(vnet));
+  if (!ok) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP File Header, error: %s", strerror(err));
     return false;
@@ -198,29 +258,27 @@ bool BackUpAndReopen(uint32_t vnet, const char *path, char (&bakPath)[kPathSize]
 }
 
 // The start marker and the instructions; *blockStart gets the marker's offset.
-[[nodiscard]] bool WriteBlockStart(FILE *file, int64_t *blockStart, const char *fn) {
+[[nodiscard]] bool WriteBlockStart(ByteBuffer *out, const char *fn) {
   char stamp[64] = "";
   time_t now = time(nullptr);
   struct tm local;
   if (localtime_r(&now, &local)) (void)strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S", &local);
-  off_t start = ftello(file);
-  if (start < 0 || fputs(kStartMarker, file) == EOF ||
-      fprintf(file,
-              "# Modification Instructions: This section of the configuration file contains\n"
-              "# information generated by the configuration program. Do not modify this\n"
-              "# section.\n"
-              "# You are free to modify everything else. Also, this section must start \n"
-              "# on a new line \n"
-              "# This file will get backed up with a different name in the same directory \n"
-              "# if this section is edited and you try to configure DHCP again.\n"
-              "\n"
-              "# Written at: %s\n",
-              stamp) < 0) {
+  if (!out->Append(kStartMarker, kStartMarkerLength) ||
+      !out->AppendPrintf(
+          "# Modification Instructions: This section of the configuration file contains\n"
+          "# information generated by the configuration program. Do not modify this\n"
+          "# section.\n"
+          "# You are free to modify everything else. Also, this section must start \n"
+          "# on a new line \n"
+          "# This file will get backed up with a different name in the same directory \n"
+          "# if this section is edited and you try to configure DHCP again.\n"
+          "\n"
+          "# Written at: %s\n",
+          stamp)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fseek/fprintf: failed, error: %s", strerror(err));
     return false;
   }
-  *blockStart = start;
   return true;
 }
 
@@ -245,7 +303,7 @@ struct DhcpValues {
   return false;
 }
 
-[[nodiscard]] bool WriteGlobalValues(uint32_t vnet, FILE *file, const char *fn) {
+[[nodiscard]] bool WriteGlobalValues(uint32_t vnet, ByteBuffer *out, const char *fn) {
   char defaultLease[kLeaseTimeSize] = "";
   char maxLease[kLeaseTimeSize] = "";
   if (!Fetch(vnet, NXC_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC, defaultLease, sizeof defaultLease)) {
@@ -256,12 +314,11 @@ struct DhcpValues {
     NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_MAX_LEASE_DURATION_SEC failed");
     return false;
   }
-  if (fprintf(file,
-              "allow unknown-clients;\n"
-              "default-lease-time %s;                # default is 30 minutes\n"
-              "max-lease-time %s;                    # default is 2 hours\n"
-              "\n",
-              defaultLease, maxLease) < 0) {
+  if (!out->AppendPrintf("allow unknown-clients;\n"
+                         "default-lease-time %s;                # default is 30 minutes\n"
+                         "max-lease-time %s;                    # default is 2 hours\n"
+                         "\n",
+                         defaultLease, maxLease)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Global Parameters, error: %s",
            strerror(err));
@@ -272,7 +329,7 @@ struct DhcpValues {
 }
 
 // The subnet declaration; fills values for the host entries that follow.
-[[nodiscard]] bool WriteSubnet(uint32_t vnet, FILE *file, DhcpValues *values, const char *fn) {
+[[nodiscard]] bool WriteSubnet(uint32_t vnet, ByteBuffer *out, DhcpValues *values, const char *fn) {
   char subnet[kIPTextSize] = "", mask[kIPTextSize] = "", begin[kIPTextSize] = "",
        end[kIPTextSize] = "", broadcast[kIPTextSize] = "";
   char subDefaultLease[kLeaseTimeSize] = "", subMaxLease[kLeaseTimeSize] = "";
@@ -314,16 +371,15 @@ struct DhcpValues {
     return false;
   }
   // The domain name goes out as stored: the writer adds no quotes.
-  if (fprintf(file,
-              "subnet %s netmask %s {\n"
-              "\trange %s %s;\n"
-              "\toption broadcast-address %s;\n"
-              "\toption domain-name-servers %s;\n"
-              "\toption domain-name %s;\n"
-              "\tdefault-lease-time %s;                # default is 30 minutes\n"
-              "\tmax-lease-time %s;                    # default is 2 hours\n",
-              subnet, mask, begin, end, broadcast, values->dns, values->domainName,
-              subDefaultLease, subMaxLease) < 0) {
+  if (!out->AppendPrintf("subnet %s netmask %s {\n"
+                         "\trange %s %s;\n"
+                         "\toption broadcast-address %s;\n"
+                         "\toption domain-name-servers %s;\n"
+                         "\toption domain-name %s;\n"
+                         "\tdefault-lease-time %s;                # default is 30 minutes\n"
+                         "\tmax-lease-time %s;                    # default is 2 hours\n",
+                         subnet, mask, begin, end, broadcast, values->dns, values->domainName,
+                         subDefaultLease, subMaxLease)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config, error: %s",
            strerror(err));
@@ -334,7 +390,7 @@ struct DhcpValues {
       NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_NETBIOS failed");
       return false;
     }
-    if (fprintf(file, "\toption netbios-name-servers %s;\n", values->netbios) < 0) {
+    if (!out->AppendPrintf("\toption netbios-name-servers %s;\n", values->netbios)) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
              strerror(err));
@@ -344,14 +400,14 @@ struct DhcpValues {
       NXCLog(LOG_ERR, fn, "Getting NXC_DHCP_PARAM_ROUTERS failed");
       return false;
     }
-    if (fprintf(file, "\toption routers %s;\n", values->routers) < 0) {
+    if (!out->AppendPrintf("\toption routers %s;\n", values->routers)) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP Subnet Config Option, error: %s",
              strerror(err));
       return false;
     }
   }
-  if (fprintf(file, "}\n") < 0) {
+  if (!out->AppendPrintf("}\n")) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing end Param, error: %s", strerror(err));
     return false;
@@ -361,7 +417,7 @@ struct DhcpValues {
 }
 
 // The host's own entry: its adapter gets a fixed address and no DNS.
-[[nodiscard]] bool WriteHostEntry(uint32_t vnet, FILE *file, bool nat, const char *fn) {
+[[nodiscard]] bool WriteHostEntry(uint32_t vnet, ByteBuffer *out, bool nat, const char *fn) {
   char adapter[kIPTextSize] = "";
   char address[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
@@ -375,15 +431,15 @@ struct DhcpValues {
   }
   (void)snprintf(mac, sizeof mac, "%02X:%02X:%02X:%02X:%02X:%02X", kMacPrefix[0], kMacPrefix[1],
                  kMacPrefix[2], 0xC0 | ((vnet >> 16) & 0x3F), (vnet >> 8) & 0xFF, vnet & 0xFF);
-  bool ok = fprintf(file,
-                    "host %s {\n"
-                    "\thardware ethernet %s;\n"
-                    "\tfixed-address %s;\n"
-                    "\toption domain-name-servers %s;\n"
-                    "\toption domain-name %s;\n",
-                    adapter, mac, address, "0.0.0.0", "\"\"") >= 0;
-  if (ok && nat) ok = fprintf(file, "\toption routers %s;\n", "0.0.0.0") >= 0;
-  if (ok) ok = fprintf(file, "}\n") >= 0;
+  bool ok = out->AppendPrintf(
+      "host %s {\n"
+      "\thardware ethernet %s;\n"
+      "\tfixed-address %s;\n"
+      "\toption domain-name-servers %s;\n"
+      "\toption domain-name %s;\n",
+      adapter, mac, address, "0.0.0.0", "\"\"");
+  if (ok && nat) ok = out->AppendPrintf("\toption routers %s;\n", "0.0.0.0");
+  if (ok) ok = out->AppendPrintf("}\n");
   if (!ok) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: couldn't write static DHCP entry for %s: %s\n", adapter,
@@ -395,31 +451,29 @@ struct DhcpValues {
 
 // One entry per static mapping, in the table's enumeration order.
 [[nodiscard]]
-bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, const char *fn) {
+bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
+  // The same for every entry: the DNS and domain-name lines' ends and, with
+  // NAT, the NetBIOS and routers lines.
+  const std::string_view dns = values.dns, domainName = values.domainName,
+                         netbios = values.netbios, routers = values.routers;
   while (NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
-    if (fprintf(file,
-                "host %s {\n"
-                "\thardware ethernet %s;\n"
-                "\tfixed-address %s;\n"
-                "\toption domain-name-servers %s;\n"
-                "\toption domain-name %s;\n",
-                ip, mac, ip, values.dns, values.domainName) < 0) {
-      int err = errno;
-      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             strerror(err));
-      return false;
-    }
-    if (values.nat && (fprintf(file, "\toption netbios-name-servers %s;\n", values.netbios) < 0 ||
-                       fprintf(file, "\toption routers %s;\n", values.routers) < 0)) {
-      int err = errno;
-      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping option, error: %s",
-             strerror(err));
-      return false;
-    }
-    if (fprintf(file, "}\n") < 0) {
+    const std::string_view address = ip;
+    const bool ok =
+        values.nat
+            ? out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
+                             ";\n\tfixed-address "sv, address,
+                             ";\n\toption domain-name-servers "sv, dns,
+                             ";\n\toption domain-name "sv, domainName,
+                             ";\n\toption netbios-name-servers "sv, netbios,
+                             ";\n\toption routers "sv, routers, ";\n}\n"sv)
+            : out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
+                             ";\n\tfixed-address "sv, address,
+                             ";\n\toption domain-name-servers "sv, dns,
+                             ";\n\toption domain-name "sv, domainName, ";\n}\n"sv);
+    if (!ok) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
              strerror(err));
@@ -429,10 +483,9 @@ bool WriteStaticEntries(uint32_t vnet, FILE *file, const DhcpValues &values, con
   return true;
 }
 
-// Hashes the block just written and stores the hash for the next run.
-[[nodiscard]] bool StoreBlockHash(uint32_t vnet, FILE *file, int64_t blockStart, const char *fn) {
-  off_t blockEnd = ftello(file);
-  CPtr<char> hash(blockEnd < 0 ? nullptr : NXCCalculateHashStrForBlock(file, blockStart, blockEnd));
+// Stores the hash of the block just written for the next run.
+[[nodiscard]] bool StoreBlockHash(uint32_t vnet, std::string_view block, const char *fn) {
+  CPtr<char> hash(HashText(block));
   if (!hash) {
     NXCLog(LOG_ERR, fn, "Hash for DHCP config block could not be calculated");
     return false;
@@ -457,24 +510,28 @@ bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char 
       return false;
     }
     NXCLog(LOG_INFO2, fn, "Copying is done");
-  } else if (!WriteHeader(vnet, file, fn)) {
-    return false;
   }
-  int64_t blockStart = 0;
-  if (!WriteBlockStart(file, &blockStart, fn)) return false;
-  if (!WriteGlobalValues(vnet, file, fn)) return false;
+  // The header and the block are made whole in memory, written in one
+  // piece, and the block is hashed from there.
+  ByteBuffer text;
+  if (old.start == 0 && !WriteHeader(vnet, &text, fn)) return false;
+  const size_t blockStart = text.Size();
+  if (!WriteBlockStart(&text, fn)) return false;
+  if (!WriteGlobalValues(vnet, &text, fn)) return false;
   DhcpValues values;
   values.nat = NXCGetVnetUseNAT(vnet);
-  if (!WriteSubnet(vnet, file, &values, fn)) return false;
-  if (!WriteHostEntry(vnet, file, values.nat, fn)) return false;
-  if (!WriteStaticEntries(vnet, file, values, fn)) return false;
-  if (fprintf(file, "%s", kEndMarker) != kEndMarkerLength) {
+  if (!WriteSubnet(vnet, &text, &values, fn)) return false;
+  if (!WriteHostEntry(vnet, &text, values.nat, fn)) return false;
+  if (!WriteStaticEntries(vnet, &text, values, fn)) return false;
+  if (!text.Append(kEndMarker, kEndMarkerLength) ||
+      fwrite(text.Data(), 1, text.Size(), file) != text.Size()) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
            strerror(err));
     return false;
   }
-  if (!StoreBlockHash(vnet, file, blockStart, fn)) return false;
+  if (!StoreBlockHash(vnet, std::string_view(text.Data(), text.Size()).substr(blockStart), fn))
+    return false;
   if (old.end != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%li-%d", static_cast<long>(old.end), 0);
     if (!NXCCopyFileData(old.end, 0, bakPath, file)) {
@@ -525,14 +582,15 @@ extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
   DhcpBlockPos old;
   UniqueFile file;
   bool created = false;
-  UniqueFile existing(fopen(path, "re"));
-  if (!existing) {
+  nxc::FileText existing;
+  if (!nxc::ReadWholeFile(path, &existing)) {
     if (!CreateConfig(vnet, path, &file, kFn)) return InternalExit(kFn, __LINE__, false);
     created = true;
   } else {
-    old = FindUnmodifiedBlock(vnet, existing.get(), kFn);
-    existing.reset();
-    if (!BackUpAndReopen(vnet, path, bakPath, &file, kFn)) return InternalExit(kFn, __LINE__, false);
+    old = FindUnmodifiedBlock(vnet, existing.View(), kFn);
+    if (!BackUpAndReopen(vnet, path, existing, bakPath, &file, kFn))
+      return InternalExit(kFn, __LINE__, false);
+    existing = {};
   }
   if (!WriteConfig(vnet, file.get(), old, bakPath, kFn)) {
     // An existing file stays as far as it got; its old content is in the
@@ -579,21 +637,7 @@ extern "C" char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,
     NXCLog(LOG_ERR, kFn, "fread: failed while reading, error: %s", strerror(err));
     return nullptr;
   }
-  uint8_t digest[nxc::kSha1DigestSize];
-  nxc::Sha1Digest(data.get(), size, digest);
-  CPtr<char> text(static_cast<char *>(calloc(kHashStrSize, 1)));
-  if (!text) {
-    NXCLog(LOG_ERR, kFn, "Error in memory allocation for buffer for hash");
-    return nullptr;
-  }
-  for (size_t i = 0; i < nxc::kSha1DigestSize; ++i) {
-    if (snprintf(text.get() + 2 * i, kHashStrSize - 2 * i, "%02X", digest[i]) != 2) {
-      NXCLog(LOG_ERR, kFn, "Converting hash to string failed");
-      return nullptr;
-    }
-  }
-  NXCLog(LOG_INFO2, kFn, "Hash String value: %s", text.get());
-  return text.release();
+  return HashText(std::string_view(reinterpret_cast<const char *>(data.get()), size));
 }
 
 extern "C" bool NXCCopyFileData(int64_t startPos, int64_t endPos, const char *srcPath,

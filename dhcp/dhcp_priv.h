@@ -3,7 +3,8 @@
 #pragma once
 
 #include <stdint.h>
-#include <stdio.h>
+
+#include <string_view>
 
 namespace nxc {
 
@@ -15,10 +16,9 @@ struct DhcpBlockPos {
   int64_t end = 0;
 };
 
-// Reads file from its current position in lines of at most 255 bytes and
-// finds the markers: a later start marker replaces an earlier one, the
+// Takes text in lines of at most 255 bytes and finds the markers: a later start marker replaces an earlier one, the
 // first end marker ends the search. Logs and returns false (pos unchanged)
 // when either is missing or the end comes first.
-[[nodiscard]] bool LocateDhcpBlock(FILE *file, DhcpBlockPos *pos);
+[[nodiscard]] bool LocateDhcpBlock(std::string_view text, DhcpBlockPos *pos);
 
 }  // namespace nxc

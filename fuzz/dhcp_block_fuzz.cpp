@@ -58,8 +58,7 @@ std::string HashOf(const std::string &path, const nxc::DhcpBlockPos &pos) {
 }
 
 bool Locate(const std::string &path, nxc::DhcpBlockPos *pos) {
-  nxc::UniqueFile f(fopen(path.c_str(), "re"));
-  return f && nxc::LocateDhcpBlock(f.get(), pos);
+  return nxc::LocateDhcpBlock(nxc::fuzz::ReadFile(path), pos);
 }
 
 // Regenerates and checks the new file's block; returns where it is.

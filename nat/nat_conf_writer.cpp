@@ -10,12 +10,16 @@
 
 #include <iterator>
 
+#include "base/byte_buffer.h"
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
+#include "base/whole_file.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
+using nxc::ByteBuffer;
+using namespace std::string_view_literals;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
@@ -103,7 +107,6 @@ using nxc::kIPTextSize;
 constexpr size_t kDeviceSize = 256;
 constexpr size_t kSwitchSize = 10;
 constexpr size_t kPrefixSize = 46;
-constexpr size_t kDescriptionSize = 128;
 
 // The two port-forward sections, TCP first.
 struct PortFwdSection {
@@ -202,9 +205,9 @@ struct NatValues {
   return true;
 }
 
-// Makes the directories and the file of a first configuration, or copies an
-// existing file over its backup. *created tells which.
-[[nodiscard]] bool PrepareFile(uint32_t vnet, bool *created, const char *fn) {
+// Makes the directories and the file of a first configuration, or makes an
+// existing file (read into *old) its backup. *created tells which.
+[[nodiscard]] bool PrepareFile(uint32_t vnet, bool *created, nxc::FileText *old, const char *fn) {
   const int32_t n = static_cast<int32_t>(vnet);
   if (!NXCFileExists(n, NXC_FILE_NAT_CONF, nullptr)) {
     // A failure here does not stop the writer; opening the file decides.
@@ -225,7 +228,13 @@ struct NatValues {
     NXCLog(LOG_ERR, fn, "Cannot get the NAT config backup file name");
     return false;
   }
-  if (!NXCCopyFile(path, bakPath)) {
+  if (!nxc::ReadWholeFile(path, old)) {
+    NXCLog(LOG_ERR, "NXCCopyFile", "Could not open source file: %s, error: %s", path,
+           strerror(errno));
+    NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
+    return false;
+  }
+  if (!nxc::BackUpBeforeRewrite(*old, path, bakPath)) {
     NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
     return false;
   }
@@ -233,73 +242,75 @@ struct NatValues {
 }
 
 // The [host] section.
-[[nodiscard]] bool WriteHostSection(FILE *f, const NatValues &v, const char *fn) {
-  if (fputs(NXCNATConfigFileHostSectionHeader, f) == EOF) {
+[[nodiscard]] bool WriteHostSection(ByteBuffer *out, const NatValues &v, const char *fn) {
+  if (!out->AppendString(NXCNATConfigFileHostSectionHeader)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file host section header, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs: failed while writing NAT config file host section header, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileMacOSVirtApiDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileMacOSVirtApiParam, NXCIsMacosVirtApiEnabled() ? 1 : 0) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileMacOSVirtApiDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileMacOSVirtApiParam, NXCIsMacosVirtApiEnabled() ? 1 : 0)) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config MacOS virtualization API, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileIPDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileIPParam, v.gateway) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileIPDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileIPParam, v.gateway)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config IP gateway, error: %s",
            strerror(err));
     return false;
   }
-  if (fprintf(f, NXCNATConfigFileNetmaskParam, v.netmask) <= 0) {
+  if (!out->AppendPrintf(NXCNATConfigFileNetmaskParam, v.netmask)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing NAT config netmask, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileDeviceDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileDeviceParam, v.device) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileDeviceDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileDeviceParam, v.device)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config device, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileActiveFTPDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileActiveFTPParam, v.activeFtp) <= 0 ||
-      fputs(NXCNATConfigFileAllowAnyOUIDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileActiveFTPDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileActiveFTPParam, v.activeFtp) ||
+      !out->AppendString(NXCNATConfigFileAllowAnyOUIDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileAllowAnyOUIParam, v.allowAnyOui)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config active FTP value, error: %s",
            strerror(err));
     return false;
   }
-  if (v.hostIp[0] != '\0' && (fputs(NXCNATConfigFileHostIPDesc, f) == EOF ||
-                              fprintf(f, NXCNATConfigFileHostIPParam, v.hostIp) <= 0)) {
+  if (v.hostIp[0] != '\0' && (!out->AppendString(NXCNATConfigFileHostIPDesc) ||
+                              !out->AppendPrintf(NXCNATConfigFileHostIPParam, v.hostIp))) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host IP config, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigHostDefaultOptions, f) == EOF) {
+  if (!out->AppendString(NXCNATConfigHostDefaultOptions)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config host options, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileNat6Desc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileNat6Param, v.nat6) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileNat6Desc) ||
+      !out->AppendPrintf(NXCNATConfigFileNat6Param, v.nat6)) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 options, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileNat6PrefixDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileNat6PrefixParam, v.nat6Prefix) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileNat6PrefixDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileNat6PrefixParam, v.nat6Prefix)) {
     int err = errno;
     NXCLog(LOG_ERR, fn,
            "fputs/fprintf: failed while writing NAT config host nat ipv6 prefix options, error: %s",
@@ -310,46 +321,49 @@ struct NatValues {
 }
 
 // The [tcp], [udp] and [netbios] sections.
-[[nodiscard]] bool WriteProtocolSections(FILE *f, const NatValues &v, const char *fn) {
-  if (fputs(NXCNATConfigFileTCPSectionHeader, f) == EOF) {
+[[nodiscard]] bool WriteProtocolSections(ByteBuffer *out, const NatValues &v, const char *fn) {
+  if (!out->AppendString(NXCNATConfigFileTCPSectionHeader)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config TCP sectionheader, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileTCPDefaultOptions, f) == EOF) {
+  if (!out->AppendString(NXCNATConfigFileTCPDefaultOptions)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config TCP default values, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileUDPSectionHeader, f) == EOF) {
+  if (!out->AppendString(NXCNATConfigFileUDPSectionHeader)) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config UDP sectionheader, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileUDPTimeoutDesc, f) == EOF ||
-      fprintf(f, NXCNATConfigFileUDPTimeoutParam, v.udpTimeout) <= 0) {
+  if (!out->AppendString(NXCNATConfigFileUDPTimeoutDesc) ||
+      !out->AppendPrintf(NXCNATConfigFileUDPTimeoutParam, v.udpTimeout)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
+    NXCLog(LOG_ERR, fn,
+           "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s",
            strerror(err));
     return false;
   }
-  if (fputs(NXCNATConfigFileNetbiosSectionHeader, f) == EOF ||
-      fputs(NXCNATConfigNetbiosDefaultOptions, f) == EOF) {
+  if (!out->AppendString(NXCNATConfigFileNetbiosSectionHeader) ||
+      !out->AppendString(NXCNATConfigNetbiosDefaultOptions)) {
     int err = errno;
-    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s", strerror(err));
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing [netbios] NAT config error: %s",
+           strerror(err));
     return false;
   }
   return true;
 }
 
 // [incomingtcp] and [incomingudp] with one line per forward. Descriptions
-// stay in the database: the buffer is cleared before each line.
-[[nodiscard]] bool WritePortForwards(uint32_t vnet, FILE *f, const char *fn) {
+// stay in the database.
+[[nodiscard]] bool WritePortForwards(uint32_t vnet, ByteBuffer *out, const char *fn) {
   for (const auto &section : kPortFwdSections) {
-    if (fputs(section.header, f) == EOF || fputs(section.description, f) == EOF) {
+    if (!out->AppendString(section.header) || !out->AppendString(section.description)) {
       int err = errno;
       NXCLog(LOG_ERR, fn, "fputs: failed to write NAT config %s portfwd header: %s",
              section.protocol, strerror(err));
@@ -358,15 +372,13 @@ struct NatValues {
     uint32_t cookie = 0;
     uint16_t externalPort = 0, internalPort = 0;
     char ip[kIPTextSize] = "";
-    char description[kDescriptionSize] = "";
     for (;;) {
-      size_t descriptionSize = sizeof description;
       if (!NXCNATEnumPortForward(vnet, section.tcp, &cookie, &externalPort, ip, sizeof ip,
-                                 &internalPort, description, &descriptionSize))
+                                 &internalPort, /*descBuf=*/nullptr, /*descBufSize=*/nullptr))
         break;
-      description[0] = '\0';
-      if (fprintf(f, NXCNATConfigFilePortForwardParam, static_cast<unsigned>(externalPort), ip,
-                  static_cast<unsigned>(internalPort), "", description) <= 0) {
+      // NXCNATConfigFilePortForwardParam with an empty description.
+      if (!out->AppendAll(static_cast<unsigned>(externalPort), " = "sv, ip, ':',
+                          static_cast<unsigned>(internalPort), '\n')) {
         int err = errno;
         NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",
                section.protocol, strerror(err));
@@ -378,7 +390,9 @@ struct NatValues {
 }
 
 // Opens nat.conf afresh and writes it whole.
-[[nodiscard]] bool WriteNatConf(uint32_t vnet, const NatValues &v, const char *fn) {
+// The file it replaces (old) passes its owner and mode on.
+[[nodiscard]]
+bool WriteNatConf(uint32_t vnet, const NatValues &v, const nxc::FileText &old, const char *fn) {
   char path[kPathSize] = "";
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_NAT_CONF, path, sizeof path)) {
     NXCLog(LOG_ERR, fn, "Cannot get the NAT config file name");
@@ -390,18 +404,20 @@ struct NatValues {
     NXCLog(LOG_ERR, fn, "fopen: failed to open NAT config file, error: %s", strerror(err));
     return false;
   }
-  FILE *f = file.get();
-  if (fputs(NXCNATConfigFileHeader, f) == EOF) {
+  nxc::TakeOverOwnerAndMode(fileno(file.get()), old);
+  // The file is made whole in memory and written in one piece.
+  ByteBuffer text;
+  if (!text.AppendString(NXCNATConfigFileHeader) ||
+      !WriteHostSection(&text, v, fn) || !WriteProtocolSections(&text, v, fn) ||
+      !WritePortForwards(vnet, &text, fn) ||
+      fwrite(text.Data(), 1, text.Size(), file.get()) != text.Size()) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
            strerror(err));
     return false;
   }
-  if (!WriteHostSection(f, v, fn)) return false;
-  if (!WriteProtocolSections(f, v, fn)) return false;
-  if (!WritePortForwards(vnet, f, fn)) return false;
   // The file is complete without its last newline: a failure is only logged.
-  if (fputs("\n", f) == EOF) {
+  if (fputs("\n", file.get()) == EOF) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", strerror(err));
   }
@@ -417,8 +433,9 @@ extern "C" bool NXCNATUpdateFromConfig(uint32_t vnet) noexcept {
   NatValues values;
   if (!FetchValues(vnet, &values, kFn)) return InternalExit(kFn, __LINE__, false);
   bool created = false;
-  if (!PrepareFile(vnet, &created, kFn)) return InternalExit(kFn, __LINE__, false);
-  if (!WriteNatConf(vnet, values, kFn)) {
+  nxc::FileText old;
+  if (!PrepareFile(vnet, &created, &old, kFn)) return InternalExit(kFn, __LINE__, false);
+  if (!WriteNatConf(vnet, values, old, kFn)) {
     // An existing file stays as far as it got; the backup has its old content.
     if (created) {
       NXCLog(LOG_ERR, kFn, "Removing newly created NAT directory and config file");

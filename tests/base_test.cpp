@@ -368,7 +368,18 @@ std::string HexOf(const std::string &message) {
   return hex;
 }
 
-TEST(Sha1Test, MatchesTheStandardVectors) {
+// Both the CPU's SHA instructions (where it has them) and the portable
+// rounds.
+class Sha1Test : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (Sha1UseCpuInstructions(GetParam()) != GetParam())
+      GTEST_SKIP() << "this CPU has no SHA instructions";
+  }
+  void TearDown() override { (void)Sha1UseCpuInstructions(true); }
+};
+
+TEST_P(Sha1Test, MatchesTheStandardVectors) {
   EXPECT_EQ(HexOf("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(HexOf(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
   EXPECT_EQ(HexOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
@@ -393,6 +404,11 @@ TEST(Sha1Test, MatchesTheStandardVectors) {
   Sha1Hex(digest, hex);
   EXPECT_STREQ(hex, "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
+
+INSTANTIATE_TEST_SUITE_P(Rounds, Sha1Test, testing::Values(false, true),
+                         [](const testing::TestParamInfo<bool> &info) {
+                           return info.param ? "CpuInstructions" : "Portable";
+                         });
 
 }  // namespace
 }  // namespace nxc

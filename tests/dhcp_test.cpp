@@ -315,9 +315,10 @@ TEST_F(DhcpTest, UserTextAroundAnUntouchedBlockIsKeptByteForByte) {
   size_t blockAt = first.find(kStartMarker);
   // The user adds a statement and a stray start marker before the block (the
   // last start marker before the end counts) and more after it, the last
-  // line without its newline.
+  // line without its newline. The block's own marker then follows 255 bytes
+  // of a line, where a 256-byte line buffer starts a new piece.
   const std::string prefix = first.substr(0, blockAt) + "# mine\r\nddns-update-style none;\n\n" +
-                             kStartMarker + "# a stray marker above\n";
+                             kStartMarker + "# a stray marker above\n#" + std::string(254, 'x');
   const std::string suffix = "\n# after the block\tend\nlog-facility local7;";
   std::string edited = prefix + first.substr(blockAt) + suffix;
   ASSERT_TRUE(WriteFile(kConf, edited));
@@ -399,6 +400,11 @@ TEST_F(DhcpTest, EditedMissingOrUnrecognisedBlocksGiveAFreshFileAndABackup) {
       {"end marker without its newline",
        [&](const std::string &t) { return replace(t, kEndMarker, endNoNewline); }, false,
        "Could not locate zynet DHCP config block"},
+      {"start marker 254 bytes into a line",
+       [&](const std::string &t) {
+         return replace(t, kStartMarker, "#" + std::string(253, 'x') + kStartMarker);
+       },
+       false, "Could not locate zynet DHCP config block"},
       {"end marker before the start marker",
        [&](const std::string &t) { return std::string(kEndMarker) + replace(t, kEndMarker, ""); },
        false, "Could not locate zynet DHCP config block"},

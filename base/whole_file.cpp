@@ -1,0 +1,89 @@
+// whole_file.cpp - a file read whole into memory, and the copy of a file
+// whose content is already in memory.
+#include "base/whole_file.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "nexcfg_internal.h"
+
+namespace nxc {
+
+bool ReadWholeFile(const char *path, FileText *text) noexcept {
+  *text = {};
+  UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+  struct stat st;
+  if (!fd || fstat(fd.get(), &st) != 0) return false;
+  text->status = st;
+  // Read until the end, which need not be where the size said it was.
+  size_t capacity = static_cast<size_t>(st.st_size) + 1;
+  for (;;) {
+    if (text->size == capacity) capacity *= 2;
+    auto *grown = static_cast<char *>(realloc(text->data.get(), capacity));
+    if (!grown) {
+      errno = ENOMEM;
+      return false;
+    }
+    (void)text->data.release();
+    text->data.reset(grown);
+    ssize_t n = read(fd.get(), grown + text->size, capacity - text->size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    if (n == 0) return true;
+    text->size += static_cast<size_t>(n);
+  }
+}
+
+bool CopyFileFrom(std::string_view content, const char *source, const char *destination) noexcept {
+  static constexpr char kFn[] = "NXCCopyFile";
+  (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
+  UniqueFd out(open(destination, O_WRONLY | O_TRUNC | O_CLOEXEC));
+  if (!out) {
+    NXCLog(LOG_ERR, kFn, "Could not open destination file: %s, error: %s", destination,
+           strerror(errno));
+    return false;
+  }
+  while (!content.empty()) {
+    ssize_t written = write(out.get(), content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      NXCLog(LOG_ERR, kFn, "Writing to destination file: %s failed, error: %s", destination,
+             strerror(written < 0 ? errno : EIO));
+      return false;
+    }
+    content.remove_prefix(static_cast<size_t>(written));
+  }
+  NXCLog(LOG_INFO2, kFn, "Finished reading from source file: %s", source);
+  return true;
+}
+
+bool BackUpBeforeRewrite(const FileText &text, const char *path, const char *backup) noexcept {
+  struct stat now;
+  // The same file still (not replaced since it was read), one link only.
+  const bool movable = S_ISREG(text.status.st_mode) && text.status.st_nlink == 1 &&
+                       lstat(path, &now) == 0 && now.st_dev == text.status.st_dev &&
+                       now.st_ino == text.status.st_ino;
+  if (movable && rename(path, backup) == 0) {
+    NXCLog(LOG_INFO2, "NXCCopyFile", "Finished reading from source file: %s", path);
+    return true;
+  }
+  return CopyFileFrom(text.View(), path, backup);
+}
+
+void TakeOverOwnerAndMode(int fd, const FileText &old) noexcept {
+  struct stat st;
+  // Nothing to take over from a file that was never read, or that is
+  // still the same one.
+  if (!old.data || fstat(fd, &st) != 0 ||
+      (st.st_dev == old.status.st_dev && st.st_ino == old.status.st_ino))
+    return;
+  (void)fchown(fd, old.status.st_uid, old.status.st_gid);
+  (void)fchmod(fd, old.status.st_mode & 07777);
+}
+
+}  // namespace nxc

@@ -118,7 +118,10 @@ uint64_t Number(const std::string &word, const char *what, uint64_t min, uint64_
   bool hex = word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
   const char *digits = hex ? text + 2 : text;
   bool ok = *digits != '\0';
-  for (const char *p = digits; ok && *p; ++p) ok = hex ? isxdigit(*p) != 0 : isdigit(*p) != 0;
+  for (const char *p = digits; ok && *p; ++p) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    ok = hex ? isxdigit(c) != 0 : isdigit(c) != 0;
+  }
   errno = 0;
   unsigned long long value = ok ? strtoull(digits, nullptr, hex ? 16 : 10) : 0;
   if (!ok || errno == ERANGE || value < min || value > max)
@@ -130,7 +133,7 @@ uint64_t Number(const std::string &word, const char *what, uint64_t min, uint64_
 std::string VnetName(const std::string &word) {
   std::string digits = word.rfind("zynet", 0) == 0 ? word.substr(5) : word;
   bool ok = !digits.empty() && digits.size() <= 3 &&
-            std::all_of(digits.begin(), digits.end(), [](char c) { return isdigit(c) != 0; }) &&
+            std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }) &&
             (digits.size() == 1 || digits[0] != '0') && atoi(digits.c_str()) < 256;
   if (!ok) throw UsageError("\"" + word + "\" is not a vnet: give zynet0 ... zynet255 (or 0 ... 255)");
   return "zynet" + digits;

@@ -23,6 +23,13 @@ namespace {
 
 constexpr char kPrefixItem[] = "nat66-prefix ";
 
+// Keywords compare without case, in ASCII only: a byte of 0x80 and above
+// stays as it is.
+void LowerAscii(std::string *text) {
+  for (char &c : *text)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+}
+
 // A vnet number 0..255 as written in a record, or -1.
 int VnetWord(const std::string &word) {
   if (word.empty() || word.size() > 3 || word.find_first_not_of("0123456789") != std::string::npos) return -1;
@@ -49,7 +56,7 @@ bool Replay(const std::string &line, Settings *s) {
   size_t blank = line.find(' ');
   if (blank == std::string::npos) return false;
   std::string keyword = line.substr(0, blank), rest = line.substr(blank + 1);
-  std::transform(keyword.begin(), keyword.end(), keyword.begin(), ::tolower);
+  LowerAscii(&keyword);
   std::istringstream words(rest);
   std::string a, b, c, d, e;
   if (keyword == "answer" || keyword == "remove_answer") {
@@ -67,7 +74,7 @@ bool Replay(const std::string &line, Settings *s) {
   bool add = keyword.rfind("add_", 0) == 0;
   if (keyword == "add_nat_portfwd" || keyword == "remove_nat_portfwd") {
     if (!(words >> a >> b >> c) || VnetWord(a) < 0) return false;
-    std::transform(b.begin(), b.end(), b.begin(), ::tolower);
+    LowerAscii(&b);
     std::string name = "forward " + b + " " + c;
     if (!add) {
       (*s)[VnetWord(a)].erase(name);

@@ -189,7 +189,7 @@ Invocation Parse(const Command &command, const std::vector<std::string> &rest) {
   bool optionsDone = false;
   for (size_t i = 0; i < rest.size(); ++i) {
     const std::string &word = rest[i];
-    if (optionsDone || word.size() < 2 || word[0] != '-' || word == "-" || isdigit(word[1])) {
+    if (optionsDone || word.size() < 2 || word[0] != '-' || word == "-" || (word[1] >= '0' && word[1] <= '9')) {
       args.push_back(word);
       continue;
     }

@@ -82,8 +82,11 @@ void TakeOverOwnerAndMode(int fd, const FileText &old) noexcept {
   if (!old.data || fstat(fd, &st) != 0 ||
       (st.st_dev == old.status.st_dev && st.st_ino == old.status.st_ino))
     return;
-  (void)fchown(fd, old.status.st_uid, old.status.st_gid);
-  (void)fchmod(fd, old.status.st_mode & 07777);
+  // A caller that may not give the file to its old owner keeps it; the
+  // set-id bits then stay behind, as they belong to that owner.
+  mode_t mode = old.status.st_mode & 07777;
+  if (fchown(fd, old.status.st_uid, old.status.st_gid) != 0) mode &= 0777;
+  (void)fchmod(fd, mode);
 }
 
 }  // namespace nxc

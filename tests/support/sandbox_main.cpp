@@ -186,10 +186,16 @@ bool BuildSandbox(std::string *why) {
   static const char *const kDevices[] = {"null", "zero", "full", "random", "urandom",
                                          "tty",  "net",  nullptr};
   if (!RebuildDir("/dev", kDevices, why)) return false;
-  (void)symlink("/proc/self/fd", "/dev/fd");
-  (void)symlink("/proc/self/fd/0", "/dev/stdin");
-  (void)symlink("/proc/self/fd/1", "/dev/stdout");
-  (void)symlink("/proc/self/fd/2", "/dev/stderr");
+  static const char *const kDevLinks[][2] = {{"/proc/self/fd", "/dev/fd"},
+                                              {"/proc/self/fd/0", "/dev/stdin"},
+                                              {"/proc/self/fd/1", "/dev/stdout"},
+                                              {"/proc/self/fd/2", "/dev/stderr"}};
+  for (const auto &link : kDevLinks) {
+    if (symlink(link[0], link[1]) != 0) {
+      *why = Errno("symlink", link[1]);
+      return false;
+    }
+  }
   if (mkdir("/dev/shm", 01777) != 0 || !MountTmpfs("/dev/shm", "mode=1777", why)) return false;
   // The stage's bind mounts stay under the private /run, out of the way.
   if (!MountTmpfs("/var/log", "mode=0755", why)) return false;

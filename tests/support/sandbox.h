@@ -11,10 +11,10 @@ const char *StandinDir();
 // The project's source folder.
 const char *SourceDir();
 
-// RUN_ALL_TESTS, except that a test that skipped fails the program when it
-// runs as root (where every test can run): the skipped tests are named with
-// their reasons on stderr. Without root a program whose tests all skipped
-// exits with 77, so the runner reports them as skipped.
+// RUN_ALL_TESTS, except that as root (where every test can run) a test that
+// skips fails, named with its reason on stderr. Without root skipped tests
+// are named the same way, and a program whose tests all skipped exits with
+// 77, so the runner reports them as skipped.
 int RunAllTestsRefusingSkips();
 
 }  // namespace nxc::test

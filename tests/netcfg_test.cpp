@@ -77,7 +77,7 @@ TEST_F(NetCfgTest, VersionLineDecidesWhetherTheDatabaseLoads) {
   EXPECT_FALSE(NXCNetCfgCheckVersion(dir.File("missing").c_str()));
 }
 
-TEST_F(NetCfgTest, MalformedRecordsAreSkippedWithTheirReasons) {
+TEST_F(NetCfgTest, MalformedRecordsAreLeftOutWithTheirReasons) {
   WriteDb(
       "answer KEY\n"
       "answer SPACED a b\n"

@@ -230,6 +230,16 @@ bool HashTable::Snapshot(void ***entries, size_t *count) const noexcept {
   return true;
 }
 
+size_t HashTable::CopyEntriesUnordered(void **out) const noexcept {
+  constexpr uint32_t kAhead = 8;  // buckets whose first node is fetched early
+  size_t n = 0;
+  for (uint32_t b = 0; b < bucketCount_; ++b) {
+    if (b + kAhead < bucketCount_) __builtin_prefetch(buckets_[b + kAhead]);
+    for (const Node *node = buckets_[b]; node; node = node->chain) out[n++] = node->entry;
+  }
+  return n;
+}
+
 void *HashTable::EntryAt(size_t index, Cursor *cursor) const noexcept {
   if (index >= count_) return nullptr;
   const Node *node = static_cast<const Node *>(cursor->node_);

@@ -37,11 +37,14 @@ VnetKey SplitVnetKey(std::string_view key, uint32_t *vnet, std::string_view *fie
   return VnetKey::kOk;
 }
 
-// Calls visit(key, value) with copies of every answer's key and value, so
-// that visit may change or delete the answer it is given. visit returns
-// false to stop. False when the answers cannot be listed.
+// Calls visit(key, value) with every answer's key and value, in listing
+// order. With copies they are copies, so that visit may change or delete
+// the answer it is given; without, they are the answer's own texts, and
+// visit may delete that answer only as the last thing it does. visit
+// returns false to stop. False when the answers cannot be listed.
 template <class Visit>
-[[nodiscard]] bool ForEachAnswer(NXCNetworkConfigurationDB *db, bool *stopped, Visit visit) {
+[[nodiscard]]
+bool ForEachAnswer(NXCNetworkConfigurationDB *db, bool copies, bool *stopped, Visit visit) {
   void **entries = nullptr;
   size_t count = 0;
   if (!db->answers || !db->answers->Snapshot(&entries, &count)) return false;
@@ -50,6 +53,10 @@ template <class Visit>
   for (size_t i = 0; i < count && !*stopped; ++i) {
     // Only the visited answer is ever deleted, so later entries stay valid.
     auto *e = static_cast<NetworkConfigDictionaryEntry *>(entries[i]);
+    if (!copies) {
+      *stopped = !visit(e->key, e->value);
+      continue;
+    }
     CPtr<char> key(strdup(e->key));
     CPtr<char> value(strdup(e->value));
     if (!key || !value) return false;
@@ -57,6 +64,15 @@ template <class Visit>
   }
   return true;
 }
+
+}  // namespace
+
+bool IsKnownVnetKey(std::string_view key, uint32_t *vnet) {
+  std::string_view field;
+  return SplitVnetKey(key, vnet, &field) == VnetKey::kOk && IsOneOf(field, kKnownVnetFields);
+}
+
+namespace {
 
 void DeleteAnswer(NXCNetworkConfigurationDB *db, const char *key) {
   (void)db->answers->Delete(StrKey(key));
@@ -71,7 +87,7 @@ void DeleteAnswer(NXCNetworkConfigurationDB *db, const char *key) {
     return true;
   }
   bool stopped = false;
-  bool listed = ForEachAnswer(db, &stopped, [&](const char *key, const char *value) {
+  bool listed = ForEachAnswer(db, /*copies=*/false, &stopped, [&](const char *key, const char *value) {
     uint32_t vnet = 0;
     std::string_view field;
     VnetKey kind = SplitVnetKey(key, &vnet, &field);
@@ -176,7 +192,7 @@ bool UpgradeAnswer(NXCNetworkConfigurationDB *db, const char *key, const char *v
   }
   if (db->major != 0) return true;
   bool stopped = false;
-  if (!ForEachAnswer(db, &stopped, [&](const char *key, const char *value) {
+  if (!ForEachAnswer(db, /*copies=*/true, &stopped, [&](const char *key, const char *value) {
         return UpgradeAnswer(db, key, value, kFn);
       })) {
     NXCLog(LOG_INFO2, kFn, "Failed to create array of records in dictHash");

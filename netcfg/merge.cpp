@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
@@ -43,6 +45,53 @@ bool VnetAnswersDiffer(NXCNetworkConfigurationDB *current, NXCNetworkConfigurati
     differ = true;
   }
   return differ;
+}
+
+// Reads the known vnet answers of from and, unless to is null, marks in
+// differ the vnets of those that to lacks or holds with another value.
+// *known gets how many known vnet answers from holds, *same how many of
+// them to holds with the same value. False when memory runs out.
+[[nodiscard]]
+bool MarkAnswersNotIn(const HashTable *from, const HashTable *to, bool (&differ)[kNumVnets],
+                      size_t *known, size_t *same) {
+  *known = 0;
+  *same = 0;
+  const size_t count = from ? from->Count() : 0;
+  if (count == 0) return true;
+  CPtr<void *> entries(static_cast<void **>(malloc(count * sizeof(void *))));
+  if (!entries) return false;
+  const size_t listed = from->CopyEntriesUnordered(entries.get());
+  constexpr size_t kAhead = 8;
+  for (size_t i = 0; i < listed; ++i) {
+    if (i + kAhead < listed) __builtin_prefetch(entries.get()[i + kAhead]);
+    const auto *e = static_cast<const NetworkConfigDictionaryEntry *>(entries.get()[i]);
+    uint32_t vnet = 0;
+    if (!IsKnownVnetKey(e->key, &vnet)) continue;
+    ++*known;
+    if (!to) continue;
+    const auto *other = static_cast<const NetworkConfigDictionaryEntry *>(to->Lookup(StrKey(e->key)));
+    if (other && strcmp(other->value, e->value) == 0)
+      ++*same;
+    else
+      differ[vnet] = true;
+  }
+  return true;
+}
+
+// Marks the vnets whose known settings may differ between the two caches:
+// every one that does, and perhaps a few more. The known keys of each
+// cache are read once, where VnetAnswersDiffer looks up every known key of
+// every vnet in both; it then need only look at the vnets marked here.
+void MarkVnetsWithOtherAnswers(NXCNetworkConfigurationDB *current,
+                               NXCNetworkConfigurationDB *incoming, bool (&differ)[kNumVnets]) {
+  size_t currentKnown = 0, same = 0, incomingKnown = 0, ignored = 0;
+  bool listed = MarkAnswersNotIn(current->answers, incoming->answers, differ, &currentKnown, &same);
+  // Every known answer of the incoming cache matched one of the current
+  // cache when there are as many as matched; else they are looked up too.
+  listed = listed && MarkAnswersNotIn(incoming->answers, nullptr, differ, &incomingKnown, &ignored);
+  if (listed && incomingKnown != same)
+    listed = MarkAnswersNotIn(incoming->answers, current->answers, differ, &incomingKnown, &ignored);
+  if (!listed) std::fill(differ, differ + kNumVnets, true);
 }
 
 // Stops the running daemons of a vnet: bridge, NAT, DHCP, netifup.
@@ -197,9 +246,11 @@ extern "C" bool NXCNetCfgMergeConfig(const char *path) noexcept {
     (void)NXCNetCfgUnload(&incoming, false);
     return false;
   }
+  bool answersDiffer[kNumVnets] = {};
+  MarkVnetsWithOtherAnswers(gDefaultCache, incoming, answersDiffer);
   bool changed[kNumVnets] = {};
   for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)
-    changed[vnet] = VnetAnswersDiffer(gDefaultCache, incoming, vnet, kFn) ||
+    changed[vnet] = (answersDiffer[vnet] && VnetAnswersDiffer(gDefaultCache, incoming, vnet, kFn)) ||
                     !NXCNetCfgMergeConfigPortFwdCmp(incoming, vnet);
   bool ok = true;
   for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet)

@@ -273,6 +273,10 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
 // line. Returns the failure flag: false when everything was written.
 [[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer);
 
+// True when key is "VNET_<n>_<field>" with n a vnet number and field one of
+// the known vnet fields; *vnet gets n.
+[[nodiscard]] bool IsKnownVnetKey(std::string_view key, uint32_t *vnet);
+
 // Gives an imported or merged cache the database's name and opens the
 // database file for appending to it (the merge's failure line keeps its own
 // wording). False, logged, when either cannot be had.

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "base/byte_buffer.h"
 #include "base/str_util.h"
 #include "base/unique_fd.h"
@@ -19,35 +21,72 @@ namespace nxc {
 namespace {
 
 
-// The entries of one table in listing order (a malloc'd array, null when
-// the table is empty or missing). False when memory runs out.
-[[nodiscard]] bool ListEntries(const HashTable *table, void ***entries, size_t *count) {
-  *entries = nullptr;
-  *count = 0;
-  return !table || table->Snapshot(entries, count);
-}
+// Where the records of a rewrite go. Into a file they go through a buffer
+// of modest size that is written out each time it fills, so that write()
+// copies bytes that are still in the processor's cache; without a file,
+// into the caller's buffer, which takes them all.
+class RecordSink {
+ public:
+  explicit RecordSink(ByteBuffer *whole) : buffer_(whole) {}
+  explicit RecordSink(int fd) : buffer_(&chunk_), fd_(fd) {}
+  RecordSink(const RecordSink &) = delete;
+  RecordSink &operator=(const RecordSink &) = delete;
+
+  ByteBuffer *buffer() { return buffer_; }
+  // Writes the buffer to the file once it has filled, or whatever it
+  // holds when last. After a failed write the rest is only counted.
+  void Flush(bool last = false) {
+    if (fd_ < 0 || (!last && buffer_->Size() < kChunk)) return;
+    const char *data = buffer_->Data();
+    const size_t size = buffer_->Size();
+    for (size_t done = 0; written_ && done < size;) {
+      ssize_t n = write(fd_, data + done, size - done);
+      if (n < 0 && errno == EINTR) continue;
+      written_ = n > 0;
+      if (written_) done += static_cast<size_t>(n);
+    }
+    flushed_ += size;
+    buffer_->Clear();
+  }
+  bool written() const { return written_; }
+  size_t total() const { return flushed_ + buffer_->Size(); }
+
+ private:
+  static constexpr size_t kChunk = 64 * 1024;
+  ByteBuffer chunk_;
+  ByteBuffer *buffer_;
+  int fd_ = -1;
+  size_t flushed_ = 0;
+  bool written_ = true;
+};
 
 // BINDIR comes from the product configuration file at every load.
-[[nodiscard]] bool IsBindir(uint32_t type, const void *entry) {
-  return type == NXC_REC_ANSWER &&
-         strcmp(static_cast<const NetworkConfigDictionaryEntry *>(entry)->key, "BINDIR") == 0;
+[[nodiscard]] bool IsBindir(const NetworkConfigDictionaryEntry *entry) {
+  return strcmp(entry->key, "BINDIR") == 0;
 }
 
-// Formats one record into the buffer; the failure flag as result.
-int NetCfgWriteRecord(ByteBuffer *buffer, uint32_t type, const void *entry) {
-  if (IsBindir(type, entry)) return 0;
-  return AppendRecord(buffer, type, entry) ? 0 : 1;
+// Asks the memory for the entries ahead of their use: the entry and what
+// its allocation holds behind it (the texts of most families).
+void PrefetchEntries(void *const *entries, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    __builtin_prefetch(entries[i]);
+    __builtin_prefetch(static_cast<const char *>(entries[i]) + 64);
+  }
+}
+
+void LogWriteFailure(uint32_t type, const char *fn) {
+  NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
 }
 
 // Lists the entries of one table of the family of type, puts them in the
 // family's rewrite order and writes them; logs and fails on the first bad
-// record.
+// record. For the tables with a handful of entries.
 [[nodiscard]]
-bool WriteTable(ByteBuffer *sink, uint32_t type, const HashTable *table, size_t *written,
+bool WriteTable(RecordSink *sink, uint32_t type, const HashTable *table, size_t *written,
                 const char *fn) {
   void **entries = nullptr;
   size_t count = 0;
-  if (!ListEntries(table, &entries, &count)) {
+  if (table && !table->Snapshot(&entries, &count)) {
     NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", type);
     return false;
   }
@@ -55,12 +94,209 @@ bool WriteTable(ByteBuffer *sink, uint32_t type, const HashTable *table, size_t 
   const RecordFamily &family = *FamilyOfType(type);
   if (family.sortForRewrite) family.sortForRewrite(entries, count);
   for (size_t i = 0; i < count; ++i) {
-    if (NetCfgWriteRecord(sink, type, entries[i]) != 0) {
-      NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
+    if (!AppendRecord(sink->buffer(), type, entries[i])) {
+      LogWriteFailure(type, fn);
       return false;
     }
   }
+  sink->Flush();
   *written += count;
+  return true;
+}
+
+// An answer's line, formatted into a scratch buffer, with what sorts it:
+// the answers go out by key, byte-wise, and the first 24 bytes of a key
+// mostly decide, compared as three numbers.
+struct AnswerLine {
+  uint64_t head[3];  // the key's first 24 bytes, big-endian, zeros after its end
+  size_t offset;     // of the line in the scratch buffer
+  size_t length;
+  size_t keyLength;
+};
+
+constexpr size_t kHeadBytes = sizeof AnswerLine::head;
+
+void SetHead(AnswerLine *line, const char *key) {
+  unsigned char bytes[kHeadBytes] = {};
+  memcpy(bytes, key, std::min(line->keyLength, kHeadBytes));
+  for (size_t w = 0; w < kHeadBytes / 8; ++w) {
+    uint64_t word = 0;
+    for (size_t b = 0; b < 8; ++b) word = word << 8 | bytes[8 * w + b];
+    line->head[w] = word;
+  }
+}
+
+// Orders lines by key: the heads as numbers, then the rest of the keys
+// (which start at keys + offset) byte-wise, then the lengths.
+bool KeyBefore(const AnswerLine &a, const AnswerLine &b, const char *keys) {
+  if (a.head[0] != b.head[0]) return a.head[0] < b.head[0];
+  if (a.head[1] != b.head[1]) return a.head[1] < b.head[1];
+  if (a.head[2] != b.head[2]) return a.head[2] < b.head[2];
+  const size_t common = std::min(a.keyLength, b.keyLength);
+  int c = common > kHeadBytes
+              ? memcmp(keys + a.offset + kHeadBytes, keys + b.offset + kHeadBytes, common - kHeadBytes)
+              : 0;
+  return c != 0 ? c < 0 : a.keyLength < b.keyLength;
+}
+
+uint8_t HeadByte(const AnswerLine &line, size_t at) {
+  return static_cast<uint8_t>(line.head[at / 8] >> (56 - 8 * (at % 8)));
+}
+
+// Sorts lines (whose keys agree in their first depth bytes) by key: by
+// their byte at depth into 256 groups, each sorted the same way one byte
+// deeper; small groups, and keys alike in all of their head, by
+// comparison. The keys mostly share their first bytes ("VNET_"), where a
+// comparison sort would compare them again and again. spare has room for
+// count lines.
+void SortAnswerLines(AnswerLine *lines, AnswerLine *spare, size_t count, size_t depth,
+                     const char *keys) {
+  constexpr size_t kSmall = 32;
+  for (; depth < kHeadBytes && count > kSmall; ++depth) {
+    size_t start[257] = {};
+    for (size_t i = 0; i < count; ++i) ++start[HeadByte(lines[i], depth) + 1];
+    if (start[HeadByte(lines[0], depth) + 1] == count) continue;  // one group: next byte
+    for (size_t b = 0; b < 256; ++b) start[b + 1] += start[b];
+    size_t at[256];
+    memcpy(at, start, sizeof at);
+    for (size_t i = 0; i < count; ++i) spare[at[HeadByte(lines[i], depth)]++] = lines[i];
+    memcpy(lines, spare, count * sizeof *lines);
+    for (size_t b = 0; b < 256; ++b) {
+      if (start[b + 1] - start[b] > 1)
+        SortAnswerLines(lines + start[b], spare, start[b + 1] - start[b], depth + 1, keys);
+    }
+    return;
+  }
+  std::sort(lines, lines + count,
+            [keys](const AnswerLine &a, const AnswerLine &b) { return KeyBefore(a, b, keys); });
+}
+
+// Every answer but BINDIR, by key. The entries are read in the table's
+// bucket order, each line formatted once; the lines are then sorted and
+// copied out in order.
+[[nodiscard]] bool WriteAnswers(const HashTable *table, RecordSink *sink, const char *fn) {
+  const size_t count = table ? table->Count() : 0;
+  if (count == 0) return true;
+  CPtr<void *> entries(static_cast<void **>(malloc(count * sizeof(void *))));
+  CPtr<AnswerLine> lines(static_cast<AnswerLine *>(malloc(count * sizeof(AnswerLine))));
+  if (!entries || !lines) {
+    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", NXC_REC_ANSWER);
+    return false;
+  }
+  const size_t listed = table->CopyEntriesUnordered(entries.get());
+  // The key is the first field of the line, after the keyword and a blank.
+  const size_t keyAt = kAnswerRecords.addKeyword.size() + 1;
+  constexpr size_t kAhead = 16;
+  ByteBuffer scratch;
+  size_t kept = 0;
+  for (size_t i = 0; i < listed; ++i) {
+    if (i + kAhead < listed) PrefetchEntries(entries.get() + i + kAhead, 1);
+    const auto *entry = static_cast<const NetworkConfigDictionaryEntry *>(entries.get()[i]);
+    if (IsBindir(entry)) continue;
+    AnswerLine &line = lines.get()[kept++];
+    line.offset = scratch.Size();
+    if (!AppendRecord(&scratch, NXC_REC_ANSWER, entry)) {
+      LogWriteFailure(NXC_REC_ANSWER, fn);
+      return false;
+    }
+    line.length = scratch.Size() - line.offset;
+    line.keyLength = strlen(entry->key);
+    SetHead(&line, entry->key);
+  }
+  const char *text = scratch.Data();
+  CPtr<AnswerLine> spare(static_cast<AnswerLine *>(malloc((kept ? kept : 1) * sizeof(AnswerLine))));
+  if (!spare) {
+    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", NXC_REC_ANSWER);
+    return false;
+  }
+  SortAnswerLines(lines.get(), spare.get(), kept, 0, text + keyAt);
+  for (size_t i = 0; i < kept; ++i) {
+    if (i + kAhead < kept) __builtin_prefetch(text + lines.get()[i + kAhead].offset);
+    const AnswerLine &line = lines.get()[i];
+    if (!sink->buffer()->Append(text + line.offset, line.length)) {
+      LogWriteFailure(NXC_REC_ANSWER, fn);
+      return false;
+    }
+    sink->Flush();
+  }
+  return true;
+}
+
+// The per-vnet tables in the order a rewrite writes them: per vnet its TCP
+// forwards, its UDP forwards and its DHCP mappings.
+constexpr size_t kTablesPerVnet = 3;
+constexpr size_t kVnetTables = kTablesPerVnet * kNumVnets;
+
+uint32_t VnetTableType(size_t t) {
+  return t % kTablesPerVnet == 2 ? NXC_REC_ADD_DHCP_MAC_TO_IP : NXC_REC_ADD_NAT_PORTFWD;
+}
+
+// The entries of every table in listing order, table after table, into
+// out; table t's start at start[t]. The tables are walked side by side,
+// one step of each in turn: the nodes of one table are linked one to the
+// next, so that each step of one walk waits for the step before, but the
+// steps of different walks do not wait on each other.
+void ListSideBySide(const HashTable *const *tables, const size_t *start, void **out) {
+  HashTable::Cursor cursors[kVnetTables];
+  uint16_t active[kVnetTables];
+  size_t activeCount = 0;
+  for (size_t t = 0; t < kVnetTables; ++t)
+    if (start[t + 1] > start[t]) active[activeCount++] = static_cast<uint16_t>(t);
+  for (size_t step = 0; activeCount > 0; ++step) {
+    size_t kept = 0;
+    for (size_t i = 0; i < activeCount; ++i) {
+      const size_t t = active[i];
+      out[start[t] + step] = tables[t]->EntryAt(step, &cursors[t]);
+      if (start[t] + step + 1 < start[t + 1]) active[kept++] = static_cast<uint16_t>(t);
+    }
+    activeCount = kept;
+  }
+}
+
+// Every port forward and DHCP mapping, vnet by vnet; the counts of each
+// written into *forwards and *mappings.
+[[nodiscard]]
+bool WriteVnetTables(NXCNetworkConfigurationDB *db, RecordSink *sink, size_t *forwards,
+                     size_t *mappings, const char *fn) {
+  const HashTable *tables[kVnetTables];
+  size_t start[kVnetTables + 1];
+  start[0] = 0;
+  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet) {
+    const NATVnetPortFwdConfig *fwd = db->portFwd[vnet];
+    const HashTable **t = tables + kTablesPerVnet * vnet;
+    t[0] = fwd ? fwd->tcp.hash() : nullptr;
+    t[1] = fwd ? fwd->udp.hash() : nullptr;
+    t[2] = db->dhcp[vnet].hash();
+    for (size_t i = 0; i < kTablesPerVnet; ++i) {
+      const size_t k = kTablesPerVnet * vnet + i;
+      start[k + 1] = start[k] + (tables[k] ? tables[k]->Count() : 0);
+    }
+  }
+  const size_t total = start[kVnetTables];
+  CPtr<void *> all(static_cast<void **>(malloc((total ? total : 1) * sizeof(void *))));
+  if (!all) {
+    NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", NXC_REC_ADD_NAT_PORTFWD);
+    return false;
+  }
+  ListSideBySide(tables, start, all.get());
+  if (total > 0) PrefetchEntries(all.get(), start[1]);
+  for (size_t t = 0; t < kVnetTables; ++t) {
+    // The next table's entries come from memory while this one is written.
+    if (t + 1 < kVnetTables) PrefetchEntries(all.get() + start[t + 1], start[t + 2] - start[t + 1]);
+    void **entries = all.get() + start[t];
+    const size_t count = start[t + 1] - start[t];
+    const uint32_t type = VnetTableType(t);
+    const RecordFamily &family = *FamilyOfType(type);
+    if (family.sortForRewrite) family.sortForRewrite(entries, count);
+    for (size_t i = 0; i < count; ++i) {
+      if (!AppendRecord(sink->buffer(), type, entries[i])) {
+        LogWriteFailure(type, fn);
+        return false;
+      }
+    }
+    sink->Flush();
+    *(type == NXC_REC_ADD_NAT_PORTFWD ? forwards : mappings) += count;
+  }
   return true;
 }
 
@@ -68,22 +304,13 @@ bool WriteTable(ByteBuffer *sink, uint32_t type, const HashTable *table, size_t 
 // per vnet its TCP forwards, its UDP forwards and its DHCP mappings; then
 // bridge mappings, each group in its family's rewrite order. NAT prefixes
 // live only in the appended journal, so a rewrite drops them.
-[[nodiscard]] bool WriteAllRecords(NXCNetworkConfigurationDB *db, ByteBuffer *sink, const char *fn) {
-  size_t answers = 0;
-  if (!WriteTable(sink, NXC_REC_ANSWER, db->answers, &answers, fn)) return false;
+[[nodiscard]] bool WriteAllRecords(NXCNetworkConfigurationDB *db, RecordSink *sink, const char *fn) {
+  if (!WriteAnswers(db->answers, sink, fn)) return false;
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file", NXC_REC_ANSWER,
-         answers);
+         db->answers ? db->answers->Count() : 0);
   size_t forwards = 0;
   size_t mappings = 0;
-  for (uint32_t vnet = 0; vnet < kNumVnets; ++vnet) {
-    if (const NATVnetPortFwdConfig *fwd = db->portFwd[vnet]) {
-      if (!WriteTable(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->tcp.hash(), &forwards, fn) ||
-          !WriteTable(sink, NXC_REC_ADD_NAT_PORTFWD, fwd->udp.hash(), &forwards, fn))
-        return false;
-    }
-    if (!WriteTable(sink, NXC_REC_ADD_DHCP_MAC_TO_IP, db->dhcp[vnet].hash(), &mappings, fn))
-      return false;
-  }
+  if (!WriteVnetTables(db, sink, &forwards, &mappings, fn)) return false;
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
          NXC_REC_ADD_NAT_PORTFWD, forwards);
   NXCLog(LOG_INFO, fn, "Records of type: %u, count %zu written to database file",
@@ -204,17 +431,11 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
     NXCLog(LOG_ERR, kFn, "Failed to open database file for writing, error: %s", strerror(err));
     return false;
   }
-  // Every record is formatted first and reaches the file in one write.
-  ByteBuffer records;
-  if (!WriteAllRecords(db, &records, kFn)) return false;
-  bool written = true;
-  for (size_t done = 0; written && done < records.Size();) {
-    ssize_t n = write(fd.get(), records.Data() + done, records.Size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    written = n > 0;
-    if (written) done += static_cast<size_t>(n);
-  }
-  if (records.Size() > 0) db->changed = true;
+  RecordSink sink(fd.get());
+  if (!WriteAllRecords(db, &sink, kFn)) return false;
+  sink.Flush(/*last=*/true);
+  if (sink.total() > 0) db->changed = true;
+  bool written = sink.written();
   // On stable storage before anyone renames it into place or reads it.
   bool synced = written && fsync(fd.get()) == 0;
   if (close(fd.release()) != 0 || !synced) {
@@ -226,7 +447,8 @@ bool NetCfgWriteDatabaseFile(NXCNetworkConfigurationDB *db, const char *path, bo
 }
 
 [[nodiscard]] bool NetCfgWriteDatabaseToBuffer(NXCNetworkConfigurationDB *db, ByteBuffer *buffer) {
-  return !WriteAllRecords(db, buffer, "NetCfgWriteDatabaseToBuffer");
+  RecordSink sink(buffer);
+  return !WriteAllRecords(db, &sink, "NetCfgWriteDatabaseToBuffer");
 }
 
 }  // namespace nxc

@@ -211,7 +211,11 @@ void SortAnswerLines(AnswerLine *lines, AnswerLine *spare, size_t count, size_t 
   }
   SortAnswerLines(lines.get(), spare.get(), kept, 0, text + keyAt);
   for (size_t i = 0; i < kept; ++i) {
-    if (i + kAhead < kept) __builtin_prefetch(text + lines.get()[i + kAhead].offset);
+    if (i + kAhead < kept) {
+      const AnswerLine &ahead = lines.get()[i + kAhead];
+      __builtin_prefetch(text + ahead.offset);
+      __builtin_prefetch(text + ahead.offset + ahead.length - 1);
+    }
     const AnswerLine &line = lines.get()[i];
     if (!sink->buffer()->Append(text + line.offset, line.length)) {
       LogWriteFailure(NXC_REC_ANSWER, fn);
@@ -231,22 +235,26 @@ uint32_t VnetTableType(size_t t) {
   return t % kTablesPerVnet == 2 ? NXC_REC_ADD_DHCP_MAC_TO_IP : NXC_REC_ADD_NAT_PORTFWD;
 }
 
-// The entries of every table in listing order, table after table, into
-// out; table t's start at start[t]. The tables are walked side by side,
-// one step of each in turn: the nodes of one table are linked one to the
-// next, so that each step of one walk waits for the step before, but the
-// steps of different walks do not wait on each other.
-void ListSideBySide(const HashTable *const *tables, const size_t *start, void **out) {
+// The entries of the tables [first, last) in listing order, table after
+// table, into out; table t's start at start[t]. The tables are walked side
+// by side, one step of each in turn: the nodes of one table are linked one
+// to the next, so that each step of one walk waits for the step before,
+// but the steps of different walks do not wait on each other. Each entry
+// is asked for as soon as it is known.
+void ListSideBySide(const HashTable *const *tables, const size_t *start, size_t first,
+                    size_t last, void **out) {
   HashTable::Cursor cursors[kVnetTables];
   uint16_t active[kVnetTables];
   size_t activeCount = 0;
-  for (size_t t = 0; t < kVnetTables; ++t)
+  for (size_t t = first; t < last; ++t)
     if (start[t + 1] > start[t]) active[activeCount++] = static_cast<uint16_t>(t);
   for (size_t step = 0; activeCount > 0; ++step) {
     size_t kept = 0;
     for (size_t i = 0; i < activeCount; ++i) {
       const size_t t = active[i];
-      out[start[t] + step] = tables[t]->EntryAt(step, &cursors[t]);
+      void **slot = out + start[t] + step;
+      *slot = tables[t]->EntryAt(step, &cursors[t]);
+      PrefetchEntries(slot, 1);
       if (start[t] + step + 1 < start[t + 1]) active[kept++] = static_cast<uint16_t>(t);
     }
     activeCount = kept;
@@ -278,11 +286,12 @@ bool WriteVnetTables(NXCNetworkConfigurationDB *db, RecordSink *sink, size_t *fo
     NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", NXC_REC_ADD_NAT_PORTFWD);
     return false;
   }
-  ListSideBySide(tables, start, all.get());
-  if (total > 0) PrefetchEntries(all.get(), start[1]);
+  // A group of vnets at a time: their entries are listed, and are still
+  // in the processor's cache when they are written.
+  constexpr size_t kGroupTables = kTablesPerVnet * 16;
   for (size_t t = 0; t < kVnetTables; ++t) {
-    // The next table's entries come from memory while this one is written.
-    if (t + 1 < kVnetTables) PrefetchEntries(all.get() + start[t + 1], start[t + 2] - start[t + 1]);
+    if (t % kGroupTables == 0)
+      ListSideBySide(tables, start, t, std::min(t + kGroupTables, kVnetTables), all.get());
     void **entries = all.get() + start[t];
     const size_t count = start[t + 1] - start[t];
     const uint32_t type = VnetTableType(t);

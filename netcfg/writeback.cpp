@@ -78,9 +78,25 @@ void LogWriteFailure(uint32_t type, const char *fn) {
   NXCLog(LOG_ERR, fn, "Failed to write record of type: %u to  database file", type);  // sic
 }
 
-// Lists the entries of one table of the family of type, puts them in the
+// Puts the listed entries of a table of the family of type in the
 // family's rewrite order and writes them; logs and fails on the first bad
-// record. For the tables with a handful of entries.
+// record.
+[[nodiscard]]
+bool WriteListed(RecordSink *sink, uint32_t type, void **entries, size_t count, const char *fn) {
+  const RecordFamily &family = *FamilyOfType(type);
+  if (family.sortForRewrite) family.sortForRewrite(entries, count);
+  for (size_t i = 0; i < count; ++i) {
+    if (!AppendRecord(sink->buffer(), type, entries[i])) {
+      LogWriteFailure(type, fn);
+      return false;
+    }
+  }
+  sink->Flush();
+  return true;
+}
+
+// Lists the entries of one table of the family of type and writes them
+// as WriteListed does. For the tables with a handful of entries.
 [[nodiscard]]
 bool WriteTable(RecordSink *sink, uint32_t type, const HashTable *table, size_t *written,
                 const char *fn) {
@@ -91,15 +107,7 @@ bool WriteTable(RecordSink *sink, uint32_t type, const HashTable *table, size_t 
     return false;
   }
   CPtr<void *> owner(entries);
-  const RecordFamily &family = *FamilyOfType(type);
-  if (family.sortForRewrite) family.sortForRewrite(entries, count);
-  for (size_t i = 0; i < count; ++i) {
-    if (!AppendRecord(sink->buffer(), type, entries[i])) {
-      LogWriteFailure(type, fn);
-      return false;
-    }
-  }
-  sink->Flush();
+  if (!WriteListed(sink, type, entries, count, fn)) return false;
   *written += count;
   return true;
 }
@@ -292,18 +300,9 @@ bool WriteVnetTables(NXCNetworkConfigurationDB *db, RecordSink *sink, size_t *fo
   for (size_t t = 0; t < kVnetTables; ++t) {
     if (t % kGroupTables == 0)
       ListSideBySide(tables, start, t, std::min(t + kGroupTables, kVnetTables), all.get());
-    void **entries = all.get() + start[t];
     const size_t count = start[t + 1] - start[t];
     const uint32_t type = VnetTableType(t);
-    const RecordFamily &family = *FamilyOfType(type);
-    if (family.sortForRewrite) family.sortForRewrite(entries, count);
-    for (size_t i = 0; i < count; ++i) {
-      if (!AppendRecord(sink->buffer(), type, entries[i])) {
-        LogWriteFailure(type, fn);
-        return false;
-      }
-    }
-    sink->Flush();
+    if (!WriteListed(sink, type, all.get() + start[t], count, fn)) return false;
     *(type == NXC_REC_ADD_NAT_PORTFWD ? forwards : mappings) += count;
   }
   return true;

@@ -26,11 +26,7 @@ class ByteBuffer {
   // decimal.
   template <class... Parts>
   [[nodiscard]] bool AppendAll(const Parts &...parts) noexcept {
-    // Room for all of them at once: a number takes at most 10 digits.
-    if (!Reserve((PartLength(parts) + ...))) return false;
-    (PutPart(parts), ...);
-    data_[size_] = '\0';
-    return true;
+    return AppendParts(AsPart(parts)...);
   }
   // The bytes so far, followed by a NUL (a valid empty string when empty).
   const char *Data() const noexcept;
@@ -42,12 +38,23 @@ class ByteBuffer {
 
  private:
   [[nodiscard]] bool Reserve(size_t extra) noexcept;
-  static size_t PartLength(const char *text) noexcept { return strlen(text); }
+  // A C string is measured once, as a view.
+  static std::string_view AsPart(const char *text) noexcept { return text; }
+  static std::string_view AsPart(std::string_view text) noexcept { return text; }
+  static char AsPart(char c) noexcept { return c; }
+  static unsigned AsPart(unsigned value) noexcept { return value; }
+  template <class... Parts>
+  [[nodiscard]] bool AppendParts(Parts... parts) noexcept {
+    // Room for all of them at once: a number takes at most 10 digits.
+    if (!Reserve((PartLength(parts) + ...))) return false;
+    (PutPart(parts), ...);
+    data_[size_] = '\0';
+    return true;
+  }
   static size_t PartLength(std::string_view text) noexcept { return text.size(); }
   static size_t PartLength(char) noexcept { return 1; }
   static size_t PartLength(unsigned) noexcept { return 10; }
   // Each puts its part at the end; the room is reserved.
-  void PutPart(const char *text) noexcept { PutPart(std::string_view(text)); }
   void PutPart(std::string_view text) noexcept {
     if (!text.empty()) memcpy(data_ + size_, text.data(), text.size());
     size_ += text.size();

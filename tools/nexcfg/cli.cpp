@@ -245,16 +245,64 @@ namespace {
 // later load until then.
 constexpr long kSmallestJournal = 64 * 1024;
 
+// A look at the journal's compact size takes a compact export of the whole
+// cache, so it is made again only once the file has grown by this part of
+// its size at the last look, or is another file. The last look is noted in
+// a file under RUNDIR: the database file's device, inode and size.
+constexpr long kLookAgainPart = 16;
+
+std::string LookNotePath() {
+  std::string dir = AskAnswer("RUNDIR");
+  return (dir.empty() ? std::string("/var/run") : dir) + "/nexcfg-journal";
+}
+
+// The database file as the last look saw it; all 0 when no note is there
+// (or two tools wrote it at once): then the next look is made now.
+struct stat LastLook(const std::string &note) {
+  struct stat seen = {};
+  char text[96] = "";
+  int fd = open(note.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return seen;
+  ssize_t n = read(fd, text, sizeof text - 1);
+  close(fd);
+  unsigned long long dev = 0, ino = 0;
+  long long size = 0;
+  if (n > 0 && sscanf(text, "%llu %llu %lld\n", &dev, &ino, &size) == 3) {
+    seen.st_dev = static_cast<dev_t>(dev);
+    seen.st_ino = static_cast<ino_t>(ino);
+    seen.st_size = static_cast<off_t>(size);
+  }
+  return seen;
+}
+
+// Notes the database file as a look saw it. A note that cannot be written,
+// or only in part (its size cut short), only brings the next look sooner.
+void NoteLook(const std::string &note, const struct stat &st) {
+  char text[96];
+  int length = snprintf(text, sizeof text, "%llu %llu %lld\n", static_cast<unsigned long long>(st.st_dev),
+                        static_cast<unsigned long long>(st.st_ino), static_cast<long long>(st.st_size));
+  int fd = open(note.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return;
+  (void)!write(fd, text, static_cast<size_t>(length));
+  close(fd);
+}
+
 // True when the journal has grown to half again the loaded cache written
-// compactly.
-bool JournalOverdue() {
-  long journal = FileSize(kDatabasePath);
-  if (journal < kSmallestJournal) return false;
+// compactly, as far as the last look tells.
+bool JournalOverdue(const std::string &note) {
+  struct stat st;
+  if (stat(kDatabasePath, &st) != 0 || st.st_size < kSmallestJournal) return false;
+  struct stat last = LastLook(note);
+  if (last.st_dev == st.st_dev && last.st_ino == st.st_ino && st.st_size >= last.st_size &&
+      st.st_size - last.st_size < last.st_size / kLookAgainPart)
+    return false;
   char *text = nullptr;
   size_t length = 0;
   if (!NXCNetCfgExportConfigToBuffer(nullptr, &text, &length, false)) return false;
   free(text);
-  return journal > static_cast<long>(length + length / 2);
+  if (st.st_size > static_cast<off_t>(length + length / 2)) return true;
+  NoteLook(note, st);
+  return false;
 }
 
 // Puts text in place of the database the way the library's own rewrite
@@ -301,7 +349,7 @@ int ReplaceDatabase(const std::string &text) {
 // in which the database has none; here the file that is renamed into place
 // holds them already. The prefixes are those the library reads from the
 // journal, in the records it writes for them.
-void CompactKeepingPrefixes() {
+void CompactKeepingPrefixes(const std::string &note) {
   if (!NXCNetCfgLockConfig(nullptr)) return;  // the journal only stays long
   NXCNetworkConfigurationDB *file = nullptr;
   char *records = nullptr;
@@ -316,8 +364,11 @@ void CompactKeepingPrefixes() {
       for (const std::string &p : PrefixesOf(journal, static_cast<int>(vnet)))
         if (NXCNetCfgLookupNATPrefix(file, vnet, p.c_str()))
           text += "add_nat_prefix " + std::to_string(vnet) + " " + p + "\n";
+    struct stat st;
     if (int err = ReplaceDatabase(text))
       std::fprintf(stderr, "nexcfg: could not compact the database: %s\n", strerror(err));
+    else if (stat(kDatabasePath, &st) == 0)
+      NoteLook(note, st);
   }
   if (file) (void)NXCNetCfgUnload(&file, false);
   (void)NXCNetCfgUnlockConfig(nullptr);
@@ -352,7 +403,10 @@ Library::~Library() {
   if (Opts().compact && !wasLoaded_)
     NXC_Unload();
   else {
-    if (!wasLoaded_ && !readOnly_ && JournalOverdue()) CompactKeepingPrefixes();
+    if (!wasLoaded_ && !readOnly_) {
+      std::string note = LookNotePath();
+      if (JournalOverdue(note)) CompactKeepingPrefixes(note);
+    }
     NXC_Unload2(0);
   }
   if (!wasLoaded_) gLogPath = kDefaultLogPath;

@@ -287,6 +287,12 @@ void NoteLook(const std::string &note, const struct stat &st) {
   close(fd);
 }
 
+// Whether a journal of this size is due for compaction, its records taking
+// compactLength bytes written compactly.
+bool Overdue(off_t size, size_t compactLength) {
+  return size >= kSmallestJournal && size > static_cast<off_t>(compactLength + compactLength / 2);
+}
+
 // True when the journal has grown to half again the loaded cache written
 // compactly, as far as the last look tells.
 bool JournalOverdue(const std::string &note) {
@@ -300,7 +306,7 @@ bool JournalOverdue(const std::string &note) {
   size_t length = 0;
   if (!NXCNetCfgExportConfigToBuffer(nullptr, &text, &length, false)) return false;
   free(text);
-  if (st.st_size > static_cast<off_t>(length + length / 2)) return true;
+  if (Overdue(st.st_size, length)) return true;
   NoteLook(note, st);
   return false;
 }
@@ -354,22 +360,24 @@ void CompactKeepingPrefixes(const std::string &note) {
   NXCNetworkConfigurationDB *file = nullptr;
   char *records = nullptr;
   size_t length = 0;
+  struct stat st;
   if (NXCNetCfgLoad(kDatabasePath, &file, false, /*readOnly=*/true) &&
-      NXCNetCfgExportConfigToBuffer(file, &records, &length, false)) {
+      NXCNetCfgExportConfigToBuffer(file, &records, &length, false) && stat(kDatabasePath, &st) == 0) {
     std::string text = "VERSION=1,0\n";
     text.append(records, length);
-    free(records);
-    DbFile journal = ReadDbFile(kDatabasePath);
+    // Another tool may have compacted it while this one waited for the lock.
+    bool due = Overdue(st.st_size, length);
+    DbFile journal = due ? ReadDbFile(kDatabasePath) : DbFile{};
     for (uint32_t vnet = 0; vnet < NXC_NUM_VNETS; ++vnet)
       for (const std::string &p : PrefixesOf(journal, static_cast<int>(vnet)))
         if (NXCNetCfgLookupNATPrefix(file, vnet, p.c_str()))
           text += "add_nat_prefix " + std::to_string(vnet) + " " + p + "\n";
-    struct stat st;
-    if (int err = ReplaceDatabase(text))
+    if (int err = due ? ReplaceDatabase(text) : 0)
       std::fprintf(stderr, "nexcfg: could not compact the database: %s\n", strerror(err));
-    else if (stat(kDatabasePath, &st) == 0)
+    else if (!due || stat(kDatabasePath, &st) == 0)
       NoteLook(note, st);
   }
+  free(records);
   if (file) (void)NXCNetCfgUnload(&file, false);
   (void)NXCNetCfgUnlockConfig(nullptr);
 }

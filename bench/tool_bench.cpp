@@ -5,7 +5,8 @@
 //
 // Targets: one change at most 5x spawning /bin/true; after 100k changes
 // the load within 2x of the compact file's. The changes are made by two
-// tools at a time, one on each core, as two programs of a host would.
+// tools at a time, one on each core, as two programs of a host would; the
+// 100k runs of the tool take several minutes.
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdio.h>

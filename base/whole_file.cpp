@@ -49,26 +49,44 @@ bool ReadWholeFile(const char *path, FileText *text) noexcept {
   return OpenFileText(path, text) && ReadFileText(text);
 }
 
-bool CopyFileFrom(std::string_view content, const char *source, const char *destination) noexcept {
-  static constexpr char kFn[] = "NXCCopyFile";
-  (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
+namespace {
+
+constexpr char kCopyFn[] = "NXCCopyFile";
+
+}  // namespace
+
+UniqueFd OpenCopyDestination(const char *destination) noexcept {
   UniqueFd out(open(destination, O_WRONLY | O_TRUNC | O_CLOEXEC));
   if (!out) {
-    NXCLog(LOG_ERR, kFn, "Could not open destination file: %s, error: %s", destination,
+    NXCLog(LOG_ERR, kCopyFn, "Could not open destination file: %s, error: %s", destination,
            strerror(errno));
-    return false;
   }
+  return out;
+}
+
+void LogCopyWriteFailure(const char *destination, int err) noexcept {
+  NXCLog(LOG_ERR, kCopyFn, "Writing to destination file: %s failed, error: %s", destination,
+         strerror(err));
+}
+
+void LogCopyFinished(const char *source) noexcept {
+  NXCLog(LOG_INFO2, kCopyFn, "Finished reading from source file: %s", source);
+}
+
+bool CopyFileFrom(std::string_view content, const char *source, const char *destination) noexcept {
+  (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
+  UniqueFd out = OpenCopyDestination(destination);
+  if (!out) return false;
   while (!content.empty()) {
     ssize_t written = write(out.get(), content.data(), content.size());
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) {
-      NXCLog(LOG_ERR, kFn, "Writing to destination file: %s failed, error: %s", destination,
-             strerror(written < 0 ? errno : EIO));
+      LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
       return false;
     }
     content.remove_prefix(static_cast<size_t>(written));
   }
-  NXCLog(LOG_INFO2, kFn, "Finished reading from source file: %s", source);
+  LogCopyFinished(source);
   return true;
 }
 
@@ -80,11 +98,11 @@ bool BackUpBeforeRewrite(FileText *text, const char *path, const char *backup) n
                        now.st_ino == text->status.st_ino;
   if (movable && rename(path, backup) == 0) {
     text->fd.reset();
-    NXCLog(LOG_INFO2, "NXCCopyFile", "Finished reading from source file: %s", path);
+    LogCopyFinished(path);
     return true;
   }
   if (text->fd && !ReadFileText(text)) {
-    NXCLog(LOG_ERR, "NXCCopyFile", "Could not open source file: %s, error: %s", path,
+    NXCLog(LOG_ERR, kCopyFn, "Could not open source file: %s, error: %s", path,
            strerror(errno));
     return false;
   }

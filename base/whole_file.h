@@ -29,6 +29,13 @@ struct FileText {
 [[nodiscard]] bool OpenFileText(const char *path, FileText *text) noexcept;
 [[nodiscard]] bool ReadFileText(FileText *text) noexcept;
 
+// The destination side of the file copy (NXCCopyFile), which CopyFileFrom
+// shares: opening destination (made by the caller) truncated for writing,
+// and the log lines of a failed write and of the end of the copy.
+[[nodiscard]] UniqueFd OpenCopyDestination(const char *destination) noexcept;
+void LogCopyWriteFailure(const char *destination, int err) noexcept;
+void LogCopyFinished(const char *source) noexcept;
+
 // The file copy (NXCCopyFile) of source to destination for a caller that
 // already holds source's content: the destination is made if missing,
 // truncated, and gets content in one write. Logs as the file copy does.

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "netcfg/netcfg_priv.h"
 #include "support/db_fixture.h"
@@ -51,6 +53,31 @@ TEST_F(ImportTest, ExportThenImportRoundTrips) {
   std::string kept = ReadFile("/etc/zymtra/networking.bak.0");
   EXPECT_EQ(kept.substr(0, before.size()), before);
   EXPECT_NE(kept.find("answer VNET_1_DHCP no\n"), std::string::npos);
+}
+
+TEST_F(ImportTest, ExportPutsAnswersInTheByteOrderOfTheirKeys) {
+  // Keys alike in their first 24 bytes and more, one the start of another,
+  // bytes above 0x7f, and enough of them that the sort splits them into
+  // groups by their bytes before it compares.
+  std::vector<std::string> keys = {"A", "AB", "B\xc3\xa9", "B~", "Bz"};
+  for (int i = 0; i < 60; ++i) {
+    keys.push_back("VNET_" + std::to_string(i % 12) + "_DHCP_PARAM_LEASE_" + std::to_string(i));
+    keys.push_back("VNET_" + std::to_string(i % 12) + "_DHCP_PARAM_LEASE_" + std::to_string(i) + "X");
+  }
+  keys.push_back("VNET_1_DHCP_PARAM_LEASE_START_IP");
+  keys.push_back("VNET_1_DHCP_PARAM_LEASE_END_IP");
+  std::string records;
+  for (size_t i = 0; i < keys.size(); ++i)
+    records += "answer " + keys[(i * 7) % keys.size()] + " v\n";  // 7 is prime to the count
+  WriteDb(records);
+  ASSERT_TRUE(Load());
+  std::sort(keys.begin(), keys.end());  // byte-wise, as unsigned bytes
+  std::string expected;
+  for (const std::string &key : keys) expected += "answer " + key + " v\n";
+  std::string exported = Records();
+  const size_t level = exported.find("answer NXC_LOGLEVEL ");  // the fixture's own
+  if (level != std::string::npos) exported.erase(level, exported.find('\n', level) + 1 - level);
+  EXPECT_EQ(exported, expected);
 }
 
 TEST_F(ImportTest, UnknownAnswersAreDropped) {

@@ -38,30 +38,10 @@ constexpr size_t kMaxLoadNum = 3, kMaxLoadDen = 4;
 constexpr size_t kMinHolesToCompact = 32;
 constexpr size_t kMaxItems = UINT32_MAX - 1;
 
-uint32_t Mix(uint32_t h) {
-  // The finaliser of MurmurHash3: spreads the bits FNV leaves clustered
-  // into the low ones the index uses.
-  h ^= h >> 16;
-  h *= 0x85ebca6bu;
-  h ^= h >> 13;
-  h *= 0xc2b2ae35u;
-  return h ^ (h >> 16);
-}
-
-uint32_t HashString(const char *s) {
-  // 32-bit FNV-1a.
-  uint32_t h = 2166136261u;
-  if (!s) return h;  // a null key is a key of its own, not a crash
-  for (const unsigned char *p = reinterpret_cast<const unsigned char *>(s); *p; ++p) {
-    h ^= *p;
-    h *= 16777619u;
-  }
-  return Mix(h);
-}
-
-uint32_t HashNumber(uint64_t n) {
-  // The finaliser of splitmix64: every input bit affects every output bit,
-  // so sequential numbers (ports, vnet numbers) spread over all slots.
+// The finaliser of splitmix64: every input bit affects every output bit,
+// so keys that differ in a few bits (sequential ports, vnet numbers, names
+// that differ in a digit) spread over all slots.
+uint32_t Mix(uint64_t n) {
   n ^= n >> 30;
   n *= 0xbf58476d1ce4e5b9ull;
   n ^= n >> 27;
@@ -69,6 +49,25 @@ uint32_t HashNumber(uint64_t n) {
   n ^= n >> 31;
   return static_cast<uint32_t>(n ^ (n >> 32));
 }
+
+uint32_t HashString(const char *s) {
+  if (!s) return 0;  // a null key is a key of its own, not a crash
+  // Eight bytes at a time, each word stirred into the sum before the next.
+  constexpr uint64_t kStir = 0x9e3779b97f4a7c15ull;
+  size_t length = strlen(s);
+  uint64_t h = length;
+  for (; length >= 8; length -= 8, s += 8) {
+    uint64_t word;
+    memcpy(&word, s, 8);
+    h = ((h << 5 | h >> 59) ^ word) * kStir;
+  }
+  uint64_t tail = 0;
+  for (size_t i = 0; i < length; ++i) tail |= uint64_t{static_cast<unsigned char>(s[i])} << (8 * i);
+  h = ((h << 5 | h >> 59) ^ tail) * kStir;
+  return Mix(h);
+}
+
+uint32_t HashNumber(uint64_t n) { return Mix(n); }
 
 // The slot count that holds entries within the load limit.
 size_t SlotsFor(size_t entries) {

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <bit>
 #include <string_view>
 
 #include "base/config_file.h"
@@ -32,8 +33,10 @@ constexpr char kProductConfigPath[] = "/etc/zymtra/config";
 
 // Replays one record line. Lines whose first word is no keyword are
 // ignored without a message; the file has no other kind of comment.
-void ParseRecordLine(NXCNetworkConfigurationDB *db, const char *line, uint32_t lineNumber) {
-  std::string_view rest(line);
+// line's text is its first length bytes, and a NUL follows them.
+void ParseRecordLine(NXCNetworkConfigurationDB *db, const char *line, size_t length,
+                     uint32_t lineNumber) {
+  std::string_view rest(line, length);
   std::string_view word;
   if (!NextToken(&rest, &word)) {
     NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
@@ -90,6 +93,37 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
   return VersionLine::kOk;
 }
 
+// The bytes a record block has beyond its capacity: room for the NUL after
+// an unfinished last line, and for FindLineEnd to read a word past the data.
+constexpr size_t kBlockSlack = 8;
+
+// The first '\n' in [p, end), or null when there is none; *textEnd is the
+// first NUL or '\n' from p on, where the line's text ends (end when neither
+// comes before it). Reads a word at a time, and so up to seven bytes past
+// end, which must be NULs.
+char *FindLineEnd(char *p, char *end, char **textEnd) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = kOnes * 0x80, kNewlines = kOnes * '\n';
+  *textEnd = nullptr;
+  for (;;) {
+    uint64_t word;
+    memcpy(&word, p, sizeof word);
+    const uint64_t newlines = word ^ kNewlines;
+    // The high bit of each byte that is NUL or '\n'; a byte above the first
+    // such byte may be marked wrongly, so only the first mark counts.
+    const uint64_t marks = ((word - kOnes) & ~word & kHighs) | ((newlines - kOnes) & ~newlines & kHighs);
+    if (marks == 0) {
+      p += sizeof word;
+      continue;
+    }
+    const int first = std::endian::native == std::endian::little ? __builtin_ctzll(marks) : __builtin_clzll(marks);
+    char *hit = p + first / 8;
+    if (!*textEnd) *textEnd = hit < end ? hit : end;
+    if (hit >= end) return nullptr;
+    if (*hit == '\n') return hit;
+    p = hit + 1;
+  }
+}
+
 // Reads every record after the version line; false on a read error. Lines
 // are read whole, however long, in large blocks split in place. A last
 // line without its end is what a writer that died while appending leaves:
@@ -100,7 +134,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
                  const char *fn, bool *endsLine) {
   constexpr size_t kBlock = 256 * 1024;
   size_t capacity = kBlock, held = 0;
-  char *block = static_cast<char *>(malloc(capacity + 1));
+  char *block = static_cast<char *>(malloc(capacity + kBlockSlack));
   ScopeGuard freeBlock([&] { free(block); });
   uint32_t lineNumber = firstLineNumber;
   for (;;) {
@@ -125,11 +159,12 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
       return true;
     }
     char *end = block + held + got;
-    char *line = block;
-    for (char *newline; (newline = static_cast<char *>(memchr(line, '\n', end - line)));
+    memset(end, 0, kBlockSlack);
+    char *line = block, *textEnd = nullptr;
+    for (char *newline; (newline = FindLineEnd(line, end, &textEnd));
          line = newline + 1, ++lineNumber) {
       *newline = '\0';
-      ParseRecordLine(db, line, lineNumber);
+      ParseRecordLine(db, line, static_cast<size_t>(textEnd - line), lineNumber);
     }
     // The unfinished line moves to the front; a line longer than the block
     // makes it grow.
@@ -137,7 +172,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
     memmove(block, line, held);
     if (held == capacity) {
       capacity *= 2;
-      char *grown = static_cast<char *>(realloc(block, capacity + 1));
+      char *grown = static_cast<char *>(realloc(block, capacity + kBlockSlack));
       if (!grown) {
         NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
         return false;

@@ -27,6 +27,23 @@ static_assert(std::size(kFamilies) * 2 == NXC_REC_REMOVE_NAT_PREFIX);
   return word.size() == keyword.size() && strncasecmp(word.data(), keyword.data(), word.size()) == 0;
 }
 
+// The family one of whose keywords same() takes word for, in the order of
+// the record types.
+template <class Same>
+const RecordFamily *FindKeyword(std::string_view word, uint32_t *type, Same same) {
+  for (const RecordFamily *family : kFamilies) {
+    if (same(word, family->addKeyword)) {
+      *type = family->addType;
+      return family;
+    }
+    if (same(word, family->removeKeyword)) {
+      *type = family->removeType();
+      return family;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 const RecordFamily *FamilyOfType(uint32_t type) {
@@ -35,17 +52,12 @@ const RecordFamily *FamilyOfType(uint32_t type) {
 }
 
 const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type) {
-  for (const RecordFamily *family : kFamilies) {
-    if (SameWord(word, family->addKeyword)) {
-      *type = family->addType;
-      return family;
-    }
-    if (SameWord(word, family->removeKeyword)) {
-      *type = family->removeType();
-      return family;
-    }
-  }
-  return nullptr;
+  // The writers spell the keywords in lower case, so an exact match settles
+  // nearly every line; no two keywords differ only in case, so trying it
+  // first finds what the comparison without regard to case would.
+  const RecordFamily *family =
+      FindKeyword(word, type, [](std::string_view a, std::string_view b) { return a == b; });
+  return family ? family : FindKeyword(word, type, SameWord);
 }
 
 [[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry) {

@@ -50,11 +50,9 @@ uint32_t Mix(uint64_t n) {
   return static_cast<uint32_t>(n ^ (n >> 32));
 }
 
-uint32_t HashString(const char *s) {
-  if (!s) return 0;  // a null key is a key of its own, not a crash
+uint32_t HashText(const char *s, size_t length) {
   // Eight bytes at a time, each word stirred into the sum before the next.
   constexpr uint64_t kStir = 0x9e3779b97f4a7c15ull;
-  size_t length = strlen(s);
   uint64_t h = length;
   for (; length >= 8; length -= 8, s += 8) {
     uint64_t word;
@@ -65,6 +63,11 @@ uint32_t HashString(const char *s) {
   for (size_t i = 0; i < length; ++i) tail |= uint64_t{static_cast<unsigned char>(s[i])} << (8 * i);
   h = ((h << 5 | h >> 59) ^ tail) * kStir;
   return Mix(h);
+}
+
+uint32_t HashString(const char *s) {
+  // A null key is a key of its own, not a crash.
+  return s ? HashText(s, strlen(s)) : 0;
 }
 
 uint32_t HashNumber(uint64_t n) { return Mix(n); }
@@ -291,6 +294,14 @@ void *HashTable::Take(HashKey key) noexcept {
 void *HashTable::Lookup(HashKey key) const noexcept {
   const Slot &slot = slots_[Probe(key, HashOf(key))];
   return slot.position == 0 ? nullptr : items_[slot.position - 1].entry;
+}
+
+void HashTable::Prefetch(uint64_t key) const noexcept {
+  __builtin_prefetch(&slots_[HashNumber(key) & slotMask_]);
+}
+
+void HashTable::Prefetch(std::string_view key) const noexcept {
+  __builtin_prefetch(&slots_[HashText(key.data(), key.size()) & slotMask_]);
 }
 
 size_t HashTable::Count() const noexcept { return count_; }

@@ -13,6 +13,7 @@
 #include <stdint.h>
 
 #include <memory>
+#include <string_view>
 
 namespace nxc {
 
@@ -67,6 +68,11 @@ class HashTable {
   // absent).
   void *Take(HashKey key) noexcept;
   void *Lookup(HashKey key) const noexcept;
+  // Hints the processor to fetch the slot where a lookup of key starts, so
+  // that a lookup or insertion soon after finds it in the cache. A string
+  // key is given by its text.
+  void Prefetch(uint64_t key) const noexcept;
+  void Prefetch(std::string_view key) const noexcept;
   size_t Count() const noexcept;
   FreeEntryFn FreeFunction() const noexcept { return freeEntry_; }
   // A malloc'd array of the entries in listing order (the caller frees the

@@ -131,6 +131,11 @@ bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::str
   return true;
 }
 
+void PrefetchAnswer(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view key;
+  if (db->answers && NextToken(&rest, &key)) db->answers->Prefetch(key);
+}
+
 [[nodiscard]]
 bool FormatAnswer(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NetworkConfigDictionaryEntry *>(entry);
@@ -178,6 +183,7 @@ constexpr RecordFamily kAnswerRecords = {
     .format = FormatAnswer,
     .free = NetCfgFreeEntry,
     .sortForRewrite = SortAnswers,
+    .prefetch = PrefetchAnswer,
 };
 
 namespace {

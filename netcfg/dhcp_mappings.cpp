@@ -100,6 +100,14 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
   return true;
 }
 
+// The MAC as written: the writers write the table key's form.
+void PrefetchMapping(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view vnet, mac;
+  if (!NextToken(&rest, &vnet) || !NextToken(&rest, &mac)) return;
+  const uint32_t v = LeadingNumber(vnet);
+  if (v < kNumVnets && db->dhcp[v].exists()) db->dhcp[v].hash()->Prefetch(mac);
+}
+
 [[nodiscard]]
 bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
@@ -119,6 +127,7 @@ constexpr RecordFamily kDhcpMappingRecords = {
     .format = FormatMapping,
     .free = NetCfgDHCPMACToIPFreeEntry,
     .sortForRewrite = nullptr,
+    .prefetch = PrefetchMapping,
 };
 
 }  // namespace nxc

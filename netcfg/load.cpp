@@ -31,23 +31,33 @@ constexpr size_t kMaxLineLength = 1024;  // of the version line
 constexpr uint32_t kSupportedMajor = 1;
 constexpr char kProductConfigPath[] = "/etc/zymtra/config";
 
+// A record line split off the block, its keyword looked up.
+struct RecordLine {
+  const char *text;  // NUL-terminated where the line ended
+  bool hasWord;
+  const RecordFamily *family;  // null when the first word is no keyword
+  uint32_t type;
+  std::string_view rest;  // after the keyword and its blank
+};
+
+// Looks up the keyword of a line whose text is its first length bytes, and
+// (when prefetch) has its family fetch what replaying the line will read.
+RecordLine TakeRecordLine(NXCNetworkConfigurationDB *db, const char *text, size_t length,
+                          bool prefetch) {
+  RecordLine line{text, false, nullptr, 0, std::string_view(text, length)};
+  std::string_view word;
+  line.hasWord = NextToken(&line.rest, &word);
+  if (line.hasWord) line.family = FamilyOfKeyword(word, &line.type);
+  if (prefetch && line.family && line.family->prefetch) line.family->prefetch(db, line.rest);
+  return line;
+}
+
 // Replays one record line. Lines whose first word is no keyword are
 // ignored without a message; the file has no other kind of comment.
-// line's text is its first length bytes, and a NUL follows them.
-void ParseRecordLine(NXCNetworkConfigurationDB *db, const char *line, size_t length,
-                     uint32_t lineNumber) {
-  std::string_view rest(line, length);
-  std::string_view word;
-  if (!NextToken(&rest, &word)) {
+void ReplayRecordLine(NXCNetworkConfigurationDB *db, const RecordLine &line, uint32_t lineNumber) {
+  if (!line.hasWord || (line.family && !line.family->parse(db, line.type, line.rest)))
     NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
-           line);
-    return;
-  }
-  uint32_t type = 0;
-  const RecordFamily *family = FamilyOfKeyword(word, &type);
-  if (family && !family->parse(db, type, rest))
-    NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
-           line);
+           line.text);
 }
 
 // ---- The version line --------------------------------------------------------
@@ -97,6 +107,12 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 // an unfinished last line, and for FindLineEnd to read a word past the data.
 constexpr size_t kBlockSlack = 8;
 
+// How many record lines are taken ahead of the one being replayed, in a
+// file large enough for its tables to outgrow the processor's caches; a
+// smaller file's lines are replayed as they are taken.
+constexpr size_t kLinesAhead = 4;
+constexpr off_t kPrefetchFileSize = 2 << 20;
+
 // The first '\n' in [p, end), or null when there is none; *textEnd is the
 // first NUL or '\n' from p on, where the line's text ends (end when neither
 // comes before it). Reads a word at a time, and so up to seven bytes past
@@ -137,6 +153,9 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
   char *block = static_cast<char *>(malloc(capacity + kBlockSlack));
   ScopeGuard freeBlock([&] { free(block); });
   uint32_t lineNumber = firstLineNumber;
+  struct stat st;
+  const bool prefetch = fstat(fileno(reader), &st) == 0 && st.st_size >= kPrefetchFileSize;
+  const size_t linesAhead = prefetch ? kLinesAhead : 1;
   for (;;) {
     if (!block) {
       NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
@@ -160,11 +179,25 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
     }
     char *end = block + held + got;
     memset(end, 0, kBlockSlack);
-    char *line = block, *textEnd = nullptr;
-    for (char *newline; (newline = FindLineEnd(line, end, &textEnd));
-         line = newline + 1, ++lineNumber) {
-      *newline = '\0';
-      ParseRecordLine(db, line, static_cast<size_t>(textEnd - line), lineNumber);
+    // The lines are taken a few ahead of their replay, so that what a
+    // line's replay reads is on its way while the lines before it replay.
+    char *line = block;
+    RecordLine ahead[kLinesAhead];
+    size_t first = 0, count = 0;
+    for (bool more = true; more || count > 0;) {
+      char *textEnd = nullptr, *newline = more ? FindLineEnd(line, end, &textEnd) : nullptr;
+      more = newline != nullptr;
+      if (more) {
+        *newline = '\0';
+        ahead[(first + count++) % kLinesAhead] =
+            TakeRecordLine(db, line, static_cast<size_t>(textEnd - line), prefetch);
+        line = newline + 1;
+        if (count < linesAhead) continue;
+      }
+      if (count == 0) break;
+      ReplayRecordLine(db, ahead[first], lineNumber++);
+      first = (first + 1) % kLinesAhead;
+      --count;
     }
     // The unfinished line moves to the front; a line longer than the block
     // makes it grow.

@@ -176,6 +176,15 @@ bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::s
   return true;
 }
 
+void PrefetchForward(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view vnet, protocol, port;
+  if (!NextToken(&rest, &vnet) || !NextToken(&rest, &protocol) || !NextToken(&rest, &port)) return;
+  const uint32_t v = LeadingNumber(vnet);
+  const RecordTable<NATPortFwdEntry> *t =
+      v < kNumVnets ? ProtocolTable(db, v, (protocol[0] | 0x20) == 't') : nullptr;
+  if (t && t->exists()) t->hash()->Prefetch(LeadingNumber(port));
+}
+
 [[nodiscard]]
 bool FormatForward(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NATPortFwdEntry *>(entry);
@@ -206,6 +215,7 @@ constexpr RecordFamily kPortForwardRecords = {
     .format = FormatForward,
     .free = NetCfgNATPortFwdFreeEntry,
     .sortForRewrite = SortForwards,
+    .prefetch = PrefetchForward,
 };
 
 namespace {

@@ -14,6 +14,10 @@
 #include <bit>
 #include <string_view>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "base/config_file.h"
 #include "base/line_reader.h"
 #include "base/scope_guard.h"
@@ -105,7 +109,7 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 
 // The bytes a record block has beyond its capacity: room for the NUL after
 // an unfinished last line, and for FindLineEnd to read a word past the data.
-constexpr size_t kBlockSlack = 8;
+constexpr size_t kBlockSlack = 16;
 
 // How many record lines are taken ahead of the one being replayed, in a
 // file large enough for its tables to outgrow the processor's caches; a
@@ -115,24 +119,38 @@ constexpr off_t kPrefetchFileSize = 2 << 20;
 
 // The first '\n' in [p, end), or null when there is none; *textEnd is the
 // first NUL or '\n' from p on, where the line's text ends (end when neither
-// comes before it). Reads a word at a time, and so up to seven bytes past
-// end, which must be NULs.
+// comes before it). Reads a word at a time, and so up to kBlockSlack - 1
+// bytes past end, which must be NULs.
 char *FindLineEnd(char *p, char *end, char **textEnd) {
-  constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = kOnes * 0x80, kNewlines = kOnes * '\n';
   *textEnd = nullptr;
   for (;;) {
+    // The first NUL or '\n' in the word at p, as an offset; kStep when none.
+    size_t offset;
+#ifdef __SSE2__
+    constexpr size_t kStep = 16;
+    const __m128i word = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    const unsigned marks = static_cast<unsigned>(_mm_movemask_epi8(
+        _mm_or_si128(_mm_cmpeq_epi8(word, _mm_setzero_si128()), _mm_cmpeq_epi8(word, _mm_set1_epi8('\n')))));
+    offset = marks ? static_cast<size_t>(__builtin_ctz(marks)) : kStep;
+#else
+    constexpr size_t kStep = 8;
+    constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = kOnes * 0x80, kNewlines = kOnes * '\n';
     uint64_t word;
     memcpy(&word, p, sizeof word);
     const uint64_t newlines = word ^ kNewlines;
     // The high bit of each byte that is NUL or '\n'; a byte above the first
     // such byte may be marked wrongly, so only the first mark counts.
     const uint64_t marks = ((word - kOnes) & ~word & kHighs) | ((newlines - kOnes) & ~newlines & kHighs);
-    if (marks == 0) {
-      p += sizeof word;
+    offset = !marks                                       ? kStep
+             : std::endian::native == std::endian::little ? __builtin_ctzll(marks) / 8
+                                                          : __builtin_clzll(marks) / 8;
+#endif
+    static_assert(kStep <= kBlockSlack);
+    if (offset == kStep) {
+      p += kStep;
       continue;
     }
-    const int first = std::endian::native == std::endian::little ? __builtin_ctzll(marks) : __builtin_clzll(marks);
-    char *hit = p + first / 8;
+    char *hit = p + offset;
     if (!*textEnd) *textEnd = hit < end ? hit : end;
     if (hit >= end) return nullptr;
     if (*hit == '\n') return hit;

@@ -37,7 +37,7 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
          static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
-  free(e);
+  FreeEntry(e);
 }
 
 [[nodiscard]]
@@ -48,7 +48,7 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
   bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);
   const size_t macSize = strlen(mac) + 1, ipSize = strlen(ip) + 1;
   auto *entry = static_cast<DHCPMACToIPEntry *>(
-      created ? malloc(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
+      created ? AllocEntry(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;

@@ -71,7 +71,7 @@ void NetCfgNATPortFwdFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
          static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
-  free(e);
+  FreeEntry(e);
 }
 
 [[nodiscard]]
@@ -80,7 +80,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
                              const char *description) {
   static constexpr char kFn[] = "NetCfgHashAddNATPortFwd";
   const size_t ipSize = strlen(vmIP) + 1, descriptionSize = description ? strlen(description) + 1 : 0;
-  auto *entry = static_cast<NATPortFwdEntry *>(malloc(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
+  auto *entry = static_cast<NATPortFwdEntry *>(AllocEntry(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;

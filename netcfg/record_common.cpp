@@ -7,7 +7,9 @@
 #include <string.h>
 #include <strings.h>
 
+#include <atomic>
 #include <iterator>
+#include <new>
 
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
@@ -144,6 +146,85 @@ bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<Record
   if (!buffer || length + 1 > size) return false;
   memcpy(buffer, text, length + 1);
   return true;
+}
+
+// ---- Entry memory --------------------------------------------------------------
+
+namespace {
+
+// The bytes of a block, its header included. An entry larger than a block
+// holds gets a block of its own.
+constexpr size_t kEntryBlockSize = 4096;
+// The entries hold pointers and numbers of at most their width.
+constexpr size_t kEntryAlignment = alignof(void *);
+
+struct EntryBlock {
+  // The block's entries not yet freed, plus one while a thread still cuts
+  // new entries from it.
+  std::atomic<uint32_t> references;
+  uint32_t used;  // bytes from the block's start handed out, this header included
+};
+constexpr size_t kEntryBlockHeader = (sizeof(EntryBlock) + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
+// Each entry is preceded by the address of its block.
+constexpr size_t kEntryHeader = sizeof(EntryBlock *);
+static_assert(kEntryHeader % kEntryAlignment == 0);
+
+void ReleaseBlock(EntryBlock *block) {
+  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    block->~EntryBlock();
+    free(block);
+  }
+}
+
+// A new block of size bytes with one reference, or null.
+EntryBlock *NewEntryBlock(size_t size) {
+  void *memory = malloc(size);
+  return memory ? new (memory) EntryBlock{{1}, kEntryBlockHeader} : nullptr;
+}
+
+// Cuts size bytes (a multiple of kEntryAlignment) for an entry from block.
+void *CutEntry(EntryBlock *block, size_t size) {
+  char *at = reinterpret_cast<char *>(block) + block->used;
+  block->used += static_cast<uint32_t>(kEntryHeader + size);
+  memcpy(at, &block, sizeof block);
+  return at + kEntryHeader;
+}
+
+// The block the thread cuts its entries from; its reference is dropped when
+// the thread ends.
+struct CurrentEntryBlock {
+  EntryBlock *block = nullptr;
+  ~CurrentEntryBlock() {
+    if (block) ReleaseBlock(block);
+  }
+};
+thread_local CurrentEntryBlock tCurrentEntryBlock;
+
+}  // namespace
+
+void *AllocEntry(size_t size) {
+  size = (size + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
+  if (kEntryBlockHeader + kEntryHeader + size > kEntryBlockSize) {
+    // A block of its own, whose one reference is the entry's.
+    EntryBlock *own = NewEntryBlock(kEntryBlockHeader + kEntryHeader + size);
+    return own ? CutEntry(own, size) : nullptr;
+  }
+  EntryBlock *block = tCurrentEntryBlock.block;
+  if (!block || block->used + kEntryHeader + size > kEntryBlockSize) {
+    EntryBlock *fresh = NewEntryBlock(kEntryBlockSize);
+    if (!fresh) return nullptr;
+    if (block) ReleaseBlock(block);
+    tCurrentEntryBlock.block = block = fresh;
+  }
+  block->references.fetch_add(1, std::memory_order_relaxed);
+  return CutEntry(block, size);
+}
+
+void FreeEntry(void *entry) {
+  if (!entry) return;
+  EntryBlock *block;
+  memcpy(&block, static_cast<char *>(entry) - kEntryHeader, sizeof block);
+  ReleaseBlock(block);
 }
 
 // ---- Record tables -----------------------------------------------------------

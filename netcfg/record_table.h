@@ -53,6 +53,16 @@ struct RecordFamily {
   constexpr uint32_t removeType() const { return addType + 1; }
 };
 
+// The memory of the answer, port forward and DHCP mapping entries. Entries
+// are cut one after the other from blocks of a few kilobytes, each thread
+// filling a block of its own, so that a load's entries lie together in
+// memory and cost no allocation of their own and only a word beyond their
+// size; a block is freed with the last of its entries. Null when memory
+// runs out.
+void *AllocEntry(size_t size);
+// Frees an entry AllocEntry gave; null is fine.
+void FreeEntry(void *entry);
+
 // The value of the decimal digits a token starts with, for a prefetch:
 // nothing checked, and a large number wraps.
 inline uint32_t LeadingNumber(std::string_view token) {

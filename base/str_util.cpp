@@ -29,11 +29,10 @@ int DigitValue(char c) {
   }
   if (text.empty()) return false;
   uint64_t value = 0;
-  const uint64_t most = limit / base;  // the largest value a digit may follow
   for (char c : text) {
     unsigned digit = static_cast<unsigned>(DigitValue(c));
     if (digit >= base) return false;
-    if (value > most || value * base > limit - digit) return false;
+    if (value > (limit - digit) / base) return false;
     value = value * base + digit;
   }
   *out = value;

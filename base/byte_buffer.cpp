@@ -11,7 +11,8 @@ namespace nxc {
 
 namespace {
 
-constexpr size_t kMinCapacity = 64;
+// Enough for a change's records and most lines in one allocation.
+constexpr size_t kMinCapacity = 256;
 
 }  // namespace
 

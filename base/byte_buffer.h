@@ -39,9 +39,10 @@ class ByteBuffer {
   // Hands the malloc'd, NUL-terminated bytes to the caller (never null
   // unless memory runs out) and leaves the buffer empty.
   char *Release(size_t *size) noexcept;
+  // Makes room for extra more bytes; false when memory runs out.
+  [[nodiscard]] bool Reserve(size_t extra) noexcept;
 
  private:
-  [[nodiscard]] bool Reserve(size_t extra) noexcept;
   static size_t PartLength(const char *text) noexcept { return strlen(text); }
   static size_t PartLength(std::string_view text) noexcept { return text.size(); }
   static size_t PartLength(char) noexcept { return 1; }
@@ -53,14 +54,18 @@ class ByteBuffer {
     size_ += text.size();
   }
   void PutPart(char c) noexcept { data_[size_++] = c; }
+  // The digits go straight to their place: copied from a scratch array
+  // written a byte at a time, they would make the copy's wider loads wait
+  // for those stores.
   void PutPart(unsigned value) noexcept {
-    char digits[10];
-    size_t n = sizeof digits;
+    size_t n = 1;
+    for (unsigned rest = value; rest >= 10; rest /= 10) ++n;
+    size_ += n;
+    char *digit = data_ + size_;
     do {
-      digits[--n] = static_cast<char>('0' + value % 10);
+      *--digit = static_cast<char>('0' + value % 10);
       value /= 10;
     } while (value != 0);
-    PutPart(std::string_view(digits + n, sizeof digits - n));
   }
   char *data_ = nullptr;
   size_t size_ = 0;

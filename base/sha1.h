@@ -7,6 +7,8 @@
 namespace nxc {
 
 constexpr size_t kSha1DigestSize = 20;
+// The piece of a message that the rounds take at a time.
+constexpr size_t kSha1BlockSize = 64;
 
 class Sha1 {
  public:

@@ -197,7 +197,8 @@ int Rtnl::Transact(std::string *request) {
       if (errno == EINTR) continue;
       return -errno;
     }
-    int len = static_cast<int>(n);
+    // Unsigned, as the header length it is compared with.
+    auto len = static_cast<unsigned>(n);
     for (auto *reply = reinterpret_cast<struct nlmsghdr *>(buf); NLMSG_OK(reply, len); reply = NLMSG_NEXT(reply, len)) {
       if (reply->nlmsg_seq != seq_ || reply->nlmsg_type != NLMSG_ERROR) continue;
       return static_cast<const struct nlmsgerr *>(NLMSG_DATA(reply))->error;
@@ -218,7 +219,8 @@ int Rtnl::Dump(std::string *request, F onMessage) {
       if (errno == EINTR) continue;
       return -errno;
     }
-    int len = static_cast<int>(n);
+    // Unsigned, as the header length it is compared with.
+    auto len = static_cast<unsigned>(n);
     for (auto *reply = reinterpret_cast<const struct nlmsghdr *>(buf.data()); NLMSG_OK(reply, len);
          reply = NLMSG_NEXT(reply, len)) {
       if (reply->nlmsg_seq != seq_) continue;

@@ -65,13 +65,11 @@ static_assert(sizeof kEndMarker - 1 == kEndMarkerLength);
 // The zynet adapters' fixed organisational prefix.
 constexpr unsigned kMacPrefix[] = {0x02, 0x1C, 0x7E};
 
-// The SHA-1 of text as the block hash is stored: 40 upper-case hex digits
-// in a zero-filled, malloc'd buffer of kHashStrSize bytes. Null (logged)
-// when memory runs out.
-char *HashText(std::string_view text) {
+// A digest as the block hash is stored: 40 upper-case hex digits in a
+// zero-filled, malloc'd buffer of kHashStrSize bytes. Null (logged) when
+// memory runs out.
+char *HashString(const uint8_t (&digest)[nxc::kSha1DigestSize]) {
   static constexpr char kFn[] = "NXCCalculateHashStrForBlock";
-  uint8_t digest[nxc::kSha1DigestSize];
-  nxc::Sha1Digest(text.data(), text.size(), digest);
   CPtr<char> hash(static_cast<char *>(calloc(kHashStrSize, 1)));
   if (!hash) {
     NXCLog(LOG_ERR, kFn, "Error in memory allocation for buffer for hash");
@@ -84,6 +82,13 @@ char *HashText(std::string_view text) {
   }
   NXCLog(LOG_INFO2, kFn, "Hash String value: %s", hash.get());
   return hash.release();
+}
+
+// The SHA-1 of text as the block hash is stored (see HashString).
+char *HashText(std::string_view text) {
+  uint8_t digest[nxc::kSha1DigestSize];
+  nxc::Sha1Digest(text.data(), text.size(), digest);
+  return HashString(digest);
 }
 
 }  // namespace
@@ -218,7 +223,7 @@ DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, std::string_view file, const cha
 
 // Makes the whole existing file the backup and opens the file anew.
 [[nodiscard]]
-bool BackUpAndReopen(uint32_t vnet, const char *path, const nxc::FileText &existing,
+bool BackUpAndReopen(uint32_t vnet, const char *path, nxc::FileText *existing,
                      char (&bakPath)[kPathSize], UniqueFile *file, const char *fn) {
   if (!NXCGetFileName(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF_BAK, bakPath,
                       sizeof bakPath)) {
@@ -231,7 +236,7 @@ bool BackUpAndReopen(uint32_t vnet, const char *path, const nxc::FileText &exist
     return false;
   }
   if (!OpenForWriting(path, file, fn)) return false;
-  nxc::TakeOverOwnerAndMode(fileno(file->get()), existing);
+  nxc::TakeOverOwnerAndMode(fileno(file->get()), *existing);
   return true;
 }
 
@@ -449,9 +454,32 @@ struct DhcpValues {
   return true;
 }
 
+// The SHA-1 of the block, taken while the block is being made: every whole
+// 64-byte piece is hashed as soon as it stands, while it is still in the
+// cache, and the rounds run alongside the formatting of what follows.
+class BlockHash {
+ public:
+  BlockHash(const ByteBuffer &text, size_t blockStart) : text_(text), hashed_(blockStart) {}
+  void CatchUp() {
+    const size_t whole = (text_.Size() - hashed_) / nxc::kSha1BlockSize * nxc::kSha1BlockSize;
+    if (whole == 0) return;
+    sha_.Update(text_.Data() + hashed_, whole);
+    hashed_ += whole;
+  }
+  void Finish(uint8_t (&digest)[nxc::kSha1DigestSize]) {
+    sha_.Update(text_.Data() + hashed_, text_.Size() - hashed_);
+    sha_.Final(digest);
+  }
+
+ private:
+  const ByteBuffer &text_;
+  size_t hashed_;
+  nxc::Sha1 sha_;
+};
+
 // One entry per static mapping, in the table's enumeration order.
-[[nodiscard]]
-bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values, const char *fn) {
+[[nodiscard]] bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values,
+                                      BlockHash *hash, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
@@ -479,13 +507,15 @@ bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values
              strerror(err));
       return false;
     }
+    hash->CatchUp();
   }
   return true;
 }
 
 // Stores the hash of the block just written for the next run.
-[[nodiscard]] bool StoreBlockHash(uint32_t vnet, std::string_view block, const char *fn) {
-  CPtr<char> hash(HashText(block));
+[[nodiscard]] bool StoreBlockHash(uint32_t vnet, const uint8_t (&digest)[nxc::kSha1DigestSize],
+                                  const char *fn) {
+  CPtr<char> hash(HashString(digest));
   if (!hash) {
     NXCLog(LOG_ERR, fn, "Hash for DHCP config block could not be calculated");
     return false;
@@ -500,9 +530,9 @@ bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values
 
 // Everything after the file was opened for writing: the kept prefix (or the
 // header), the block, its hash, the kept suffix and the leases file.
-[[nodiscard]]
-bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char *bakPath,
-                 const char *fn) {
+// oldSize, the old file's size, foretells about how much there is to write.
+[[nodiscard]] bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old,
+                               const char *bakPath, size_t oldSize, const char *fn) {
   if (old.start != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
     if (!NXCCopyFileData(0, old.start, bakPath, file)) {
@@ -511,18 +541,20 @@ bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char 
     }
     NXCLog(LOG_INFO2, fn, "Copying is done");
   }
-  // The header and the block are made whole in memory, written in one
-  // piece, and the block is hashed from there.
+  // The header and the block are made whole in memory and written in one
+  // piece; the block is hashed as it grows.
   ByteBuffer text;
+  // Without room (a failure shows in the appends), the buffer grows as it goes.
+  (void)text.Reserve(oldSize);
   if (old.start == 0 && !WriteHeader(vnet, &text, fn)) return false;
-  const size_t blockStart = text.Size();
+  BlockHash hash(text, text.Size());
   if (!WriteBlockStart(&text, fn)) return false;
   if (!WriteGlobalValues(vnet, &text, fn)) return false;
   DhcpValues values;
   values.nat = NXCGetVnetUseNAT(vnet);
   if (!WriteSubnet(vnet, &text, &values, fn)) return false;
   if (!WriteHostEntry(vnet, &text, values.nat, fn)) return false;
-  if (!WriteStaticEntries(vnet, &text, values, fn)) return false;
+  if (!WriteStaticEntries(vnet, &text, values, &hash, fn)) return false;
   if (!text.Append(kEndMarker, kEndMarkerLength) ||
       fwrite(text.Data(), 1, text.Size(), file) != text.Size()) {
     int err = errno;
@@ -530,8 +562,9 @@ bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old, const char 
            strerror(err));
     return false;
   }
-  if (!StoreBlockHash(vnet, std::string_view(text.Data(), text.Size()).substr(blockStart), fn))
-    return false;
+  uint8_t digest[nxc::kSha1DigestSize];
+  hash.Finish(digest);
+  if (!StoreBlockHash(vnet, digest, fn)) return false;
   if (old.end != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%li-%d", static_cast<long>(old.end), 0);
     if (!NXCCopyFileData(old.end, 0, bakPath, file)) {
@@ -588,11 +621,12 @@ extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
     created = true;
   } else {
     old = FindUnmodifiedBlock(vnet, existing.View(), kFn);
-    if (!BackUpAndReopen(vnet, path, existing, bakPath, &file, kFn))
+    if (!BackUpAndReopen(vnet, path, &existing, bakPath, &file, kFn))
       return InternalExit(kFn, __LINE__, false);
-    existing = {};
   }
-  if (!WriteConfig(vnet, file.get(), old, bakPath, kFn)) {
+  const size_t oldSize = existing.size;
+  existing = {};
+  if (!WriteConfig(vnet, file.get(), old, bakPath, oldSize, kFn)) {
     // An existing file stays as far as it got; its old content is in the
     // backup. Only a file this call created is taken away again.
     file.reset();

@@ -17,6 +17,7 @@
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
+#include "base/whole_file.h"
 #include "core/api_frame.h"
 #include "nexcfg_internal.h"
 
@@ -301,12 +302,8 @@ extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcep
     NXCLog(LOG_ERR, kFn, "Could not open source file: %s, error: %s", source, strerror(errno));
     return false;
   }
-  nxc::UniqueFd out(open(destination, O_WRONLY | O_TRUNC | O_CLOEXEC));
-  if (!out) {
-    NXCLog(LOG_ERR, kFn, "Could not open destination file: %s, error: %s", destination,
-           strerror(errno));
-    return false;
-  }
+  nxc::UniqueFd out = nxc::OpenCopyDestination(destination);
+  if (!out) return false;
   char block[kCopyBlock];
   for (;;) {
     ssize_t n = read(in.get(), block, sizeof block);
@@ -316,14 +313,14 @@ extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcep
       return false;
     }
     if (n == 0) break;
+    // A short write fails the copy as well.
     ssize_t written = write(out.get(), block, (size_t)n);
     if (written != n) {
-      NXCLog(LOG_ERR, kFn, "Writing to destination file: %s failed, error: %s", destination,
-             strerror(written < 0 ? errno : EIO));
+      nxc::LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
       return false;
     }
   }
-  NXCLog(LOG_INFO2, kFn, "Finished reading from source file: %s", source);
+  nxc::LogCopyFinished(source);
   return true;
 }
 

@@ -228,13 +228,14 @@ struct NatValues {
     NXCLog(LOG_ERR, fn, "Cannot get the NAT config backup file name");
     return false;
   }
-  if (!nxc::ReadWholeFile(path, old)) {
+  // The old content is read only when the backup has to be a copy.
+  if (!nxc::OpenFileText(path, old)) {
     NXCLog(LOG_ERR, "NXCCopyFile", "Could not open source file: %s, error: %s", path,
            strerror(errno));
     NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
     return false;
   }
-  if (!nxc::BackUpBeforeRewrite(*old, path, bakPath)) {
+  if (!nxc::BackUpBeforeRewrite(old, path, bakPath)) {
     NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
     return false;
   }
@@ -405,19 +406,26 @@ bool WriteNatConf(uint32_t vnet, const NatValues &v, const nxc::FileText &old, c
     return false;
   }
   nxc::TakeOverOwnerAndMode(fileno(file.get()), old);
-  // The file is made whole in memory and written in one piece.
+  // The file is made whole in memory, its last newline included, and
+  // written in one piece.
   ByteBuffer text;
   if (!text.AppendString(NXCNATConfigFileHeader) ||
       !WriteHostSection(&text, v, fn) || !WriteProtocolSections(&text, v, fn) ||
-      !WritePortForwards(vnet, &text, fn) ||
-      fwrite(text.Data(), 1, text.Size(), file.get()) != text.Size()) {
+      !WritePortForwards(vnet, &text, fn) || !text.AppendAll('\n')) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
+           strerror(err));
+    return false;
+  }
+  const size_t written = fwrite(text.Data(), 1, text.Size(), file.get());
+  if (written + 1 < text.Size()) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing NAT config file header, error: %s",
            strerror(err));
     return false;
   }
   // The file is complete without its last newline: a failure is only logged.
-  if (fputs("\n", file.get()) == EOF) {
+  if (written < text.Size()) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fputs: failed while writing, error: %s", strerror(err));
   }

@@ -3,8 +3,8 @@
 // file still holds only what a cache has read or written.
 //
 // Every append happens under the database lock in a single write() on a
-// descriptor opened with O_APPEND, and is synced before the change counts
-// as made. So a killed writer leaves either its whole change or nothing
+// descriptor opened with O_APPEND and O_DSYNC, so the write returns only
+// once the change is on the disk, and the change counts as made then. So a killed writer leaves either its whole change or nothing
 // that a later append could glue onto, and no two processes interleave
 // their bytes. Before appending, a process looks at the file as it is under
 // the lock: a file another process renamed over the path is opened afresh,
@@ -32,6 +32,10 @@ namespace {
 
 constexpr char kRewriteSuffix[] = "XXXXXX";
 constexpr size_t kTailChunk = 4096;
+// The journal's descriptor: every write lands at the end and is synced
+// before it returns, as a write followed by fdatasync() would be, in one
+// system call less per change.
+constexpr int kAppendFlags = O_RDWR | O_APPEND | O_DSYNC | O_CLOEXEC;
 
 [[nodiscard]] bool SameFile(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -89,7 +93,7 @@ bool CatchUp(NXCNetworkConfigurationDB *db, off_t *end, bool *newline, int *erro
     if (stat(db->path, &named) == 0 && !SameFile(open, named)) {
       // Another process rewrote the database: what this cache appends now
       // belongs in the new file, and that file holds changes it never read.
-      int fd = ::open(db->path, O_RDWR | O_APPEND | O_CLOEXEC);
+      int fd = ::open(db->path, kAppendFlags);
       if (fd < 0 || fstat(fd, &open) != 0) {
         *error = errno;
         if (fd >= 0) (void)close(fd);
@@ -143,8 +147,8 @@ NXCNetworkConfigurationDB *NewCache(const char *fn) {
 [[nodiscard]]
 bool JournalOpen(NXCNetworkConfigurationDB *db, const char *path, bool append, bool create,
                  int *error) {
-  int flags = append ? O_RDWR | O_APPEND : O_RDONLY;
-  int fd = open(path, flags | O_CLOEXEC | (create ? O_CREAT : 0), 0666);
+  int flags = append ? kAppendFlags : O_RDONLY | O_CLOEXEC;
+  int fd = open(path, flags | (create ? O_CREAT : 0), 0666);
   if (fd < 0) {
     *error = errno;
     return false;
@@ -198,13 +202,14 @@ bool AppendChange(NXCNetworkConfigurationDB *db, const char *text, size_t length
   do {
     written = writev(db->fd, parts, 2);
   } while (written < 0 && errno == EINTR);
-  if (written == static_cast<ssize_t>(total) && fdatasync(db->fd) == 0) {
+  if (written == static_cast<ssize_t>(total)) {
     db->journal.known = start + static_cast<off_t>(total);
     db->journal.size = db->journal.known;
     db->journal.endsLine = true;  // a change is whole lines
     return true;
   }
-  // A short write means the disk filled up on the way.
+  // A short write means the disk filled up on the way; a failed one may
+  // have left part of the change behind, or all of it unsynced.
   *error = written >= 0 && written < static_cast<ssize_t>(total) ? ENOSPC : errno;
   if (ftruncate(db->fd, start) != 0) {
     int err = errno;

@@ -249,6 +249,15 @@ TEST_F(NatTest, RegenerationBacksUpAndWithoutNatTheFilesGo) {
   ASSERT_TRUE(NXCNATUpdateFromConfig(8));
   EXPECT_EQ(ReadFile(kBak), first);
   EXPECT_NE(ReadFile(kConf).find("\ntimeout = 90\n"), std::string::npos);
+  // A file with a second name is backed up by a copy, not by a rename.
+  const char kLink[] = "/etc/zymtra/zynet8/nat/linked";
+  ASSERT_EQ(link(kConf, kLink), 0);
+  std::string second = ReadFile(kConf);
+  ASSERT_TRUE(NXCNATSetParameter(8, 13866, "91"));
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(ReadFile(kBak), second);
+  EXPECT_EQ(ReadFile(kLink), ReadFile(kConf));
+  ASSERT_EQ(unlink(kLink), 0);
 
   ASSERT_TRUE(WriteFile("/etc/zymtra/zynet8/nat.mac", "00:50:56:00:00:01\n"));
   ASSERT_TRUE(NXCSetVnetUseNAT(8, false, false));

@@ -8,6 +8,9 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <charconv>
+#include <string_view>
+
 #include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 
@@ -32,8 +35,17 @@ constexpr char kMtu[] = "MTU";
 // rather than cut, so a long field can never alias a shorter one.
 [[nodiscard]] bool FormKey(uint32_t vnet, const char *field, char (&key)[kKeySize]) {
   if (!field) return false;
-  int n = snprintf(key, sizeof key, "VNET_%d_%s", static_cast<int>(vnet), field);
-  return n >= 1 && static_cast<size_t>(n) < sizeof key;
+  // "VNET_%d_%s", put together by hand: every vnet field access forms one.
+  static constexpr std::string_view kPrefix = "VNET_";
+  memcpy(key, kPrefix.data(), kPrefix.size());
+  char *const end = key + sizeof key;
+  auto [at, failed] = std::to_chars(key + kPrefix.size(), end, static_cast<int>(vnet));
+  if (failed != std::errc() || at == end) return false;
+  *at++ = '_';
+  size_t length = strlen(field);
+  if (length >= static_cast<size_t>(end - at)) return false;
+  memcpy(at, field, length + 1);
+  return true;
 }
 
 // The field getters that copy keep the needed size to themselves.

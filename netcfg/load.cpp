@@ -134,13 +134,14 @@ char *FindLineEnd(char *p, char *end, char **textEnd) {
     offset = marks ? static_cast<size_t>(__builtin_ctz(marks)) : kStep;
 #else
     constexpr size_t kStep = 8;
-    constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = kOnes * 0x80, kNewlines = kOnes * '\n';
+    constexpr uint64_t kLows = 0x7f7f7f7f7f7f7f7full, kNewlines = 0x0a0a0a0a0a0a0a0aull;
+    // The high bit of each byte of w that is NUL, and of no other: the sum
+    // of a byte's low seven bits and 0x7f carries into its high bit, and
+    // never into the next byte, unless they are all zero.
+    auto nuls = [](uint64_t w) { return ~(((w & kLows) + kLows) | w | kLows); };
     uint64_t word;
     memcpy(&word, p, sizeof word);
-    const uint64_t newlines = word ^ kNewlines;
-    // The high bit of each byte that is NUL or '\n'; a byte above the first
-    // such byte may be marked wrongly, so only the first mark counts.
-    const uint64_t marks = ((word - kOnes) & ~word & kHighs) | ((newlines - kOnes) & ~newlines & kHighs);
+    const uint64_t marks = nuls(word) | nuls(word ^ kNewlines);
     offset = !marks                                       ? kStep
              : std::endian::native == std::endian::little ? __builtin_ctzll(marks) / 8
                                                           : __builtin_clzll(marks) / 8;

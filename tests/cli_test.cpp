@@ -883,5 +883,53 @@ TEST_F(CliTest, AChangeCompactsALongJournalKeepingEveryRecord) {
   EXPECT_EQ(Nexcfg({"nat", "prefix", "check", "2", "fd00:1:2:3::/64"}).status, 0);
 }
 
+// Another program that loads the database while the tool compacts it,
+// round after round, finds the NAT66 prefix in it every time: the file
+// renamed into place holds the prefixes already.
+TEST_F(CliTest, ACompactionNeverShowsOtherProgramsADatabaseWithoutItsPrefixes) {
+  CreateDb();
+  Ok({"nat", "prefix", "add", "2", "fd00:1:2:3::/64"});
+  int stop[2], counts[2];
+  ASSERT_EQ(pipe(stop), 0);
+  ASSERT_EQ(pipe(counts), 0);
+  pid_t reader = fork();
+  if (reader == 0) {
+    close(stop[1]);
+    fcntl(stop[0], F_SETFL, O_NONBLOCK);
+    unsigned loads = 0, without = 0;
+    char byte;
+    while (read(stop[0], &byte, 1) < 0 && errno == EAGAIN) {
+      NXCNetworkConfigurationDB *db = nullptr;
+      bool loaded = NXCNetCfgLoad(kDbPath, &db, false, /*readOnly=*/true);
+      without += !loaded || !NXCNetCfgLookupNATPrefix(db, 2, "fd00:1:2:3::/64");
+      if (loaded) (void)NXCNetCfgUnload(&db, false);
+      ++loads;
+    }
+    unsigned result[2] = {loads, without};
+    _exit(write(counts[1], result, sizeof result) == sizeof result ? 0 : 1);
+  }
+  close(stop[0]);
+  close(counts[1]);
+  std::string history;
+  for (int i = 0; i < 2000; ++i) history += "remove_answer SOME_KEY\nanswer SOME_KEY " + std::to_string(i) + "\n";
+  // The reader stops when the write end closes, whatever fails here.
+  for (int round = 0; round < 20; ++round) {
+    int fd = open(kDbPath, O_WRONLY | O_APPEND);
+    bool grown = write(fd, history.data(), history.size()) == static_cast<ssize_t>(history.size());
+    close(fd);
+    Ok({"answer", "set", "SOME_KEY", std::to_string(round)});
+    size_t size = DbText().size();
+    EXPECT_TRUE(grown && size < 4096u) << "not compacted in round " << round << ": " << size;
+    if (!grown || size >= 4096u) break;
+  }
+  close(stop[1]);
+  unsigned result[2] = {0, 0};
+  EXPECT_EQ(read(counts[0], result, sizeof result), static_cast<ssize_t>(sizeof result));
+  int status = -1;
+  EXPECT_EQ(waitpid(reader, &status, 0), reader);
+  EXPECT_GT(result[0], 20u) << "loads";
+  EXPECT_EQ(result[1], 0u) << "loads without the prefix, of " << result[0];
+}
+
 }  // namespace
 }  // namespace nxc::test

@@ -2,7 +2,9 @@
 // every nexcfg command.
 #include "cli.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -243,55 +245,141 @@ namespace {
 // later load until then.
 constexpr long kSmallestJournal = 64 * 1024;
 
-// The database's size and file, as stat gives them; size -1 when missing.
-struct DbFileId {
-  long size = -1;
-  dev_t dev = 0;
-  ino_t ino = 0;
-};
-DbFileId DatabaseFileId() {
-  struct stat st;
-  if (stat(kDatabasePath, &st) != 0) return {};
-  return {static_cast<long>(st.st_size), st.st_dev, st.st_ino};
+// A look at the journal's compact size takes a compact export of the whole
+// cache, so it is made again only once the file has grown by this part of
+// its size at the last look, or is another file. The last look is noted in
+// a file under RUNDIR: the database file's device, inode and size.
+constexpr long kLookAgainPart = 16;
+
+std::string LookNotePath() {
+  std::string dir = AskAnswer("RUNDIR");
+  return (dir.empty() ? std::string("/var/run") : dir) + "/nexcfg-journal";
+}
+
+// The database file as the last look saw it; all 0 when no note is there
+// (or two tools wrote it at once): then the next look is made now.
+struct stat LastLook(const std::string &note) {
+  struct stat seen = {};
+  char text[96] = "";
+  int fd = open(note.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return seen;
+  ssize_t n = read(fd, text, sizeof text - 1);
+  close(fd);
+  unsigned long long dev = 0, ino = 0;
+  long long size = 0;
+  if (n > 0 && sscanf(text, "%llu %llu %lld\n", &dev, &ino, &size) == 3) {
+    seen.st_dev = static_cast<dev_t>(dev);
+    seen.st_ino = static_cast<ino_t>(ino);
+    seen.st_size = static_cast<off_t>(size);
+  }
+  return seen;
+}
+
+// Notes the database file as a look saw it. A note that cannot be written,
+// or only in part (its size cut short), only brings the next look sooner.
+void NoteLook(const std::string &note, const struct stat &st) {
+  char text[96];
+  int length = snprintf(text, sizeof text, "%llu %llu %lld\n", static_cast<unsigned long long>(st.st_dev),
+                        static_cast<unsigned long long>(st.st_ino), static_cast<long long>(st.st_size));
+  int fd = open(note.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return;
+  (void)!write(fd, text, static_cast<size_t>(length));
+  close(fd);
+}
+
+// Whether a journal of this size is due for compaction, its records taking
+// compactLength bytes written compactly.
+bool Overdue(off_t size, size_t compactLength) {
+  return size >= kSmallestJournal && size > static_cast<off_t>(compactLength + compactLength / 2);
 }
 
 // True when the journal has grown to half again the loaded cache written
-// compactly.
-bool JournalOverdue() {
-  long journal = DatabaseFileId().size;
-  if (journal < kSmallestJournal) return false;
+// compactly, as far as the last look tells.
+bool JournalOverdue(const std::string &note) {
+  struct stat st;
+  if (stat(kDatabasePath, &st) != 0 || st.st_size < kSmallestJournal) return false;
+  struct stat last = LastLook(note);
+  if (last.st_dev == st.st_dev && last.st_ino == st.st_ino && st.st_size >= last.st_size &&
+      st.st_size - last.st_size < last.st_size / kLookAgainPart)
+    return false;
   char *text = nullptr;
   size_t length = 0;
   if (!NXCNetCfgExportConfigToBuffer(nullptr, &text, &length, false)) return false;
   free(text);
-  return journal > static_cast<long>(length + length / 2);
+  if (Overdue(st.st_size, length)) return true;
+  NoteLook(note, st);
+  return false;
 }
 
-// The last unload with a compact rewrite, and the NAT66 prefixes, which the
-// rewrite drops, appended again after it under the database lock. The
-// prefixes are read from the journal under the lock that the rewrite takes
-// over, so none added meanwhile is missed.
-void UnloadCompactingKeepingPrefixes() {
-  std::vector<std::pair<uint32_t, std::string>> prefixes;
-  bool locked = NXCNetCfgLockConfig(nullptr);
-  if (locked) {
-    DbFile file = ReadDbFile(kDatabasePath);
-    for (int vnet = 0; vnet < static_cast<int>(NXC_NUM_VNETS); ++vnet)
-      for (std::string &p : PrefixesOf(file, vnet)) prefixes.emplace_back(vnet, std::move(p));
+// Puts text in place of the database the way the library's own rewrite
+// does: a temporary file beside it (named so that the next load removes it
+// when this process dies first) with the database's permissions, synced,
+// renamed over the database, and the rename synced. 0, or the errno of the
+// step that failed (the database then stays as it was).
+int ReplaceDatabase(const std::string &text) {
+  std::string path = kDatabasePath;
+  size_t slash = path.rfind('/');
+  std::string dir = path.substr(0, slash);
+  std::string temporary = dir + "/." + path.substr(slash + 1) + ".XXXXXX";
+  struct stat st;
+  if (stat(kDatabasePath, &st) != 0) return errno;
+  int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return errno;
+  int err = fchmod(fd, st.st_mode & 07777) == 0 ? 0 : errno;
+  for (size_t done = 0; err == 0 && done < text.size();) {
+    ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) err = n < 0 ? errno : ENOSPC;
+    else done += static_cast<size_t>(n);
   }
-  DbFileId before = DatabaseFileId();
-  // Without the lock the prefixes are unknown: no rewrite then.
-  NXC_Unload2(locked ? 1 : 0);
-  DbFileId after = DatabaseFileId();
-  bool rewritten = after.size >= 0 && (after.dev != before.dev || after.ino != before.ino);
-  if (!rewritten || prefixes.empty() || !NXC_Load(0)) return;
-  if (NXCNetCfgLockConfig(nullptr)) {
-    for (const auto &[vnet, prefix] : prefixes)
-      if (!NXCNetCfgAddNATPrefix(nullptr, vnet, prefix.c_str(), nullptr, 0))
-        std::fprintf(stderr, "nexcfg: could not keep the NAT66 prefix %s of zynet%u\n", prefix.c_str(), vnet);
-    (void)NXCNetCfgUnlockConfig(nullptr);
+  if (err == 0 && fsync(fd) != 0) err = errno;
+  if (close(fd) != 0 && err == 0) err = errno;
+  if (err == 0 && rename(temporary.c_str(), kDatabasePath) != 0) err = errno;
+  if (err != 0) {
+    unlink(temporary.c_str());
+    return err;
   }
-  NXC_Unload2(0);
+  int dirFd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  // The rename is made either way; only its surviving a power cut is at stake.
+  if (dirFd >= 0) {
+    (void)fsync(dirFd);
+    close(dirFd);
+  }
+  return 0;
+}
+
+// The compact rewrite with the NAT66 prefixes in it, made under the
+// database lock from the file as it is then (other programs may have
+// appended to it since this one loaded it). The library's own rewrite
+// leaves the prefixes out, so appending them after it would leave a moment
+// in which the database has none; here the file that is renamed into place
+// holds them already. The prefixes are those the library reads from the
+// journal, in the records it writes for them.
+void CompactKeepingPrefixes(const std::string &note) {
+  if (!NXCNetCfgLockConfig(nullptr)) return;  // the journal only stays long
+  NXCNetworkConfigurationDB *file = nullptr;
+  char *records = nullptr;
+  size_t length = 0;
+  struct stat st;
+  if (NXCNetCfgLoad(kDatabasePath, &file, false, /*readOnly=*/true) &&
+      NXCNetCfgExportConfigToBuffer(file, &records, &length, false) && stat(kDatabasePath, &st) == 0) {
+    std::string text = "VERSION=1,0\n";
+    text.append(records, length);
+    // Another tool may have compacted it while this one waited for the lock.
+    bool due = Overdue(st.st_size, length);
+    DbFile journal = due ? ReadDbFile(kDatabasePath) : DbFile{};
+    for (uint32_t vnet = 0; vnet < NXC_NUM_VNETS; ++vnet)
+      for (const std::string &p : PrefixesOf(journal, static_cast<int>(vnet)))
+        if (NXCNetCfgLookupNATPrefix(file, vnet, p.c_str()))
+          text += "add_nat_prefix " + std::to_string(vnet) + " " + p + "\n";
+    if (int err = due ? ReplaceDatabase(text) : 0)
+      std::fprintf(stderr, "nexcfg: could not compact the database: %s\n", strerror(err));
+    else if (!due || stat(kDatabasePath, &st) == 0)
+      NoteLook(note, st);
+  }
+  free(records);
+  if (file) (void)NXCNetCfgUnload(&file, false);
+  (void)NXCNetCfgUnlockConfig(nullptr);
 }
 
 }  // namespace
@@ -322,10 +410,13 @@ Library::~Library() {
   // all the same, with the prefixes kept.
   if (Opts().compact && !wasLoaded_)
     NXC_Unload();
-  else if (!wasLoaded_ && !readOnly_ && JournalOverdue())
-    UnloadCompactingKeepingPrefixes();
-  else
+  else {
+    if (!wasLoaded_ && !readOnly_) {
+      std::string note = LookNotePath();
+      if (JournalOverdue(note)) CompactKeepingPrefixes(note);
+    }
     NXC_Unload2(0);
+  }
   if (!wasLoaded_) gLogPath = kDefaultLogPath;
 }
 

@@ -1,6 +1,7 @@
 // cmd_vnet.cpp - vnets: the list, everything about one vnet, and its plain
 // attributes (display name, subnet, mask, adapter address, MTU, subnet
 // choice and test, removal).
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -203,11 +204,16 @@ const Attribute &AttributeNamed(const std::string &word) {
 // Values for attributes of a vnet; no value removes one.
 using AttributeValues = std::vector<std::pair<const Attribute *, std::optional<std::string>>>;
 
-// Vets and makes the change of one or more attributes of a vnet.
+// Vets and makes the change of one or more attributes of a vnet. A change
+// of fields no rule reads (the display name) cannot make a problem: it is
+// made without reading the configuration.
 std::vector<Problem> ChangeAttributes(const std::string &vnet, const AttributeValues &changes, bool force) {
-  Config before = ReadConfig(vnet), after = before;
-  for (const auto &[a, value] : changes) after.Vnet(vnet).Set(a->field, value);
-  auto warnings = Vet(before, after, force);
+  std::vector<Problem> warnings;
+  if (std::any_of(changes.begin(), changes.end(), [](const auto &c) { return IsRuleField(c.first->field); })) {
+    Config before = ReadConfig(vnet), after = before;
+    for (const auto &[a, value] : changes) after.Vnet(vnet).Set(a->field, value);
+    warnings = Vet(before, after, force);
+  }
   // The bindings are captured by name: clang before 16 cannot capture them
   // implicitly, and the fuzzing build compiles this file with clang.
   for (const auto &[a, value] : changes)

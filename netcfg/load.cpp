@@ -167,7 +167,9 @@ char *FindLineEnd(char *p, char *end, char **textEnd) {
 [[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn, bool *endsLine) {
-  constexpr size_t kBlock = 256 * 1024;
+  // Small enough to come from the heap, whose pages the entries reuse
+  // afterwards, instead of a mapping of its own to fault in and drop again.
+  constexpr size_t kBlock = 64 * 1024;
   size_t capacity = kBlock, held = 0;
   char *block = static_cast<char *>(malloc(capacity + kBlockSlack));
   ScopeGuard freeBlock([&] { free(block); });

@@ -13,6 +13,7 @@
 #include <string.h>
 #include <strings.h>
 
+#include <array>
 #include <cstddef>
 
 #include "base/str_util.h"
@@ -36,11 +37,31 @@ constexpr uint32_t kSmallestMask = 0xFFFFFFF8u;  // a /29: 8 addresses
 constexpr long kMinPrefixBits = 32;
 constexpr long kMaxPrefixBits = 96;
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
+// The value of each character as a hex digit, -1 for a non-digit.
+constexpr auto kHexValues = [] {
+  std::array<int8_t, 256> values{};
+  for (int c = 0; c < 256; ++c) {
+    values[c] = static_cast<int8_t>(c >= '0' && c <= '9'   ? c - '0'
+                                    : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                    : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                           : -1);
+  }
+  return values;
+}();
+
+int HexDigit(char c) { return kHexValues[static_cast<unsigned char>(c)]; }
+
+// The form every writer gives a MAC, six octets of two digits: true, with
+// the octets, for exactly that text. Anything else is for ScanMACOctets.
+bool ScanWrittenMAC(const char *p, unsigned (&octets)[6]) {
+  for (int i = 0; i < 6; ++i, p += 3) {
+    const int high = HexDigit(p[0]);
+    if (high < 0) return false;
+    const int low = HexDigit(p[1]);
+    if (low < 0 || p[2] != (i < 5 ? ':' : '\0')) return false;
+    octets[i] = static_cast<unsigned>(high * 16 + low);
+  }
+  return true;
 }
 
 // Reads six colon-separated octets of one or two hex digits each, and
@@ -85,6 +106,22 @@ bool ScanDottedQuad(const char *p, unsigned (&octets)[4]) {
   return *p == '\0';
 }
 
+// The form every writer gives an address, "A.B.C.D" of one to three digits
+// each and nothing else: true, with the numbers, for exactly that text.
+// Anything else is for ScanDottedQuad, which takes this form the same way.
+bool ScanWrittenDottedQuad(const char *p, unsigned (&octets)[4]) {
+  auto digit = [](char c) { return static_cast<unsigned>(static_cast<unsigned char>(c)) - '0'; };
+  for (int i = 0; i < 4; ++i) {
+    unsigned value = digit(*p);
+    if (value > 9) return false;
+    for (int digits = 1; digits < 3 && digit(p[1]) <= 9; ++digits) value = value * 10 + digit(*++p);
+    if (*++p != (i < 3 ? '.' : '\0')) return false;
+    ++p;
+    octets[i] = value;
+  }
+  return true;
+}
+
 }  // namespace
 
 namespace nxc {
@@ -102,7 +139,7 @@ using nxc::IPOrZero;
 extern "C" bool NXCIPStr2Int(const char *text, uint32_t *address) noexcept {
   static constexpr char kFn[] = "NXCIPStr2Int";
   unsigned octets[4] = {};
-  if (!text || !ScanDottedQuad(text, octets)) {
+  if (!text || !(ScanWrittenDottedQuad(text, octets) || ScanDottedQuad(text, octets))) {
     NXCLog(LOG_ERR, kFn, "sscanf failed");
     return false;
   }
@@ -149,7 +186,7 @@ extern "C" bool NXCIsValidSubnetMask(const char *mask) noexcept {
 extern "C" bool NXCMACStandardizeFormat(const char *text, char *buffer) noexcept {
   static constexpr char kFn[] = "NXCMACStandardizeFormat";
   unsigned b[6] = {};
-  int scanned = text ? ScanMACOctets(text, b) : -1;
+  int scanned = !text ? -1 : ScanWrittenMAC(text, b) ? 6 : ScanMACOctets(text, b);
   if (scanned != 6) {
     NXCLog(LOG_ERR, kFn, "sscanf failed, scanned %d elements", scanned);
     return false;

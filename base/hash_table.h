@@ -1,6 +1,7 @@
 // hash_table.h - string- and integer-keyed hash tables of owned entries.
 //
-// The table stores entry pointers under a key. A string key is not copied:
+// The table stores entry pointers under a key, in an array kept in listing
+// order, with an open-addressed index of that array beside it. A string key is not copied:
 // it must live as long as its entry (normally it is a field of the entry).
 // Entries are freed with the table's free function when they are deleted
 // or when the table is destroyed. Keys compare exactly (case matters).
@@ -12,6 +13,7 @@
 #include <stdint.h>
 
 #include <memory>
+#include <string_view>
 
 namespace nxc {
 
@@ -37,8 +39,8 @@ class HashTable {
   // Called for each entry by ForEach; a non-zero result counts a failure.
   using VisitFn = int (*)(HashKey key, void *entry, void *context);
 
-  // A new empty table with the given initial bucket count (it grows as
-  // needed). freeEntry may be null (entries are then not freed). Returns
+  // A new empty table with room for about the given number of entries (it
+  // grows as needed). freeEntry may be null (entries are then not freed). Returns
   // null when memory runs out.
   static HashTable *Create(Kind kind, uint32_t buckets, FreeEntryFn freeEntry) noexcept;
   // Frees every entry, then the table. Null is fine.
@@ -66,6 +68,11 @@ class HashTable {
   // absent).
   void *Take(HashKey key) noexcept;
   void *Lookup(HashKey key) const noexcept;
+  // Hints the processor to fetch the slot where a lookup of key starts, so
+  // that a lookup or insertion soon after finds it in the cache. A string
+  // key is given by its text.
+  void Prefetch(uint64_t key) const noexcept;
+  void Prefetch(std::string_view key) const noexcept;
   size_t Count() const noexcept;
   FreeEntryFn FreeFunction() const noexcept { return freeEntry_; }
   // A malloc'd array of the entries in listing order (the caller frees the
@@ -80,8 +87,9 @@ class HashTable {
   // A place in the listing order, for walking it by index.
   class Cursor {
     friend class HashTable;
-    const void *node_ = nullptr;
-    size_t index_ = 0;
+    bool placed_ = false;
+    size_t position_ = 0;  // in the entry array
+    size_t index_ = 0;     // in listing order
   };
   // The entry at index in listing order, or null past the end. The walk
   // goes on from cursor when that stands at or before index, else from the
@@ -94,25 +102,38 @@ class HashTable {
   size_t ForEach(VisitFn fn, void *context) const noexcept;
 
  private:
-  struct Node;
+  struct Item;
+  struct Slot;
   HashTable() = default;
   ~HashTable();
   uint32_t HashOf(HashKey key) const noexcept;
   [[nodiscard]] bool KeysEqual(HashKey a, HashKey b) const noexcept;
-  Node *Find(HashKey key, uint32_t hash) const noexcept;
-  Node *Unlink(HashKey key) noexcept;
-  void UnlinkOrder(Node *node) noexcept;
-  void LinkOrderAtEnd(Node *node) noexcept;
-  Node *Add(HashKey key, uint32_t hash, void *entry) noexcept;
-  void Grow() noexcept;
+  // The slot holding key, or the empty slot where its probe ends.
+  size_t Probe(HashKey key, uint32_t hash) const noexcept;
+  [[nodiscard]] bool Live(size_t position) const noexcept;
+  // Adds a new key whose probe ended at the empty slot.
+  [[nodiscard]] bool Add(size_t slot, HashKey key, uint32_t hash, void *entry) noexcept;
+  // Removes the key of an occupied slot from the index and its item from
+  // the listing; returns the entry.
+  void *Remove(size_t slot) noexcept;
+  // Leaves a hole at position; returns the entry that stood there.
+  void *Vacate(size_t position) noexcept;
+  [[nodiscard]] bool AppendItem(HashKey key, void *entry, uint32_t *position) noexcept;
+  [[nodiscard]] bool Rehash(size_t slotCount) noexcept;
+  void Compact() noexcept;
 
   Kind kind_ = Kind::kString;
   FreeEntryFn freeEntry_ = nullptr;
-  Node **buckets_ = nullptr;
-  uint32_t bucketCount_ = 0;
+  // The entries in listing order; a removed one leaves a hole, which
+  // compaction closes once the holes outnumber the entries.
+  Item *items_ = nullptr;
+  size_t itemCount_ = 0;  // holes included
+  size_t itemCapacity_ = 0;
+  size_t firstLive_ = 0;  // no entry before this position
+  // The index: a power of two of slots, probed linearly from a key's hash.
+  Slot *slots_ = nullptr;
+  size_t slotMask_ = 0;
   size_t count_ = 0;
-  Node *first_ = nullptr;  // insertion order
-  Node *last_ = nullptr;
 };
 
 struct HashTableDeleter {

@@ -50,7 +50,7 @@ namespace {
   // The key and the value live behind the entry, in its own allocation.
   const size_t keySize = key.size() + 1, valueSize = value.size() + 1;
   auto *entry = static_cast<NetworkConfigDictionaryEntry *>(
-      malloc(sizeof(NetworkConfigDictionaryEntry) + keySize + valueSize));
+      AllocEntry(sizeof(NetworkConfigDictionaryEntry) + keySize + valueSize));
   if (!entry) {
     int err = errno;
     NXCLog(LOG_ERR, kFn, "Failed to allocate memory for NetworkConfigDictionaryEntry, error: %s",
@@ -66,10 +66,10 @@ namespace {
   void *displaced = nullptr;
   if (!(*table)->Put(StrKey(entry->key), entry, /*moveToEnd=*/false, &displaced)) {
     NXCLog(LOG_ERR, kFn, "Failed to insert entry into hash table");
-    free(entry);
+    FreeEntry(entry);
     return false;
   }
-  free(displaced);
+  FreeEntry(displaced);
   return true;
 }
 
@@ -90,7 +90,7 @@ void NetCfgFreeEntry(void *p) {
     NXCLog(LOG_ERR, "NetCfgFreeEntry", "Invalid arguments");
     return;
   }
-  free(entry);
+  FreeEntry(entry);
 }
 
 [[nodiscard]]
@@ -129,6 +129,11 @@ bool DictRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::str
     return false;
   }
   return true;
+}
+
+void PrefetchAnswer(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view key;
+  if (db->answers && NextToken(&rest, &key)) db->answers->Prefetch(key);
 }
 
 [[nodiscard]]
@@ -178,6 +183,7 @@ constexpr RecordFamily kAnswerRecords = {
     .format = FormatAnswer,
     .free = NetCfgFreeEntry,
     .sortForRewrite = SortAnswers,
+    .prefetch = PrefetchAnswer,
 };
 
 namespace {

@@ -164,6 +164,7 @@ constexpr RecordFamily kBridgeMappingRecords = {
     .format = FormatBridgeMapping,
     .free = NetCfgBridgeMappingFreeEntry,
     .sortForRewrite = SortBridgeMappings,
+    .prefetch = nullptr,
 };
 
 }  // namespace nxc

@@ -37,7 +37,7 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
          static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
-  free(e);
+  FreeEntry(e);
 }
 
 [[nodiscard]]
@@ -48,7 +48,7 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
   bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);
   const size_t macSize = strlen(mac) + 1, ipSize = strlen(ip) + 1;
   auto *entry = static_cast<DHCPMACToIPEntry *>(
-      created ? malloc(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
+      created ? AllocEntry(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;
@@ -100,6 +100,14 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
   return true;
 }
 
+// The MAC as written: the writers write the table key's form.
+void PrefetchMapping(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view vnet, mac;
+  if (!NextToken(&rest, &vnet) || !NextToken(&rest, &mac)) return;
+  const uint32_t v = LeadingNumber(vnet);
+  if (v < kNumVnets && db->dhcp[v].exists()) db->dhcp[v].hash()->Prefetch(mac);
+}
+
 [[nodiscard]]
 bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
@@ -119,6 +127,7 @@ constexpr RecordFamily kDhcpMappingRecords = {
     .format = FormatMapping,
     .free = NetCfgDHCPMACToIPFreeEntry,
     .sortForRewrite = nullptr,
+    .prefetch = PrefetchMapping,
 };
 
 }  // namespace nxc

@@ -11,7 +11,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <bit>
 #include <string_view>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "base/config_file.h"
 #include "base/line_reader.h"
@@ -30,21 +35,33 @@ constexpr size_t kMaxLineLength = 1024;  // of the version line
 constexpr uint32_t kSupportedMajor = 1;
 constexpr char kProductConfigPath[] = "/etc/zymtra/config";
 
+// A record line split off the block, its keyword looked up.
+struct RecordLine {
+  const char *text;  // NUL-terminated where the line ended
+  bool hasWord;
+  const RecordFamily *family;  // null when the first word is no keyword
+  uint32_t type;
+  std::string_view rest;  // after the keyword and its blank
+};
+
+// Looks up the keyword of a line whose text is its first length bytes, and
+// (when prefetch) has its family fetch what replaying the line will read.
+RecordLine TakeRecordLine(NXCNetworkConfigurationDB *db, const char *text, size_t length,
+                          bool prefetch) {
+  RecordLine line{text, false, nullptr, 0, std::string_view(text, length)};
+  std::string_view word;
+  line.hasWord = NextToken(&line.rest, &word);
+  if (line.hasWord) line.family = FamilyOfKeyword(word, &line.type);
+  if (prefetch && line.family && line.family->prefetch) line.family->prefetch(db, line.rest);
+  return line;
+}
+
 // Replays one record line. Lines whose first word is no keyword are
 // ignored without a message; the file has no other kind of comment.
-void ParseRecordLine(NXCNetworkConfigurationDB *db, const char *line, uint32_t lineNumber) {
-  std::string_view rest(line);
-  std::string_view word;
-  if (!NextToken(&rest, &word)) {
+void ReplayRecordLine(NXCNetworkConfigurationDB *db, const RecordLine &line, uint32_t lineNumber) {
+  if (!line.hasWord || (line.family && !line.family->parse(db, line.type, line.rest)))
     NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
-           line);
-    return;
-  }
-  uint32_t type = 0;
-  const RecordFamily *family = FamilyOfKeyword(word, &type);
-  if (family && !family->parse(db, type, rest))
-    NXCLog(LOG_ERR, "NXCNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber,
-           line);
+           line.text);
 }
 
 // ---- The version line --------------------------------------------------------
@@ -90,6 +107,58 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
   return VersionLine::kOk;
 }
 
+// The bytes a record block has beyond its capacity: room for the NUL after
+// an unfinished last line, and for FindLineEnd to read a word past the data.
+constexpr size_t kBlockSlack = 16;
+
+// How many record lines are taken ahead of the one being replayed, in a
+// file large enough for its tables to outgrow the processor's caches; a
+// smaller file's lines are replayed as they are taken.
+constexpr size_t kLinesAhead = 4;
+constexpr off_t kPrefetchFileSize = 2 << 20;
+
+// The first '\n' in [p, end), or null when there is none; *textEnd is the
+// first NUL or '\n' from p on, where the line's text ends (end when neither
+// comes before it). Reads a word at a time, and so up to kBlockSlack - 1
+// bytes past end, which must be NULs.
+char *FindLineEnd(char *p, char *end, char **textEnd) {
+  *textEnd = nullptr;
+  for (;;) {
+    // The first NUL or '\n' in the word at p, as an offset; kStep when none.
+    size_t offset;
+#ifdef __SSE2__
+    constexpr size_t kStep = 16;
+    const __m128i word = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    const unsigned marks = static_cast<unsigned>(_mm_movemask_epi8(
+        _mm_or_si128(_mm_cmpeq_epi8(word, _mm_setzero_si128()), _mm_cmpeq_epi8(word, _mm_set1_epi8('\n')))));
+    offset = marks ? static_cast<size_t>(__builtin_ctz(marks)) : kStep;
+#else
+    constexpr size_t kStep = 8;
+    constexpr uint64_t kLows = 0x7f7f7f7f7f7f7f7full, kNewlines = 0x0a0a0a0a0a0a0a0aull;
+    // The high bit of each byte of w that is NUL, and of no other: the sum
+    // of a byte's low seven bits and 0x7f carries into its high bit, and
+    // never into the next byte, unless they are all zero.
+    auto nuls = [](uint64_t w) { return ~(((w & kLows) + kLows) | w | kLows); };
+    uint64_t word;
+    memcpy(&word, p, sizeof word);
+    const uint64_t marks = nuls(word) | nuls(word ^ kNewlines);
+    offset = !marks                                       ? kStep
+             : std::endian::native == std::endian::little ? __builtin_ctzll(marks) / 8
+                                                          : __builtin_clzll(marks) / 8;
+#endif
+    static_assert(kStep <= kBlockSlack);
+    if (offset == kStep) {
+      p += kStep;
+      continue;
+    }
+    char *hit = p + offset;
+    if (!*textEnd) *textEnd = hit < end ? hit : end;
+    if (hit >= end) return nullptr;
+    if (*hit == '\n') return hit;
+    p = hit + 1;
+  }
+}
+
 // Reads every record after the version line; false on a read error. Lines
 // are read whole, however long, in large blocks split in place. A last
 // line without its end is what a writer that died while appending leaves:
@@ -98,11 +167,16 @@ VersionLine ReadVersionLine(NXCNetworkConfigurationDB *db, FILE *reader, const c
 [[nodiscard]]
 bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLineNumber,
                  const char *fn, bool *endsLine) {
-  constexpr size_t kBlock = 256 * 1024;
+  // Small enough to come from the heap, whose pages the entries reuse
+  // afterwards, instead of a mapping of its own to fault in and drop again.
+  constexpr size_t kBlock = 64 * 1024;
   size_t capacity = kBlock, held = 0;
-  char *block = static_cast<char *>(malloc(capacity + 1));
+  char *block = static_cast<char *>(malloc(capacity + kBlockSlack));
   ScopeGuard freeBlock([&] { free(block); });
   uint32_t lineNumber = firstLineNumber;
+  struct stat st;
+  const bool prefetch = fstat(fileno(reader), &st) == 0 && st.st_size >= kPrefetchFileSize;
+  const size_t linesAhead = prefetch ? kLinesAhead : 1;
   for (;;) {
     if (!block) {
       NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
@@ -125,11 +199,26 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
       return true;
     }
     char *end = block + held + got;
+    memset(end, 0, kBlockSlack);
+    // The lines are taken a few ahead of their replay, so that what a
+    // line's replay reads is on its way while the lines before it replay.
     char *line = block;
-    for (char *newline; (newline = static_cast<char *>(memchr(line, '\n', end - line)));
-         line = newline + 1, ++lineNumber) {
-      *newline = '\0';
-      ParseRecordLine(db, line, lineNumber);
+    RecordLine ahead[kLinesAhead];
+    size_t first = 0, count = 0;
+    for (bool more = true; more || count > 0;) {
+      char *textEnd = nullptr, *newline = more ? FindLineEnd(line, end, &textEnd) : nullptr;
+      more = newline != nullptr;
+      if (more) {
+        *newline = '\0';
+        ahead[(first + count++) % kLinesAhead] =
+            TakeRecordLine(db, line, static_cast<size_t>(textEnd - line), prefetch);
+        line = newline + 1;
+        if (count < linesAhead) continue;
+      }
+      if (count == 0) break;
+      ReplayRecordLine(db, ahead[first], lineNumber++);
+      first = (first + 1) % kLinesAhead;
+      --count;
     }
     // The unfinished line moves to the front; a line longer than the block
     // makes it grow.
@@ -137,7 +226,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
     memmove(block, line, held);
     if (held == capacity) {
       capacity *= 2;
-      char *grown = static_cast<char *>(realloc(block, capacity + 1));
+      char *grown = static_cast<char *>(realloc(block, capacity + kBlockSlack));
       if (!grown) {
         NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
         return false;

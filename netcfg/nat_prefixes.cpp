@@ -140,6 +140,7 @@ constexpr RecordFamily kNatPrefixRecords = {
     .format = FormatPrefix,
     .free = NetCfgPrefixFreeEntry,
     .sortForRewrite = nullptr,
+    .prefetch = nullptr,
 };
 
 }  // namespace nxc

@@ -71,7 +71,7 @@ void NetCfgNATPortFwdFreeEntry(void *p) {
   }
   NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
          static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
-  free(e);
+  FreeEntry(e);
 }
 
 [[nodiscard]]
@@ -80,7 +80,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
                              const char *description) {
   static constexpr char kFn[] = "NetCfgHashAddNATPortFwd";
   const size_t ipSize = strlen(vmIP) + 1, descriptionSize = description ? strlen(description) + 1 : 0;
-  auto *entry = static_cast<NATPortFwdEntry *>(malloc(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
+  auto *entry = static_cast<NATPortFwdEntry *>(AllocEntry(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;
@@ -176,6 +176,15 @@ bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::s
   return true;
 }
 
+void PrefetchForward(NXCNetworkConfigurationDB *db, std::string_view rest) {
+  std::string_view vnet, protocol, port;
+  if (!NextToken(&rest, &vnet) || !NextToken(&rest, &protocol) || !NextToken(&rest, &port)) return;
+  const uint32_t v = LeadingNumber(vnet);
+  const RecordTable<NATPortFwdEntry> *t =
+      v < kNumVnets ? ProtocolTable(db, v, (protocol[0] | 0x20) == 't') : nullptr;
+  if (t && t->exists()) t->hash()->Prefetch(LeadingNumber(port));
+}
+
 [[nodiscard]]
 bool FormatForward(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const NATPortFwdEntry *>(entry);
@@ -206,6 +215,7 @@ constexpr RecordFamily kPortForwardRecords = {
     .format = FormatForward,
     .free = NetCfgNATPortFwdFreeEntry,
     .sortForRewrite = SortForwards,
+    .prefetch = PrefetchForward,
 };
 
 namespace {

@@ -7,7 +7,9 @@
 #include <string.h>
 #include <strings.h>
 
+#include <atomic>
 #include <iterator>
+#include <new>
 
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
@@ -27,6 +29,23 @@ static_assert(std::size(kFamilies) * 2 == NXC_REC_REMOVE_NAT_PREFIX);
   return word.size() == keyword.size() && strncasecmp(word.data(), keyword.data(), word.size()) == 0;
 }
 
+// The family one of whose keywords same() takes word for, in the order of
+// the record types.
+template <class Same>
+const RecordFamily *FindKeyword(std::string_view word, uint32_t *type, Same same) {
+  for (const RecordFamily *family : kFamilies) {
+    if (same(word, family->addKeyword)) {
+      *type = family->addType;
+      return family;
+    }
+    if (same(word, family->removeKeyword)) {
+      *type = family->removeType();
+      return family;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 const RecordFamily *FamilyOfType(uint32_t type) {
@@ -35,17 +54,12 @@ const RecordFamily *FamilyOfType(uint32_t type) {
 }
 
 const RecordFamily *FamilyOfKeyword(std::string_view word, uint32_t *type) {
-  for (const RecordFamily *family : kFamilies) {
-    if (SameWord(word, family->addKeyword)) {
-      *type = family->addType;
-      return family;
-    }
-    if (SameWord(word, family->removeKeyword)) {
-      *type = family->removeType();
-      return family;
-    }
-  }
-  return nullptr;
+  // The writers spell the keywords in lower case, so an exact match settles
+  // nearly every line; no two keywords differ only in case, so trying it
+  // first finds what the comparison without regard to case would.
+  const RecordFamily *family =
+      FindKeyword(word, type, [](std::string_view a, std::string_view b) { return a == b; });
+  return family ? family : FindKeyword(word, type, SameWord);
 }
 
 [[nodiscard]] bool AppendRecord(ByteBuffer *out, uint32_t type, const void *entry) {
@@ -132,6 +146,93 @@ bool AppendRecordsOf(NXCNetworkConfigurationDB *db, std::initializer_list<Record
   if (!buffer || length + 1 > size) return false;
   memcpy(buffer, text, length + 1);
   return true;
+}
+
+// ---- Entry memory --------------------------------------------------------------
+
+namespace {
+
+// The bytes of a block, its header included. An entry larger than a block
+// holds gets a block of its own.
+constexpr size_t kEntryBlockSize = 4096;
+// The entries hold pointers and numbers of at most their width.
+constexpr size_t kEntryAlignment = alignof(void *);
+
+struct EntryBlock {
+  // The block's entries not yet freed, plus one while a thread still cuts
+  // new entries from it.
+  std::atomic<uint32_t> references;
+  uint32_t used;  // bytes from the block's start handed out, this header included
+};
+constexpr size_t kEntryBlockHeader = (sizeof(EntryBlock) + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
+// Each entry is preceded by the address of its block.
+constexpr size_t kEntryHeader = sizeof(EntryBlock *);
+static_assert(kEntryHeader % kEntryAlignment == 0);
+
+void ReleaseBlock(EntryBlock *block) {
+  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    block->~EntryBlock();
+    free(block);
+  }
+}
+
+// A new block of size bytes with one reference, or null.
+EntryBlock *NewEntryBlock(size_t size) {
+  void *memory = malloc(size);
+  return memory ? new (memory) EntryBlock{{1}, kEntryBlockHeader} : nullptr;
+}
+
+// Cuts size bytes (a multiple of kEntryAlignment) for an entry from block.
+void *CutEntry(EntryBlock *block, size_t size) {
+  char *at = reinterpret_cast<char *>(block) + block->used;
+  block->used += static_cast<uint32_t>(kEntryHeader + size);
+  memcpy(at, &block, sizeof block);
+  return at + kEntryHeader;
+}
+
+// The block the thread cuts its entries from. A plain pointer at a fixed
+// offset from the thread pointer (initial-exec: one pointer fits the static
+// TLS room even when the library is opened late), so taking an entry costs
+// no lookup call.
+thread_local EntryBlock *tCurrentEntryBlock __attribute__((tls_model("initial-exec"))) = nullptr;
+
+// Drops the thread's reference to its block when the thread ends. Touched
+// only when the thread takes a new block, which is when it registers.
+struct CurrentEntryBlockRelease {
+  bool armed = false;
+  ~CurrentEntryBlockRelease() {
+    if (tCurrentEntryBlock) ReleaseBlock(tCurrentEntryBlock);
+    tCurrentEntryBlock = nullptr;
+  }
+};
+thread_local CurrentEntryBlockRelease tCurrentEntryBlockRelease;
+
+}  // namespace
+
+void *AllocEntry(size_t size) {
+  size = (size + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
+  if (kEntryBlockHeader + kEntryHeader + size > kEntryBlockSize) {
+    // A block of its own, whose one reference is the entry's.
+    EntryBlock *own = NewEntryBlock(kEntryBlockHeader + kEntryHeader + size);
+    return own ? CutEntry(own, size) : nullptr;
+  }
+  EntryBlock *block = tCurrentEntryBlock;
+  if (!block || block->used + kEntryHeader + size > kEntryBlockSize) {
+    EntryBlock *fresh = NewEntryBlock(kEntryBlockSize);
+    if (!fresh) return nullptr;
+    if (block) ReleaseBlock(block);
+    tCurrentEntryBlock = block = fresh;
+    tCurrentEntryBlockRelease.armed = true;
+  }
+  block->references.fetch_add(1, std::memory_order_relaxed);
+  return CutEntry(block, size);
+}
+
+void FreeEntry(void *entry) {
+  if (!entry) return;
+  EntryBlock *block;
+  memcpy(&block, static_cast<char *>(entry) - kEntryHeader, sizeof block);
+  ReleaseBlock(block);
 }
 
 // ---- Record tables -----------------------------------------------------------

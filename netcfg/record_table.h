@@ -44,9 +44,36 @@ struct RecordFamily {
   // Puts a listing of the family's entries into the order in which the
   // compact rewrite writes them; null keeps the table's own order.
   void (*sortForRewrite)(void **entries, size_t count);
+  // Hints the processor to fetch the table slot that replaying a record
+  // (rest as for parse) will read, before the records ahead of it are
+  // replayed; it reads the fields only as far as it needs and checks
+  // nothing. Null for a family whose tables stay small.
+  void (*prefetch)(NXCNetworkConfigurationDB *db, std::string_view rest);
 
   constexpr uint32_t removeType() const { return addType + 1; }
 };
+
+// The memory of the answer, port forward and DHCP mapping entries. Entries
+// are cut one after the other from blocks of a few kilobytes, each thread
+// filling a block of its own, so that a load's entries lie together in
+// memory and cost no allocation of their own and only a word beyond their
+// size; a block is freed with the last of its entries. Null when memory
+// runs out.
+void *AllocEntry(size_t size);
+// Frees an entry AllocEntry gave; null is fine.
+void FreeEntry(void *entry);
+
+// The value of the decimal digits a token starts with, for a prefetch:
+// nothing checked, and a large number wraps.
+inline uint32_t LeadingNumber(std::string_view token) {
+  uint32_t value = 0;
+  for (char c : token) {
+    const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
+    if (digit > 9) break;
+    value = value * 10 + digit;
+  }
+  return value;
+}
 
 // The five families, each defined beside its code.
 extern const RecordFamily kAnswerRecords;        // answers.cpp

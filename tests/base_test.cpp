@@ -141,6 +141,40 @@ TEST_F(HashTableTest, GrowthKeepsEveryKeyFindableAndTheOrder) {
   EXPECT_EQ(t->Count(), size_t{kCount / 2});
 }
 
+// Removals leave holes in the listing that later insertions and removals
+// squeeze out: the order, the lookups and the walk by index survive them.
+TEST_F(HashTableTest, ListingOrderAndLookupsSurviveRemovalsAndReplacements) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kInteger, 4, FreeEntry));
+  std::vector<uint64_t> expected;
+  auto put = [&](uint64_t n, bool moveToEnd) {
+    void *displaced = nullptr;
+    ASSERT_TRUE(t->Put(NumKey(n), MakeEntry("", n), moveToEnd, &displaced));
+    if (displaced) FreeEntry(displaced);
+  };
+  for (uint64_t n = 0; n < 1000; ++n) put(n, true);
+  for (uint64_t n = 0; n < 1000; n += 2) ASSERT_TRUE(t->Delete(NumKey(n)));
+  for (uint64_t n = 1; n < 1000; n += 2) put(n, /*moveToEnd=*/n % 3 == 0);
+  for (uint64_t n = 1; n < 1000; n += 2) if (n % 3 != 0) expected.push_back(n);
+  for (uint64_t n = 3; n < 1000; n += 6) expected.push_back(n);
+  ASSERT_EQ(t->Count(), expected.size());
+  HashTable::Cursor cursor;
+  for (size_t i = 0; i < expected.size(); ++i) {
+    auto *e = static_cast<Entry *>(t->EntryAt(i, &cursor));
+    ASSERT_EQ(e ? e->number : UINT64_MAX, expected[i]) << "index " << i;
+  }
+  EXPECT_EQ(t->EntryAt(expected.size(), &cursor), nullptr);
+  // Removing the first entry again and again: each time the next one is
+  // first, and the others are still found.
+  for (size_t i = 0; i + 1 < expected.size(); ++i) {
+    HashTable::Cursor before, after;  // a cursor is good until the table changes
+    ASSERT_TRUE(t->Delete(NumKey(static_cast<Entry *>(t->EntryAt(0, &before))->number)));
+    ASSERT_EQ(static_cast<Entry *>(t->EntryAt(0, &after))->number, expected[i + 1]);
+    ASSERT_NE(t->Lookup(NumKey(expected.back())), nullptr);
+  }
+  t.reset();
+  EXPECT_EQ(freedEntries, 1000 + 500);  // each entry made, once
+}
+
 // ---- Strings -------------------------------------------------------------
 
 TEST(StrUtilTest, IntegerConversionTakesOnlyWholeNumbersInRange) {

@@ -131,7 +131,10 @@ TEST_F(NetCfgTest, MalformedRecordsAreLeftOutWithTheirReasons) {
 }
 
 TEST_F(NetCfgTest, JournalReplaysAddsAndRemovesInOrder) {
+  // A value longer than the blocks most entries share replaces another.
+  const std::string longValue(6000, 'w');
   WriteDb(
+      "answer L " + std::string(5000, 'v') + "\nanswer L " + longValue + "\n" +
       "answer A 1\nanswer A 2\nremove_answer B\nanswer B x\nremove_answer B\n"
       "add_nat_portfwd 8 tcp 8080 192.168.56.10 80 web server\n"
       "add_nat_portfwd 8 tcp 8081 192.168.56.11 81\n"
@@ -141,6 +144,7 @@ TEST_F(NetCfgTest, JournalReplaysAddsAndRemovesInOrder) {
   ASSERT_TRUE(Load());
   EXPECT_EQ(Answer("A"), "2");
   EXPECT_EQ(Answer("B"), "<absent>");
+  EXPECT_EQ(Answer("L"), longValue);
   char ip[16], desc[128];
   uint16_t port = 0;
   ASSERT_TRUE(NXCNetCfgLookupNATPortFwd(nullptr, 8, true, 8080, ip, sizeof ip, &port, desc,

@@ -321,20 +321,6 @@ bool HashTable::Snapshot(void ***entries, size_t *count) const noexcept {
   return true;
 }
 
-size_t HashTable::CopyEntriesUnordered(void **out) const noexcept {
-  // A bucket's first node is fetched 16 buckets ahead; 8 buckets ahead it
-  // has come, and the second node of the bucket is fetched.
-  constexpr uint32_t kAhead = 8;
-  size_t n = 0;
-  for (uint32_t b = 0; b < bucketCount_; ++b) {
-    if (b + 2 * kAhead < bucketCount_) __builtin_prefetch(buckets_[b + 2 * kAhead]);
-    if (b + kAhead < bucketCount_ && buckets_[b + kAhead])
-      __builtin_prefetch(buckets_[b + kAhead]->chain);
-    for (const Node *node = buckets_[b]; node; node = node->chain) out[n++] = node->entry;
-  }
-  return n;
-}
-
 void *HashTable::EntryAt(size_t index, Cursor *cursor) const noexcept {
   if (index >= count_) return nullptr;
   size_t p = cursor->position_, at = cursor->index_;

@@ -79,11 +79,6 @@ class HashTable {
   // array, not the entries). An empty table gives a null array and count 0.
   // False, with *entries null, when memory runs out.
   [[nodiscard]] bool Snapshot(void ***entries, size_t *count) const noexcept;
-  // Puts every entry into out (room for Count() of them) in no particular
-  // order, for a caller that sorts them anyway: bucket by bucket, which
-  // lets the memory fetch many nodes at once where the listing order waits
-  // for each node before it can find the next. Returns how many.
-  size_t CopyEntriesUnordered(void **out) const noexcept;
   // A place in the listing order, for walking it by index.
   class Cursor {
     friend class HashTable;

@@ -58,9 +58,10 @@ bool MarkAnswersNotIn(const HashTable *from, const HashTable *to, bool (&differ)
   *same = 0;
   const size_t count = from ? from->Count() : 0;
   if (count == 0) return true;
-  CPtr<void *> entries(static_cast<void **>(malloc(count * sizeof(void *))));
-  if (!entries) return false;
-  const size_t listed = from->CopyEntriesUnordered(entries.get());
+  void **listing = nullptr;
+  size_t listed = 0;
+  if (!from->Snapshot(&listing, &listed)) return false;
+  CPtr<void *> entries(listing);
   constexpr size_t kAhead = 8;
   for (size_t i = 0; i < listed; ++i) {
     if (i + kAhead < listed) __builtin_prefetch(entries.get()[i + kAhead]);

@@ -179,19 +179,20 @@ void SortAnswerLines(AnswerLine *lines, AnswerLine *spare, size_t count, size_t 
             [keys](const AnswerLine &a, const AnswerLine &b) { return KeyBefore(a, b, keys); });
 }
 
-// Every answer but BINDIR, by key. The entries are read in the table's
-// bucket order, each line formatted once; the lines are then sorted and
-// copied out in order.
+// Every answer but BINDIR, by key. Each line is formatted once, in the
+// table's order; the lines are then sorted and copied out in order.
 [[nodiscard]] bool WriteAnswers(const HashTable *table, RecordSink *sink, const char *fn) {
   const size_t count = table ? table->Count() : 0;
   if (count == 0) return true;
-  CPtr<void *> entries(static_cast<void **>(malloc(count * sizeof(void *))));
+  void **listing = nullptr;
+  size_t listed = 0;
+  bool ok = table->Snapshot(&listing, &listed);
+  CPtr<void *> entries(listing);
   CPtr<AnswerLine> lines(static_cast<AnswerLine *>(malloc(count * sizeof(AnswerLine))));
-  if (!entries || !lines) {
+  if (!ok || !lines) {
     NXCLog(LOG_ERR, fn, "Failed to create array of records of type: %u", NXC_REC_ANSWER);
     return false;
   }
-  const size_t listed = table->CopyEntriesUnordered(entries.get());
   // The key is the first field of the line, after the keyword and a blank.
   const size_t keyAt = kAnswerRecords.addKeyword.size() + 1;
   constexpr size_t kAhead = 16;
@@ -244,28 +245,18 @@ uint32_t VnetTableType(size_t t) {
 }
 
 // The entries of the tables [first, last) in listing order, table after
-// table, into out; table t's start at start[t]. The tables are walked side
-// by side, one step of each in turn: the nodes of one table are linked one
-// to the next, so that each step of one walk waits for the step before,
-// but the steps of different walks do not wait on each other. Each entry
-// is asked for as soon as it is known.
-void ListSideBySide(const HashTable *const *tables, const size_t *start, size_t first,
-                    size_t last, void **out) {
-  HashTable::Cursor cursors[kVnetTables];
-  uint16_t active[kVnetTables];
-  size_t activeCount = 0;
-  for (size_t t = first; t < last; ++t)
-    if (start[t + 1] > start[t]) active[activeCount++] = static_cast<uint16_t>(t);
-  for (size_t step = 0; activeCount > 0; ++step) {
-    size_t kept = 0;
-    for (size_t i = 0; i < activeCount; ++i) {
-      const size_t t = active[i];
-      void **slot = out + start[t] + step;
-      *slot = tables[t]->EntryAt(step, &cursors[t]);
+// table, into out; table t's start at start[t]. Each entry is asked for
+// from memory as soon as it is known, so that they have come when they
+// are sorted and written.
+void ListTables(const HashTable *const *tables, const size_t *start, size_t first, size_t last,
+                void **out) {
+  for (size_t t = first; t < last; ++t) {
+    HashTable::Cursor cursor;
+    for (size_t i = 0; start[t] + i < start[t + 1]; ++i) {
+      void **slot = out + start[t] + i;
+      *slot = tables[t]->EntryAt(i, &cursor);
       PrefetchEntries(slot, 1);
-      if (start[t] + step + 1 < start[t + 1]) active[kept++] = static_cast<uint16_t>(t);
     }
-    activeCount = kept;
   }
 }
 
@@ -299,7 +290,7 @@ bool WriteVnetTables(NXCNetworkConfigurationDB *db, RecordSink *sink, size_t *fo
   constexpr size_t kGroupTables = kTablesPerVnet * 16;
   for (size_t t = 0; t < kVnetTables; ++t) {
     if (t % kGroupTables == 0)
-      ListSideBySide(tables, start, t, std::min(t + kGroupTables, kVnetTables), all.get());
+      ListTables(tables, start, t, std::min(t + kGroupTables, kVnetTables), all.get());
     const size_t count = start[t + 1] - start[t];
     const uint32_t type = VnetTableType(t);
     if (!WriteListed(sink, type, all.get() + start[t], count, fn)) return false;

@@ -307,7 +307,10 @@ TEST_F(ServiceTest, DaemonInheritsOnlyItsStandardDescriptors) {
     if (number == 1 || number == 2) {
       EXPECT_EQ(to, kLogPath) << "fd " << fd;
     } else if (fd == argv[2]) {
-      EXPECT_EQ(to.rfind("pipe:", 0), 0u) << to;
+      // Gone already when the daemon closed it after the listing.
+      if (n > 0) {
+        EXPECT_EQ(to.rfind("pipe:", 0), 0u) << to;
+      }
     } else if (number != 0) {
       ADD_FAILURE() << "daemon inherited fd " << fd << " -> " << to;
     }

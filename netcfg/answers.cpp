@@ -7,8 +7,6 @@
 #include <string.h>
 #include <strings.h>
 
-#include <algorithm>
-
 #include "base/str_util.h"
 #include "base/unique_fd.h"
 #include "netcfg/netcfg_priv.h"
@@ -143,35 +141,6 @@ bool FormatAnswer(ByteBuffer *out, std::string_view keyword, bool add, const voi
   return out->AppendAll(keyword, ' ', e.key, ' ', e.value, '\n');
 }
 
-// By key, byte-wise. The keys mostly share their first bytes, so the sort
-// compares the first eight as one number before it compares the rest.
-void SortAnswers(void **entries, size_t count) {
-  auto key = [](void *e) { return static_cast<const NetworkConfigDictionaryEntry *>(e)->key; };
-  struct Keyed {
-    uint64_t head;  // the first eight bytes, big-endian, zero after the end
-    void *entry;
-  };
-  CPtr<Keyed> keyed(static_cast<Keyed *>(malloc(count * sizeof(Keyed))));
-  if (!keyed) {
-    std::sort(entries, entries + count,
-              [&](void *a, void *b) { return strcmp(key(a), key(b)) < 0; });
-    return;
-  }
-  for (size_t i = 0; i < count; ++i) {
-    uint64_t head = 0;
-    const char *k = key(entries[i]);
-    for (int b = 0; b < 8; ++b) {
-      uint8_t c = *k ? static_cast<uint8_t>(*k++) : 0;
-      head = head << 8 | c;
-    }
-    keyed.get()[i] = {head, entries[i]};
-  }
-  std::sort(keyed.get(), keyed.get() + count, [&](const Keyed &a, const Keyed &b) {
-    return a.head != b.head ? a.head < b.head : strcmp(key(a.entry), key(b.entry)) < 0;
-  });
-  for (size_t i = 0; i < count; ++i) entries[i] = keyed.get()[i].entry;
-}
-
 }  // namespace
 
 constexpr RecordFamily kAnswerRecords = {
@@ -182,7 +151,9 @@ constexpr RecordFamily kAnswerRecords = {
     .parse = DictRecordParseFunct,
     .format = FormatAnswer,
     .free = NetCfgFreeEntry,
-    .sortForRewrite = SortAnswers,
+    // The rewrite formats the answers first and sorts the lines by key
+    // (WriteAnswers), byte-wise.
+    .sortForRewrite = nullptr,
     .prefetch = PrefetchAnswer,
 };
 

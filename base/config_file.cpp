@@ -22,7 +22,7 @@ struct KeyValueFile {
 
 namespace {
 
-constexpr uint32_t kBuckets = 32;
+constexpr uint32_t kSettingRoom = 32;
 
 // One setting: the key and the value are stored right after the struct.
 struct Setting {
@@ -110,7 +110,7 @@ KeyValueFile *KeyValueFileLoad(const char *path, char *error, size_t errorSize) 
     SetError(error, errorSize, strerror(errno));
     return nullptr;
   }
-  HashTablePtr settings(HashTable::Create(HashTable::Kind::kString, kBuckets, FreeSetting));
+  HashTablePtr settings(HashTable::Create(HashTable::Kind::kString, kSettingRoom, FreeSetting));
   if (!settings) {
     SetError(error, errorSize, strerror(ENOMEM));
     return nullptr;

@@ -81,8 +81,8 @@ size_t SlotsFor(size_t entries) {
 
 }  // namespace
 
-HashTable *HashTable::Create(Kind kind, uint32_t buckets, FreeEntryFn freeEntry) noexcept {
-  size_t entries = buckets == 0 ? 1 : buckets;
+HashTable *HashTable::Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) noexcept {
+  size_t entries = room == 0 ? 1 : room;
   HashTable *table = new (std::nothrow) HashTable;
   if (!table) return nullptr;
   size_t slots = SlotsFor(entries);

@@ -42,7 +42,7 @@ class HashTable {
   // A new empty table with room for about the given number of entries (it
   // grows as needed). freeEntry may be null (entries are then not freed). Returns
   // null when memory runs out.
-  static HashTable *Create(Kind kind, uint32_t buckets, FreeEntryFn freeEntry) noexcept;
+  static HashTable *Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) noexcept;
   // Frees every entry, then the table. Null is fine.
   static void Destroy(HashTable *table) noexcept;
 

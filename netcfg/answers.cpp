@@ -15,7 +15,7 @@ namespace nxc {
 
 namespace {
 
-constexpr uint32_t kAnswerBuckets = 512;
+constexpr uint32_t kAnswerRoom = 512;
 
 // The entry of key, or null. A missing cache is reported with the caller's
 // name; a missing table or key is not reported.
@@ -39,7 +39,7 @@ namespace {
 [[nodiscard]] bool AddAnswerTexts(HashTable **table, std::string_view key, std::string_view value) {
   static constexpr char kFn[] = "NetCfgHashAddAnswer";
   if (!*table) {
-    *table = HashTable::Create(kAnswerRecords.keyKind, kAnswerBuckets, kAnswerRecords.free);
+    *table = HashTable::Create(kAnswerRecords.keyKind, kAnswerRoom, kAnswerRecords.free);
     if (!*table) {
       NXCLog(LOG_ERR, kFn, "Failed to allcoate hash table");  // sic
       return false;

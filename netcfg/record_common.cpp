@@ -239,8 +239,8 @@ void FreeEntry(void *entry) {
 
 bool RecordTableBase::Create(const RecordFamily &family) {
   // Most tables are per vnet and small; a table grows with its entries.
-  constexpr uint32_t kRecordBuckets = 16;
-  if (!table_) table_ = HashTable::Create(family.keyKind, kRecordBuckets, family.free);
+  constexpr uint32_t kRecordRoom = 16;
+  if (!table_) table_ = HashTable::Create(family.keyKind, kRecordRoom, family.free);
   return table_ != nullptr;
 }
 

@@ -1,16 +1,12 @@
-// whole_file.cpp - a file read whole into memory, and the copy of a file
-// whose content is already in memory.
+// whole_file.cpp - a file read whole into memory, and the owner and mode
+// a file that replaces it takes over.
 #include "base/whole_file.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <fcntl.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "nexcfg_internal.h"
 
 namespace nxc {
 
@@ -47,66 +43,6 @@ bool ReadFileText(FileText *text) noexcept {
 
 bool ReadWholeFile(const char *path, FileText *text) noexcept {
   return OpenFileText(path, text) && ReadFileText(text);
-}
-
-namespace {
-
-constexpr char kCopyFn[] = "NXCCopyFile";
-
-}  // namespace
-
-UniqueFd OpenCopyDestination(const char *destination) noexcept {
-  UniqueFd out(open(destination, O_WRONLY | O_TRUNC | O_CLOEXEC));
-  if (!out) {
-    NXCLog(LOG_ERR, kCopyFn, "Could not open destination file: %s, error: %s", destination,
-           strerror(errno));
-  }
-  return out;
-}
-
-void LogCopyWriteFailure(const char *destination, int err) noexcept {
-  NXCLog(LOG_ERR, kCopyFn, "Writing to destination file: %s failed, error: %s", destination,
-         strerror(err));
-}
-
-void LogCopyFinished(const char *source) noexcept {
-  NXCLog(LOG_INFO2, kCopyFn, "Finished reading from source file: %s", source);
-}
-
-bool CopyFileFrom(std::string_view content, const char *source, const char *destination) noexcept {
-  (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
-  UniqueFd out = OpenCopyDestination(destination);
-  if (!out) return false;
-  while (!content.empty()) {
-    ssize_t written = write(out.get(), content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
-      return false;
-    }
-    content.remove_prefix(static_cast<size_t>(written));
-  }
-  LogCopyFinished(source);
-  return true;
-}
-
-bool BackUpBeforeRewrite(FileText *text, const char *path, const char *backup) noexcept {
-  struct stat now;
-  // The same file still (not replaced since it was opened), one link only.
-  const bool movable = S_ISREG(text->status.st_mode) && text->status.st_nlink == 1 &&
-                       lstat(path, &now) == 0 && now.st_dev == text->status.st_dev &&
-                       now.st_ino == text->status.st_ino;
-  if (movable && rename(path, backup) == 0) {
-    text->fd.reset();
-    LogCopyFinished(path);
-    return true;
-  }
-  if (text->fd && !ReadFileText(text)) {
-    NXCLog(LOG_ERR, kCopyFn, "Could not open source file: %s, error: %s", path,
-           strerror(errno));
-    return false;
-  }
-  return CopyFileFrom(text->View(), path, backup);
 }
 
 void TakeOverOwnerAndMode(int fd, const FileText &old) noexcept {

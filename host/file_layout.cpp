@@ -13,12 +13,14 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <string_view>
+
 #include "base/scope_guard.h"
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
-#include "base/whole_file.h"
 #include "core/api_frame.h"
+#include "host/file_copy.h"
 #include "nexcfg_internal.h"
 
 namespace {
@@ -290,8 +292,56 @@ extern "C" bool NXCFileExists(int32_t vnet, uint32_t type, const char *customNam
   return true;
 }
 
+namespace {
+
+constexpr char kCopyFn[] = "NXCCopyFile";
+
+// The destination side of the file copy, shared by the copy of a file and
+// the copy from memory: the destination (made by the caller) opened
+// truncated for writing, and the log lines of a failed write and of the
+// end of the copy.
+nxc::UniqueFd OpenCopyDestination(const char *destination) {
+  nxc::UniqueFd out(open(destination, O_WRONLY | O_TRUNC | O_CLOEXEC));
+  if (!out) {
+    NXCLog(LOG_ERR, kCopyFn, "Could not open destination file: %s, error: %s", destination,
+           strerror(errno));
+  }
+  return out;
+}
+
+void LogCopyWriteFailure(const char *destination, int err) {
+  NXCLog(LOG_ERR, kCopyFn, "Writing to destination file: %s failed, error: %s", destination,
+         strerror(err));
+}
+
+void LogCopyFinished(const char *source) {
+  NXCLog(LOG_INFO2, kCopyFn, "Finished reading from source file: %s", source);
+}
+
+// The file copy of source to destination for a caller that already holds
+// source's content: the content goes to the destination in one write.
+[[nodiscard]]
+bool CopyFileFrom(std::string_view content, const char *source, const char *destination) {
+  (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
+  nxc::UniqueFd out = OpenCopyDestination(destination);
+  if (!out) return false;
+  while (!content.empty()) {
+    ssize_t written = write(out.get(), content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
+      return false;
+    }
+    content.remove_prefix(static_cast<size_t>(written));
+  }
+  LogCopyFinished(source);
+  return true;
+}
+
+}  // namespace
+
 extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcept {
-  static constexpr char kFn[] = "NXCCopyFile";
+  static constexpr const char *kFn = kCopyFn;
   if (!source || !destination) {
     NXCLog(LOG_ERR, kFn, "Invalid arguments");
     return false;
@@ -302,7 +352,7 @@ extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcep
     NXCLog(LOG_ERR, kFn, "Could not open source file: %s, error: %s", source, strerror(errno));
     return false;
   }
-  nxc::UniqueFd out = nxc::OpenCopyDestination(destination);
+  nxc::UniqueFd out = OpenCopyDestination(destination);
   if (!out) return false;
   char block[kCopyBlock];
   for (;;) {
@@ -316,12 +366,31 @@ extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcep
     // A short write fails the copy as well.
     ssize_t written = write(out.get(), block, (size_t)n);
     if (written != n) {
-      nxc::LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
+      LogCopyWriteFailure(destination, written < 0 ? errno : EIO);
       return false;
     }
   }
-  nxc::LogCopyFinished(source);
+  LogCopyFinished(source);
   return true;
+}
+
+bool nxc::BackUpBeforeRewrite(FileText *text, const char *path, const char *backup) noexcept {
+  struct stat now;
+  // The same file still (not replaced since it was opened), one link only.
+  const bool movable = S_ISREG(text->status.st_mode) && text->status.st_nlink == 1 &&
+                       lstat(path, &now) == 0 && now.st_dev == text->status.st_dev &&
+                       now.st_ino == text->status.st_ino;
+  if (movable && rename(path, backup) == 0) {
+    text->fd.reset();
+    LogCopyFinished(path);
+    return true;
+  }
+  if (text->fd && !ReadFileText(text)) {
+    NXCLog(LOG_ERR, kCopyFn, "Could not open source file: %s, error: %s", path,
+           strerror(errno));
+    return false;
+  }
+  return CopyFileFrom(text->View(), path, backup);
 }
 
 // Record keeping of host files is not kept; the hooks stay so that the

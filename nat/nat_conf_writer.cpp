@@ -14,8 +14,8 @@
 #include "base/str_util.h"
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
-#include "base/whole_file.h"
 #include "core/api_frame.h"
+#include "host/file_copy.h"
 #include "nexcfg_internal.h"
 
 using nxc::ByteBuffer;

@@ -363,19 +363,21 @@ void CompactKeepingPrefixes(const std::string &note) {
   struct stat st;
   if (NXCNetCfgLoad(kDatabasePath, &file, false, /*readOnly=*/true) &&
       NXCNetCfgExportConfigToBuffer(file, &records, &length, false) && stat(kDatabasePath, &st) == 0) {
-    std::string text = "VERSION=1,0\n";
-    text.append(records, length);
     // Another tool may have compacted it while this one waited for the lock.
-    bool due = Overdue(st.st_size, length);
-    DbFile journal = due ? ReadDbFile(kDatabasePath) : DbFile{};
-    for (uint32_t vnet = 0; vnet < NXC_NUM_VNETS; ++vnet)
-      for (const std::string &p : PrefixesOf(journal, static_cast<int>(vnet)))
-        if (NXCNetCfgLookupNATPrefix(file, vnet, p.c_str()))
-          text += "add_nat_prefix " + std::to_string(vnet) + " " + p + "\n";
-    if (int err = due ? ReplaceDatabase(text) : 0)
-      std::fprintf(stderr, "nexcfg: could not compact the database: %s\n", strerror(err));
-    else if (!due || stat(kDatabasePath, &st) == 0)
-      NoteLook(note, st);
+    bool seen = true;  // st is the file as it stands now
+    if (Overdue(st.st_size, length)) {
+      std::string text = "VERSION=1,0\n";
+      text.append(records, length);
+      DbFile journal = ReadDbFile(kDatabasePath);
+      for (uint32_t vnet = 0; vnet < NXC_NUM_VNETS; ++vnet)
+        for (const std::string &p : PrefixesOf(journal, static_cast<int>(vnet)))
+          if (NXCNetCfgLookupNATPrefix(file, vnet, p.c_str()))
+            text += "add_nat_prefix " + std::to_string(vnet) + " " + p + "\n";
+      int err = ReplaceDatabase(text);
+      if (err) std::fprintf(stderr, "nexcfg: could not compact the database: %s\n", strerror(err));
+      seen = err == 0 && stat(kDatabasePath, &st) == 0;
+    }
+    if (seen) NoteLook(note, st);
   }
   free(records);
   if (file) (void)NXCNetCfgUnload(&file, false);

@@ -286,11 +286,12 @@ TEST_F(DhcpTest, FreshFilesMatchTheGoldenFiles) {
        "answer VNET_8_DHCP yes\nanswer VNET_8_NAT yes\n",
        [] { ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.10", "00:50:56:AA:BB:CC")); }, 8, kConf,
        "dhcpd_nat_mapping.conf"},
-      {"host-only with stored lease times",
+      {"host-only with stored lease times and a static mapping",
        "answer VNET_3_HOSTONLY_SUBNET 172.16.5.0\nanswer VNET_3_HOSTONLY_NETMASK 255.255.255.0\n"
        "answer VNET_3_DHCP yes\nanswer VNET_3_DHCP_PARAM_DEFAULT_LEASE_TIME 3600\n"
        "answer VNET_3_DHCP_PARAM_SUB_MAX_LEASE_TIME 600\n",
-       [] {}, 3, "/etc/zymtra/zynet3/dhcpd/dhcpd.conf", "dhcpd_hostonly.conf"},
+       [] { ASSERT_TRUE(NXCDHCPSetIPToMAC(3, "172.16.5.10", "00:50:56:AA:BB:CD")); }, 3,
+       "/etc/zymtra/zynet3/dhcpd/dhcpd.conf", "dhcpd_hostonly.conf"},
   };
   for (const auto &c : kCases) {
     SCOPED_TRACE(c.name);

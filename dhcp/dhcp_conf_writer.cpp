@@ -483,31 +483,27 @@ class BlockHash {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
-  // The same for every entry: the DNS and domain-name lines' ends and, with
-  // NAT, the NetBIOS and routers lines.
-  const std::string_view dns = values.dns, domainName = values.domainName,
-                         netbios = values.netbios, routers = values.routers;
-  while (NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
+  // Everything after an entry's fixed address is the same for every entry:
+  // its DNS and domain-name lines and, with NAT, its NetBIOS and routers
+  // lines. It is put together once.
+  ByteBuffer rest;
+  bool ok = rest.AppendAll(";\n\toption domain-name-servers "sv, values.dns,
+                           ";\n\toption domain-name "sv, values.domainName) &&
+            (!values.nat || rest.AppendAll(";\n\toption netbios-name-servers "sv, values.netbios,
+                                           ";\n\toption routers "sv, values.routers)) &&
+            rest.AppendAll(";\n}\n"sv);
+  const std::string_view entryEnd(rest.Data(), rest.Size());
+  while (ok && NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
     const std::string_view address = ip;
-    const bool ok =
-        values.nat
-            ? out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
-                             ";\n\tfixed-address "sv, address,
-                             ";\n\toption domain-name-servers "sv, dns,
-                             ";\n\toption domain-name "sv, domainName,
-                             ";\n\toption netbios-name-servers "sv, netbios,
-                             ";\n\toption routers "sv, routers, ";\n}\n"sv)
-            : out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
-                             ";\n\tfixed-address "sv, address,
-                             ";\n\toption domain-name-servers "sv, dns,
-                             ";\n\toption domain-name "sv, domainName, ";\n}\n"sv);
-    if (!ok) {
-      int err = errno;
-      NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
-             strerror(err));
-      return false;
-    }
-    hash->CatchUp();
+    ok = out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
+                        ";\n\tfixed-address "sv, address, entryEnd);
+    if (ok) hash->CatchUp();
+  }
+  if (!ok) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
+           strerror(err));
+    return false;
   }
   return true;
 }

@@ -7,6 +7,10 @@
 
 namespace nxc {
 
+// Opens the file a backup is to be made of, as OpenFileText does; when it
+// cannot, logs as the file copy does.
+[[nodiscard]] bool OpenBackupSource(const char *path, FileText *text) noexcept;
+
 // Backs up the file that text was read (or opened, see OpenFileText) from,
 // path, as backup, before path is written anew: by renaming it when that
 // keeps all a copy would (a plain file with a single link), else by a copy

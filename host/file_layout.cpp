@@ -309,6 +309,10 @@ nxc::UniqueFd OpenCopyDestination(const char *destination) {
   return out;
 }
 
+void LogCopySourceFailure(const char *source) {
+  NXCLog(LOG_ERR, kCopyFn, "Could not open source file: %s, error: %s", source, strerror(errno));
+}
+
 void LogCopyWriteFailure(const char *destination, int err) {
   NXCLog(LOG_ERR, kCopyFn, "Writing to destination file: %s failed, error: %s", destination,
          strerror(err));
@@ -349,7 +353,7 @@ extern "C" bool NXCCopyFile(const char *source, const char *destination) noexcep
   (void)NXCCreateFile(-1, NXC_FILE_CUSTOM, destination);
   nxc::UniqueFd in(open(source, O_RDONLY | O_CLOEXEC));
   if (!in) {
-    NXCLog(LOG_ERR, kFn, "Could not open source file: %s, error: %s", source, strerror(errno));
+    LogCopySourceFailure(source);
     return false;
   }
   nxc::UniqueFd out = OpenCopyDestination(destination);
@@ -386,11 +390,16 @@ bool nxc::BackUpBeforeRewrite(FileText *text, const char *path, const char *back
     return true;
   }
   if (text->fd && !ReadFileText(text)) {
-    NXCLog(LOG_ERR, kCopyFn, "Could not open source file: %s, error: %s", path,
-           strerror(errno));
+    LogCopySourceFailure(path);
     return false;
   }
   return CopyFileFrom(text->View(), path, backup);
+}
+
+bool nxc::OpenBackupSource(const char *path, FileText *text) noexcept {
+  if (OpenFileText(path, text)) return true;
+  LogCopySourceFailure(path);
+  return false;
 }
 
 // Record keeping of host files is not kept; the hooks stay so that the

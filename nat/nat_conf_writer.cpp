@@ -229,13 +229,7 @@ struct NatValues {
     return false;
   }
   // The old content is read only when the backup has to be a copy.
-  if (!nxc::OpenFileText(path, old)) {
-    NXCLog(LOG_ERR, "NXCCopyFile", "Could not open source file: %s, error: %s", path,
-           strerror(errno));
-    NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
-    return false;
-  }
-  if (!nxc::BackUpBeforeRewrite(old, path, bakPath)) {
+  if (!nxc::OpenBackupSource(path, old) || !nxc::BackUpBeforeRewrite(old, path, bakPath)) {
     NXCLog(LOG_ERR, fn, "Failed to backup NAT file");
     return false;
   }

@@ -82,24 +82,32 @@ size_t SlotsFor(size_t entries) {
 }  // namespace
 
 HashTable *HashTable::Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) noexcept {
-  size_t entries = room == 0 ? 1 : room;
-  HashTable *table = new (std::nothrow) HashTable;
-  if (!table) return nullptr;
-  size_t slots = SlotsFor(entries);
-  table->slots_ = static_cast<Slot *>(calloc(slots, sizeof(Slot)));
-  table->items_ = static_cast<Item *>(malloc(entries * sizeof(Item)));
-  if (!table->slots_ || !table->items_) {
-    delete table;
-    return nullptr;
-  }
+  const size_t entries = room == 0 ? 1 : room;
+  const size_t slots = SlotsFor(entries);
+  // The table, its first index and its first entry array come in one
+  // allocation: one call, and the three lie together. An array that grows
+  // moves out into one of its own.
+  static_assert(sizeof(HashTable) % alignof(Item) == 0 && alignof(Item) >= alignof(Slot));
+  const size_t itemBytes = entries * sizeof(Item), slotBytes = slots * sizeof(Slot);
+  void *memory = malloc(sizeof(HashTable) + itemBytes + slotBytes);
+  if (!memory) return nullptr;
+  HashTable *table = new (memory) HashTable;
+  char *arrays = static_cast<char *>(memory) + sizeof(HashTable);
+  table->items_ = reinterpret_cast<Item *>(arrays);
+  table->slots_ = reinterpret_cast<Slot *>(arrays + itemBytes);
+  memset(table->slots_, 0, slotBytes);
   table->kind_ = kind;
   table->slotMask_ = slots - 1;
-  table->itemCapacity_ = entries;
+  table->itemCapacity_ = table->firstCapacity_ = entries;
   table->freeEntry_ = freeEntry;
   return table;
 }
 
-void HashTable::Destroy(HashTable *table) noexcept { delete table; }
+void HashTable::Destroy(HashTable *table) noexcept {
+  if (!table) return;
+  table->~HashTable();
+  free(table);
+}
 
 HashTable::~HashTable() {
   if (freeEntry_) {
@@ -107,8 +115,14 @@ HashTable::~HashTable() {
       if (Live(p)) freeEntry_(items_[p].entry);
     }
   }
-  free(items_);
-  free(slots_);
+  if (!OwnsArray(items_)) free(items_);
+  if (!OwnsArray(slots_)) free(slots_);
+}
+
+bool HashTable::OwnsArray(const void *array) const noexcept {
+  return array == static_cast<const void *>(this + 1) ||
+         array == static_cast<const void *>(reinterpret_cast<const char *>(this + 1) +
+                                            firstCapacity_ * sizeof(Item));
 }
 
 uint32_t HashTable::HashOf(HashKey key) const noexcept {
@@ -144,7 +158,7 @@ bool HashTable::Rehash(size_t slotCount) noexcept {
     while (fresh[j].position != 0) j = (j + 1) & mask;
     fresh[j] = slot;
   }
-  free(slots_);
+  if (!OwnsArray(slots_)) free(slots_);
   slots_ = fresh;
   slotMask_ = mask;
   return true;
@@ -178,8 +192,10 @@ bool HashTable::AppendItem(HashKey key, void *entry, uint32_t *position) noexcep
   if (itemCount_ == itemCapacity_) {
     if (itemCapacity_ >= kMaxItems) return false;
     size_t capacity = itemCapacity_ * 2 > kMaxItems ? kMaxItems : itemCapacity_ * 2;
-    Item *grown = static_cast<Item *>(realloc(items_, capacity * sizeof(Item)));
+    Item *grown = static_cast<Item *>(
+        OwnsArray(items_) ? malloc(capacity * sizeof(Item)) : realloc(items_, capacity * sizeof(Item)));
     if (!grown) return false;
+    if (OwnsArray(items_)) memcpy(grown, items_, itemCount_ * sizeof(Item));
     items_ = grown;
     itemCapacity_ = capacity;
   }

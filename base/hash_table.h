@@ -116,6 +116,9 @@ class HashTable {
   [[nodiscard]] bool AppendItem(HashKey key, void *entry, uint32_t *position) noexcept;
   [[nodiscard]] bool Rehash(size_t slotCount) noexcept;
   void Compact() noexcept;
+  // True for the first item or slot array, which lives in the table's own
+  // allocation and is not freed apart from it.
+  [[nodiscard]] bool OwnsArray(const void *array) const noexcept;
 
   Kind kind_ = Kind::kString;
   FreeEntryFn freeEntry_ = nullptr;
@@ -124,6 +127,7 @@ class HashTable {
   Item *items_ = nullptr;
   size_t itemCount_ = 0;  // holes included
   size_t itemCapacity_ = 0;
+  size_t firstCapacity_ = 0;  // of the item array in the table's allocation
   size_t firstLive_ = 0;  // no entry before this position
   // The index: a power of two of slots, probed linearly from a key's hash.
   Slot *slots_ = nullptr;

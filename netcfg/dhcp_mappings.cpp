@@ -35,8 +35,10 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
     NXCLog(LOG_ERR, "NetCfgDHCPMACToIPFreeEntry", "Invalid arguments");  // deliberately logged
     return;
   }
-  NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
-         static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
+  // Checked here first: a whole table's entries are freed at once.
+  if (nxcContext.logMask & LOG_INFO2)
+    NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
+           static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
   FreeEntry(e);
 }
 

@@ -228,11 +228,55 @@ void *AllocEntry(size_t size) {
   return CutEntry(block, size);
 }
 
+namespace {
+
+// The releases an EntryReleaseBatch of this thread holds back: count
+// entries of block, freed but not yet taken off its references.
+struct HeldReleases {
+  bool batching = false;
+  EntryBlock *block = nullptr;
+  uint32_t count = 0;
+};
+thread_local HeldReleases tHeldReleases __attribute__((tls_model("initial-exec")));
+
+void ReleaseHeld(HeldReleases *held) {
+  if (held->count > 0 &&
+      held->block->references.fetch_sub(held->count, std::memory_order_acq_rel) == held->count) {
+    held->block->~EntryBlock();
+    free(held->block);
+  }
+  held->block = nullptr;
+  held->count = 0;
+}
+
+}  // namespace
+
 void FreeEntry(void *entry) {
   if (!entry) return;
   EntryBlock *block;
   memcpy(&block, static_cast<char *>(entry) - kEntryHeader, sizeof block);
-  ReleaseBlock(block);
+  HeldReleases *held = &tHeldReleases;
+  if (!held->batching) {
+    ReleaseBlock(block);
+    return;
+  }
+  // Entries freed together mostly lie together: a run of them in one block
+  // costs one atomic step instead of one each.
+  if (block != held->block) {
+    ReleaseHeld(held);
+    held->block = block;
+  }
+  ++held->count;
+}
+
+EntryReleaseBatch::EntryReleaseBatch() : outer_(tHeldReleases.batching) {
+  tHeldReleases.batching = true;
+}
+
+EntryReleaseBatch::~EntryReleaseBatch() {
+  if (outer_) return;
+  ReleaseHeld(&tHeldReleases);
+  tHeldReleases.batching = false;
 }
 
 // ---- Record tables -----------------------------------------------------------

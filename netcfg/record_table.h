@@ -62,6 +62,20 @@ struct RecordFamily {
 void *AllocEntry(size_t size);
 // Frees an entry AllocEntry gave; null is fine.
 void FreeEntry(void *entry);
+// While one lives, the thread's FreeEntry calls on entries of one block in
+// a row give the block back its references together, when the run ends or
+// the batch does. For freeing many entries at once; one nested in another
+// leaves the work to the outer one.
+class EntryReleaseBatch {
+ public:
+  EntryReleaseBatch();
+  ~EntryReleaseBatch();
+  EntryReleaseBatch(const EntryReleaseBatch &) = delete;
+  EntryReleaseBatch &operator=(const EntryReleaseBatch &) = delete;
+
+ private:
+  bool outer_;
+};
 
 // The value of the decimal digits a token starts with, for a prefetch:
 // nothing checked, and a large number wraps.

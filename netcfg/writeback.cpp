@@ -411,7 +411,10 @@ void SaveChanges(NXCNetworkConfigurationDB *db, const char *fn) {
 }  // namespace
 
 void FreeCache(NXCNetworkConfigurationDB *db) {
-  FreeTables(db);
+  {
+    EntryReleaseBatch batch;
+    FreeTables(db);
+  }
   free(db->path);
   free(db);
 }

@@ -9,16 +9,25 @@
 #include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
-// In the table both texts live in the entry's own allocation, behind it.
+// Both texts are held in the entry: a canonical MAC has a fixed length,
+// and an address the records hold fits kIPTextSize.
 struct DHCPMACToIPEntry {
-  uint32_t vnet;
-  char *mac;  // canonical form, the table key
-  char *ip;
+  char mac[nxc::kMACTextSize];  // canonical form, the table key
+  char ip[nxc::kIPTextSize];
+  uint8_t vnet;
 };
+static_assert(kNumVnets <= 256, "a vnet number fits the entry's byte");
 
 namespace nxc {
 
 namespace {
+
+// The entry of a mapping, for the records of a change; false when a text
+// does not fit.
+[[nodiscard]] bool MakeMapping(uint32_t vnet, const char *mac, const char *ip, DHCPMACToIPEntry *e) {
+  e->vnet = static_cast<uint8_t>(vnet);
+  return CopyOut(mac, e->mac, sizeof e->mac) && CopyOut(ip, e->ip, sizeof e->ip);
+}
 
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
   return db->dhcp[vnet].Find(StrKey(mac));
@@ -38,7 +47,7 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
   // Checked here first: a whole table's entries are freed at once.
   if (nxcContext.logMask & LOG_INFO2)
     NXCLog(LOG_INFO2, "NetCfgDHCPMACToIPFreeEntry", "Free called over vnet; %d, mac: %s, ip: %s",
-           static_cast<int>(e->vnet), e->mac ? e->mac : "", e->ip ? e->ip : "");
+           static_cast<int>(e->vnet), e->mac, e->ip);
   FreeEntry(e);
 }
 
@@ -48,16 +57,12 @@ bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, cons
   static constexpr char kFn[] = "NetCfgHashAddDHCPMACToIP";
   RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
   bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);
-  const size_t macSize = strlen(mac) + 1, ipSize = strlen(ip) + 1;
-  auto *entry = static_cast<DHCPMACToIPEntry *>(
-      created ? AllocEntry(sizeof(DHCPMACToIPEntry) + macSize + ipSize) : nullptr);
-  if (!entry) {
+  auto *entry = static_cast<DHCPMACToIPEntry *>(created ? AllocEntry(sizeof(DHCPMACToIPEntry)) : nullptr);
+  if (!entry || !MakeMapping(vnet, mac, ip, entry)) {
+    FreeEntry(entry);
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
     return false;
   }
-  char *texts = reinterpret_cast<char *>(entry + 1);
-  *entry = {vnet, static_cast<char *>(memcpy(texts, mac, macSize)),
-            static_cast<char *>(memcpy(texts + macSize, ip, ipSize))};
   return t->Put(StrKey(entry->mac), entry, kFn, "DHCP entry already exists, deleting existing entry");
 }
 
@@ -90,7 +95,7 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
     }
     return true;
   }
-  char ip[kIPTextSize];
+  char ip[nxc::kIPTextSize];
   if (!CopyToken(rest, ip) || !NXCIsValidIP(ip)) {
     NXCLog(LOG_WRN, __func__, "Failed to parse IP address or invalid IP address");
     return false;
@@ -113,8 +118,9 @@ void PrefetchMapping(NXCNetworkConfigurationDB *db, std::string_view rest) {
 [[nodiscard]]
 bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const void *entry) {
   const auto &e = *static_cast<const DHCPMACToIPEntry *>(entry);
-  if (!add) return out->AppendAll(keyword, ' ', e.vnet, ' ', e.mac, '\n');
-  return out->AppendAll(keyword, ' ', e.vnet, ' ', e.mac, ' ', e.ip, '\n');
+  const uint32_t vnet = e.vnet;
+  if (!add) return out->AppendAll(keyword, ' ', vnet, ' ', e.mac, '\n');
+  return out->AppendAll(keyword, ' ', vnet, ' ', e.mac, ' ', e.ip, '\n');
 }
 
 }  // namespace
@@ -148,7 +154,8 @@ extern "C" bool NXCNetCfgAddDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32
   char oldIP[kIPTextSize] = "";
   DHCPMACToIPEntry *existing = FindMapping(db, vnet, mac);
   bool hadOld = existing && CopyOut(existing->ip, oldIP, sizeof oldIP);
-  DHCPMACToIPEntry added = {vnet, mac, const_cast<char *>(ip)};
+  DHCPMACToIPEntry added;
+  if (!MakeMapping(vnet, mac, ip, &added)) return false;  // the address was checked
   if (!NetCfgHashAddDHCPMACToIP(db, vnet, mac, ip)) {
     NXCLog(LOG_ERR, kFn, "Failed to add DHCP address mapping for MAC: %s To IP: %s", mac, ip);
     return false;
@@ -180,7 +187,8 @@ extern "C" bool NXCNetCfgRemoveDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
   if (!db || !CanonicalMac(macText, mac)) return false;
   char oldIP[kIPTextSize];
   if (!NXCNetCfgLookupDHCPMACToIP(db, vnet, mac, oldIP, sizeof oldIP)) return false;
-  DHCPMACToIPEntry removed = {vnet, mac, oldIP};
+  DHCPMACToIPEntry removed;
+  if (!MakeMapping(vnet, mac, oldIP, &removed)) return false;  // both come from the table
   if (!NetCfgHashRemoveDHCPMACToIP(db, vnet, mac)) {
     NXCLog(LOG_ERR, kFn, "Failed to remove DHCP address mapping for MAC: %s", mac);
     return false;

@@ -37,6 +37,14 @@ constexpr size_t kMaxLoadNum = 3, kMaxLoadDen = 4;
 // least this many of them.
 constexpr size_t kMinHolesToCompact = 32;
 constexpr size_t kMaxItems = UINT32_MAX - 1;
+// A table made for at most this many entries has no index until it
+// outgrows its first array: a lookup compares a byte of the hash kept for
+// each item, and a key only where that matches.
+constexpr size_t kMaxUnindexed = 16;
+// The position of a key that has no item.
+constexpr size_t kNone = SIZE_MAX;
+
+uint8_t TagOf(uint32_t hash) { return static_cast<uint8_t>(hash >> 24); }
 
 // The finaliser of splitmix64: every input bit affects every output bit,
 // so keys that differ in a few bits (sequential ports, vnet numbers, names
@@ -83,21 +91,26 @@ size_t SlotsFor(size_t entries) {
 
 HashTable *HashTable::Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) noexcept {
   const size_t entries = room == 0 ? 1 : room;
-  const size_t slots = SlotsFor(entries);
-  // The table, its first index and its first entry array come in one
-  // allocation: one call, and the three lie together. An array that grows
-  // moves out into one of its own.
-  static_assert(sizeof(HashTable) % alignof(Item) == 0 && alignof(Item) >= alignof(Slot));
+  const bool indexed = entries > kMaxUnindexed;
+  const size_t slots = indexed ? SlotsFor(entries) : 0;
+  // The table and its first arrays come in one allocation: one call, and
+  // they lie together. An array that grows moves out into one of its own.
+  static_assert(alignof(Item) >= alignof(Slot));
   const size_t itemBytes = entries * sizeof(Item), slotBytes = slots * sizeof(Slot);
-  void *memory = malloc(sizeof(HashTable) + itemBytes + slotBytes);
+  const size_t tagBytes = indexed ? 0 : entries;
+  void *memory = malloc(sizeof(HashTable) + itemBytes + slotBytes + tagBytes);
   if (!memory) return nullptr;
   HashTable *table = new (memory) HashTable;
   char *arrays = static_cast<char *>(memory) + sizeof(HashTable);
   table->items_ = reinterpret_cast<Item *>(arrays);
-  table->slots_ = reinterpret_cast<Slot *>(arrays + itemBytes);
-  memset(table->slots_, 0, slotBytes);
+  if (indexed) {
+    table->slots_ = reinterpret_cast<Slot *>(arrays + itemBytes);
+    memset(table->slots_, 0, slotBytes);
+    table->slotMask_ = slots - 1;
+  } else {
+    table->tags_ = reinterpret_cast<uint8_t *>(arrays + itemBytes);
+  }
   table->kind_ = kind;
-  table->slotMask_ = slots - 1;
   table->itemCapacity_ = table->firstCapacity_ = entries;
   table->freeEntry_ = freeEntry;
   return table;
@@ -136,6 +149,44 @@ bool HashTable::KeysEqual(HashKey a, HashKey b) const noexcept {
 }
 
 bool HashTable::Live(size_t position) const noexcept { return items_[position].entry != kHole; }
+
+HashTable::Place HashTable::Find(HashKey key, uint32_t hash) const noexcept {
+  if (!slots_) {
+    const uint8_t tag = TagOf(hash);
+    for (size_t p = firstLive_; p < itemCount_; ++p) {
+      if (tags_[p] == tag && Live(p) && KeysEqual(items_[p].key, key)) return {kNone, p};
+    }
+    return {kNone, kNone};
+  }
+  const size_t slot = Probe(key, hash);
+  return {slot, slots_[slot].position == 0 ? kNone : slots_[slot].position - 1};
+}
+
+bool HashTable::BuildIndex() noexcept {
+  const size_t capacity = itemCapacity_ * 2, slotCount = SlotsFor(capacity);
+  Item *items = static_cast<Item *>(malloc(capacity * sizeof(Item)));
+  Slot *slots = static_cast<Slot *>(calloc(slotCount, sizeof(Slot)));
+  if (!items || !slots) {
+    free(items);
+    free(slots);
+    return false;
+  }
+  memcpy(items, items_, itemCount_ * sizeof(Item));
+  const size_t mask = slotCount - 1;
+  for (size_t p = firstLive_; p < itemCount_; ++p) {
+    if (!Live(p)) continue;
+    const uint32_t hash = HashOf(items[p].key);
+    size_t j = hash & mask;
+    while (slots[j].position != 0) j = (j + 1) & mask;
+    slots[j] = {hash, static_cast<uint32_t>(p + 1)};
+  }
+  items_ = items;
+  itemCapacity_ = capacity;
+  slots_ = slots;
+  slotMask_ = mask;
+  tags_ = nullptr;
+  return true;
+}
 
 size_t HashTable::Probe(HashKey key, uint32_t hash) const noexcept {
   for (size_t i = hash & slotMask_;; i = (i + 1) & slotMask_) {
@@ -204,7 +255,18 @@ bool HashTable::AppendItem(HashKey key, void *entry, uint32_t *position) noexcep
   return true;
 }
 
-bool HashTable::Add(size_t slot, HashKey key, uint32_t hash, void *entry) noexcept {
+bool HashTable::Add(Place place, HashKey key, uint32_t hash, void *entry) noexcept {
+  if (!slots_) {
+    if (itemCount_ < itemCapacity_) {
+      tags_[itemCount_] = TagOf(hash);
+      items_[itemCount_++] = {key, entry};
+      ++count_;
+      return true;
+    }
+    if (!BuildIndex()) return false;
+    place.slot = Probe(key, hash);
+  }
+  size_t slot = place.slot;
   const size_t slotCount = slotMask_ + 1;
   if ((count_ + 1) * kMaxLoadDen > slotCount * kMaxLoadNum) {
     // A table that cannot grow goes on slower, up to its last free slot.
@@ -231,8 +293,13 @@ void *HashTable::Vacate(size_t position) noexcept {
   return entry;
 }
 
-void *HashTable::Remove(size_t slot) noexcept {
-  void *entry = Vacate(slots_[slot].position - 1);
+void *HashTable::Remove(Place place) noexcept {
+  if (!slots_) {
+    --count_;
+    return Vacate(place.position);
+  }
+  const size_t slot = place.slot;
+  void *entry = Vacate(place.position);
   // Later keys of the probe run move back, so that no probe meets an empty
   // slot before its key.
   for (size_t i = slot, j = slot;;) {
@@ -254,70 +321,79 @@ void *HashTable::Remove(size_t slot) noexcept {
 }
 
 bool HashTable::Insert(HashKey key, void *entry) noexcept {
-  uint32_t hash = HashOf(key);
-  size_t slot = Probe(key, hash);
-  if (slots_[slot].position != 0) return false;
-  return Add(slot, key, hash, entry);
+  const uint32_t hash = HashOf(key);
+  const Place place = Find(key, hash);
+  return place.position == kNone && Add(place, key, hash, entry);
 }
 
 void *HashTable::InsertOrLookup(HashKey key, void *entry, bool *inserted) noexcept {
-  uint32_t hash = HashOf(key);
-  size_t slot = Probe(key, hash);
-  if (slots_[slot].position != 0) {
+  const uint32_t hash = HashOf(key);
+  const Place place = Find(key, hash);
+  if (place.position != kNone) {
     if (inserted) *inserted = false;
-    return items_[slots_[slot].position - 1].entry;
+    return items_[place.position].entry;
   }
-  if (!Add(slot, key, hash, entry)) return nullptr;
+  if (!Add(place, key, hash, entry)) return nullptr;
   if (inserted) *inserted = true;
   return entry;
 }
 
 bool HashTable::Put(HashKey key, void *entry, bool moveToEnd, void **displaced) noexcept {
-  uint32_t hash = HashOf(key);
+  const uint32_t hash = HashOf(key);
   *displaced = nullptr;
-  size_t slot = Probe(key, hash);
-  if (slots_[slot].position == 0) return Add(slot, key, hash, entry);
-  Item &item = items_[slots_[slot].position - 1];
-  if (!moveToEnd || slots_[slot].position == itemCount_) {
+  Place place = Find(key, hash);
+  if (place.position == kNone) return Add(place, key, hash, entry);
+  if (!moveToEnd || place.position + 1 == itemCount_) {
+    Item &item = items_[place.position];
     *displaced = item.entry;
     item = {key, entry};
     return true;
   }
   // The key moves to the end: a new item there, a hole where it stood.
+  if (!slots_) {
+    if (itemCount_ < itemCapacity_) {
+      tags_[itemCount_] = TagOf(hash);
+      items_[itemCount_++] = {key, entry};
+      *displaced = Vacate(place.position);
+      return true;
+    }
+    if (!BuildIndex()) return false;
+    place.slot = Probe(key, hash);  // the new index holds the key
+  }
   uint32_t position = 0;
   if (!AppendItem(key, entry, &position)) return false;
   // Appending may have squeezed the holes out; the slot says where the old
   // item went.
-  *displaced = Vacate(slots_[slot].position - 1);
-  slots_[slot].position = position + 1;
+  *displaced = Vacate(slots_[place.slot].position - 1);
+  slots_[place.slot].position = position + 1;
   return true;
 }
 
 bool HashTable::Delete(HashKey key) noexcept {
-  size_t slot = Probe(key, HashOf(key));
-  if (slots_[slot].position == 0) return false;
+  const Place place = Find(key, HashOf(key));
+  if (place.position == kNone) return false;
   // Remove first: the key usually lives inside the entry being freed.
-  void *entry = Remove(slot);
+  void *entry = Remove(place);
   if (freeEntry_) freeEntry_(entry);
   return true;
 }
 
 void *HashTable::Take(HashKey key) noexcept {
-  size_t slot = Probe(key, HashOf(key));
-  return slots_[slot].position == 0 ? nullptr : Remove(slot);
+  const Place place = Find(key, HashOf(key));
+  return place.position == kNone ? nullptr : Remove(place);
 }
 
 void *HashTable::Lookup(HashKey key) const noexcept {
-  const Slot &slot = slots_[Probe(key, HashOf(key))];
-  return slot.position == 0 ? nullptr : items_[slot.position - 1].entry;
+  const Place place = Find(key, HashOf(key));
+  return place.position == kNone ? nullptr : items_[place.position].entry;
 }
 
 void HashTable::Prefetch(uint64_t key) const noexcept {
-  __builtin_prefetch(&slots_[HashNumber(key) & slotMask_]);
+  if (slots_) __builtin_prefetch(&slots_[HashNumber(key) & slotMask_]);
 }
 
 void HashTable::Prefetch(std::string_view key) const noexcept {
-  __builtin_prefetch(&slots_[HashText(key.data(), key.size()) & slotMask_]);
+  if (slots_) __builtin_prefetch(&slots_[HashText(key.data(), key.size()) & slotMask_]);
 }
 
 size_t HashTable::Count() const noexcept { return count_; }

@@ -1,7 +1,8 @@
 // hash_table.h - string- and integer-keyed hash tables of owned entries.
 //
 // The table stores entry pointers under a key, in an array kept in listing
-// order, with an open-addressed index of that array beside it. A string key is not copied:
+// order, with an open-addressed index of that array beside it (a table
+// made small does without one until it grows). A string key is not copied:
 // it must live as long as its entry (normally it is a field of the entry).
 // Entries are freed with the table's free function when they are deleted
 // or when the table is destroyed. Keys compare exactly (case matters).
@@ -99,18 +100,30 @@ class HashTable {
  private:
   struct Item;
   struct Slot;
+  // Where a key stands: the position of its item (none when absent) and,
+  // in a table with an index, the slot holding the key or the empty slot
+  // where its probe ended.
+  struct Place {
+    size_t slot;
+    size_t position;
+  };
   HashTable() = default;
   ~HashTable();
   uint32_t HashOf(HashKey key) const noexcept;
   [[nodiscard]] bool KeysEqual(HashKey a, HashKey b) const noexcept;
+  Place Find(HashKey key, uint32_t hash) const noexcept;
   // The slot holding key, or the empty slot where its probe ends.
   size_t Probe(HashKey key, uint32_t hash) const noexcept;
+  // Gives a table without an index one, and twice its room for items,
+  // which keep their positions. False, with nothing changed, when memory
+  // runs out.
+  [[nodiscard]] bool BuildIndex() noexcept;
   [[nodiscard]] bool Live(size_t position) const noexcept;
-  // Adds a new key whose probe ended at the empty slot.
-  [[nodiscard]] bool Add(size_t slot, HashKey key, uint32_t hash, void *entry) noexcept;
-  // Removes the key of an occupied slot from the index and its item from
-  // the listing; returns the entry.
-  void *Remove(size_t slot) noexcept;
+  // Adds a new key at the place Find gave for it.
+  [[nodiscard]] bool Add(Place place, HashKey key, uint32_t hash, void *entry) noexcept;
+  // Removes the key Find placed from the index and its item from the
+  // listing; returns the entry.
+  void *Remove(Place place) noexcept;
   // Leaves a hole at position; returns the entry that stood there.
   void *Vacate(size_t position) noexcept;
   [[nodiscard]] bool AppendItem(HashKey key, void *entry, uint32_t *position) noexcept;
@@ -130,7 +143,10 @@ class HashTable {
   size_t firstCapacity_ = 0;  // of the item array in the table's allocation
   size_t firstLive_ = 0;  // no entry before this position
   // The index: a power of two of slots, probed linearly from a key's hash.
+  // A small table has none (null) until it outgrows its first item array;
+  // tags_ then holds a byte of each item's hash, by position.
   Slot *slots_ = nullptr;
+  uint8_t *tags_ = nullptr;
   size_t slotMask_ = 0;
   size_t count_ = 0;
 };

@@ -141,6 +141,33 @@ TEST_F(HashTableTest, GrowthKeepsEveryKeyFindableAndTheOrder) {
   EXPECT_EQ(t->Count(), size_t{kCount / 2});
 }
 
+// A table made small finds its keys without an index until its first
+// array is full of entries and holes; a key moved to the end then takes it
+// over to an index, and nothing is lost or freed twice on the way.
+TEST_F(HashTableTest, SmallTableKeepsOrderAndKeysThroughMovesRemovalsAndGrowth) {
+  HashTablePtr t(HashTable::Create(HashTable::Kind::kString, 4, FreeEntry));
+  for (const char *n : {"a", "b", "c"}) ASSERT_TRUE(Add(t.get(), n));
+  Entry *b2 = MakeEntry("b"), *a2 = MakeEntry("a");
+  void *displaced = nullptr;
+  ASSERT_TRUE(t->Put(StrKey(b2->name), b2, /*moveToEnd=*/false, &displaced));  // stays
+  FreeEntry(displaced);
+  ASSERT_TRUE(t->Put(StrKey(a2->name), a2, /*moveToEnd=*/true, &displaced));  // the last item
+  FreeEntry(displaced);
+  EXPECT_EQ(Names(*t), (std::vector<std::string>{"b", "c", "a"}));
+  ASSERT_TRUE(t->Delete(StrKey("c")));
+  Entry *b3 = MakeEntry("b");
+  ASSERT_TRUE(t->Put(StrKey(b3->name), b3, /*moveToEnd=*/true, &displaced));  // array full
+  FreeEntry(displaced);
+  EXPECT_EQ(Names(*t), (std::vector<std::string>{"a", "b"}));
+  for (const char *n : {"d", "e", "f"}) ASSERT_TRUE(Add(t.get(), n));
+  EXPECT_EQ(Names(*t), (std::vector<std::string>{"a", "b", "d", "e", "f"}));
+  EXPECT_EQ(t->Lookup(StrKey("b")), b3);
+  EXPECT_EQ(t->Lookup(StrKey("c")), nullptr);
+  EXPECT_EQ(t->Count(), 5u);
+  t.reset();
+  EXPECT_EQ(freedEntries, 4 + 5);  // three replaced, one deleted; five left
+}
+
 // Removals leave holes in the listing that later insertions and removals
 // squeeze out: the order, the lookups and the walk by index survive them.
 TEST_F(HashTableTest, ListingOrderAndLookupsSurviveRemovalsAndReplacements) {

@@ -159,8 +159,10 @@ constexpr size_t kEntryBlockSize = 4096;
 constexpr size_t kEntryAlignment = alignof(void *);
 
 struct EntryBlock {
-  // The block's entries not yet freed, plus one while a thread still cuts
-  // new entries from it.
+  // The block's entries not yet freed. While a thread still cuts new
+  // entries from it, kCutting stands in for those it will have cut: the
+  // thread counts them for itself, and settles the count when it moves on
+  // to another block, so that cutting an entry costs no atomic step.
   std::atomic<uint32_t> references;
   uint32_t used;  // bytes from the block's start handed out, this header included
 };
@@ -169,17 +171,22 @@ constexpr size_t kEntryBlockHeader = (sizeof(EntryBlock) + kEntryAlignment - 1) 
 constexpr size_t kEntryHeader = sizeof(EntryBlock *);
 static_assert(kEntryHeader % kEntryAlignment == 0);
 
-void ReleaseBlock(EntryBlock *block) {
-  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+// More than a block's entries can ever be.
+constexpr uint32_t kCutting = uint32_t{1} << 31;
+static_assert(kEntryBlockSize / kEntryHeader < kCutting);
+
+// Takes count references off block, freeing it when none are left.
+void ReleaseBlock(EntryBlock *block, uint32_t count = 1) {
+  if (block->references.fetch_sub(count, std::memory_order_acq_rel) == count) {
     block->~EntryBlock();
     free(block);
   }
 }
 
-// A new block of size bytes with one reference, or null.
-EntryBlock *NewEntryBlock(size_t size) {
+// A new block of size bytes with the given references, or null.
+EntryBlock *NewEntryBlock(size_t size, uint32_t references) {
   void *memory = malloc(size);
-  return memory ? new (memory) EntryBlock{{1}, kEntryBlockHeader} : nullptr;
+  return memory ? new (memory) EntryBlock{{references}, kEntryBlockHeader} : nullptr;
 }
 
 // Cuts size bytes (a multiple of kEntryAlignment) for an entry from block.
@@ -195,15 +202,21 @@ void *CutEntry(EntryBlock *block, size_t size) {
 // TLS room even when the library is opened late), so taking an entry costs
 // no lookup call.
 thread_local EntryBlock *tCurrentEntryBlock __attribute__((tls_model("initial-exec"))) = nullptr;
+// The entries the thread has cut from its block.
+thread_local uint32_t tCutFromCurrent __attribute__((tls_model("initial-exec"))) = 0;
 
-// Drops the thread's reference to its block when the thread ends. Touched
-// only when the thread takes a new block, which is when it registers.
+// Leaves the thread's block with the references of the entries cut from it.
+void SettleCurrentBlock() {
+  if (tCurrentEntryBlock) ReleaseBlock(tCurrentEntryBlock, kCutting - tCutFromCurrent);
+  tCurrentEntryBlock = nullptr;
+  tCutFromCurrent = 0;
+}
+
+// Settles the thread's block when the thread ends. Touched only when the
+// thread takes a new block, which is when it registers.
 struct CurrentEntryBlockRelease {
   bool armed = false;
-  ~CurrentEntryBlockRelease() {
-    if (tCurrentEntryBlock) ReleaseBlock(tCurrentEntryBlock);
-    tCurrentEntryBlock = nullptr;
-  }
+  ~CurrentEntryBlockRelease() { SettleCurrentBlock(); }
 };
 thread_local CurrentEntryBlockRelease tCurrentEntryBlockRelease;
 
@@ -213,18 +226,18 @@ void *AllocEntry(size_t size) {
   size = (size + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
   if (kEntryBlockHeader + kEntryHeader + size > kEntryBlockSize) {
     // A block of its own, whose one reference is the entry's.
-    EntryBlock *own = NewEntryBlock(kEntryBlockHeader + kEntryHeader + size);
+    EntryBlock *own = NewEntryBlock(kEntryBlockHeader + kEntryHeader + size, 1);
     return own ? CutEntry(own, size) : nullptr;
   }
   EntryBlock *block = tCurrentEntryBlock;
   if (!block || block->used + kEntryHeader + size > kEntryBlockSize) {
-    EntryBlock *fresh = NewEntryBlock(kEntryBlockSize);
+    EntryBlock *fresh = NewEntryBlock(kEntryBlockSize, kCutting);
     if (!fresh) return nullptr;
-    if (block) ReleaseBlock(block);
+    SettleCurrentBlock();
     tCurrentEntryBlock = block = fresh;
     tCurrentEntryBlockRelease.armed = true;
   }
-  block->references.fetch_add(1, std::memory_order_relaxed);
+  ++tCutFromCurrent;
   return CutEntry(block, size);
 }
 
@@ -240,11 +253,7 @@ struct HeldReleases {
 thread_local HeldReleases tHeldReleases __attribute__((tls_model("initial-exec")));
 
 void ReleaseHeld(HeldReleases *held) {
-  if (held->count > 0 &&
-      held->block->references.fetch_sub(held->count, std::memory_order_acq_rel) == held->count) {
-    held->block->~EntryBlock();
-    free(held->block);
-  }
+  if (held->count > 0) ReleaseBlock(held->block, held->count);
   held->block = nullptr;
   held->count = 0;
 }

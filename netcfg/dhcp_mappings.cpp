@@ -22,11 +22,13 @@ namespace nxc {
 
 namespace {
 
-// The entry of a mapping, for the records of a change; false when a text
+// Fills the entry of a mapping of a canonical MAC; false when the address
 // does not fit.
-[[nodiscard]] bool MakeMapping(uint32_t vnet, const char *mac, const char *ip, DHCPMACToIPEntry *e) {
+[[nodiscard]] bool MakeMapping(uint32_t vnet, const char (&mac)[kMACTextSize], const char *ip,
+                               DHCPMACToIPEntry *e) {
   e->vnet = static_cast<uint8_t>(vnet);
-  return CopyOut(mac, e->mac, sizeof e->mac) && CopyOut(ip, e->ip, sizeof e->ip);
+  memcpy(e->mac, mac, sizeof e->mac);
+  return CopyOut(ip, e->ip, sizeof e->ip);
 }
 
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
@@ -52,8 +54,8 @@ void NetCfgDHCPMACToIPFreeEntry(void *p) {
 }
 
 [[nodiscard]]
-bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac,
-                              const char *ip) {
+bool NetCfgHashAddDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet,
+                              const char (&mac)[kMACTextSize], const char *ip) {
   static constexpr char kFn[] = "NetCfgHashAddDHCPMACToIP";
   RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
   bool created = t->CreateForVnet(kDhcpMappingRecords, vnet, kFn);

@@ -8,12 +8,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 
 #include "check.h"
 #include "params.h"
+#include "text.h"
 
 namespace nexcfg {
 namespace {
@@ -21,19 +20,13 @@ namespace {
 constexpr char kBlockStart[] = "###### ZYNET DHCP Configuration. Start of \"DO NOT MODIFY SECTION\" #####\n";
 constexpr char kBlockEnd[] = "####### ZYNET DHCP Configuration. End of \"DO NOT MODIFY SECTION\" #######\n";
 
-std::string ReadText(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 bool Exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 
 // The first of the usual places of a program that holds it, or "".
 std::string FindProgram(const std::string &name) {
   std::string path = "/usr/sbin:/sbin:/usr/bin:/bin";
   if (const char *env = getenv("PATH")) path += std::string(":") + env;
-  std::istringstream dirs(path);
-  for (std::string dir; std::getline(dirs, dir, ':');)
+  for (const std::string &dir : SplitText(path, ':'))
     if (!dir.empty() && access((dir + "/" + name).c_str(), X_OK) == 0) return dir + "/" + name;
   return "";
 }
@@ -82,8 +75,7 @@ std::string Sha1(const std::string &text) {
 std::string DhcpdComplaint(const std::string &conf) {
   std::string dhcpd = FindProgram("dhcpd"), output;
   if (dhcpd.empty() || RunProgram({dhcpd, "-t", "-cf", conf, "-lf", "/dev/null"}, &output) == 0) return "";
-  std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string &line : SplitText(output, '\n')) {
     static const char *const kBanner[] = {"Internet Systems Consortium", "Copyright", "All rights reserved",
                                           "For info", "ldap_gssapi_principal"};
     bool banner = std::any_of(std::begin(kBanner), std::end(kBanner),
@@ -176,9 +168,8 @@ void CheckNatFile(const VnetConfig &v, Problems *out) {
   std::string update = "nexcfg nat update " + v.name;
   // The file's "key = value" lines by section.
   std::map<std::string, std::map<std::string, std::string>> file;
-  std::istringstream lines(ReadText(path));
   std::string section;
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string &line : SplitText(ReadText(path), '\n')) {
     if (line.size() > 2 && line[0] == '[' && line.back() == ']') section = line.substr(1, line.size() - 2);
     size_t eq = line.find(" = ");
     if (!line.empty() && line[0] != '#' && eq != std::string::npos)

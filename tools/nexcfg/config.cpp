@@ -8,10 +8,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "params.h"
+#include "text.h"
 
 namespace nexcfg {
 
@@ -48,13 +47,11 @@ constexpr uint32_t kIpCapacity = 16, kMacCapacity = 18, kDescriptionCapacity = 2
 // adapters' ("zynet..."), which are the vnets' subnets themselves.
 std::vector<Route> HostRoutes() {
   std::vector<Route> routes;
-  std::ifstream in("/proc/net/route");
-  std::string line;
-  std::getline(in, line);  // the header
-  while (std::getline(in, line)) {
-    std::istringstream fields(line);
+  std::vector<std::string> lines = SplitText(ReadText("/proc/net/route"), '\n');
+  for (size_t i = 1; i < lines.size(); ++i) {  // after the header
+    Words fields(lines[i]);
     std::string interface, destination, gateway, flags, refs, use, metric, mask;
-    if (!(fields >> interface >> destination >> gateway >> flags >> refs >> use >> metric >> mask)) continue;
+    if (!fields.Next(&interface, &destination, &gateway, &flags, &refs, &use, &metric, &mask)) continue;
     // The kernel prints the addresses' bytes in network order as one
     // host-order number.
     uint32_t net = ntohl(static_cast<uint32_t>(strtoul(destination.c_str(), nullptr, 16)));

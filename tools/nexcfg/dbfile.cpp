@@ -9,14 +9,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <set>
-#include <sstream>
 
 #include "address.h"
 #include "base/answer_keys.h"
 #include "cli.h"
+#include "text.h"
 
 namespace nexcfg {
 namespace {
@@ -57,7 +56,7 @@ bool Replay(const std::string &line, Settings *s) {
   if (blank == std::string::npos) return false;
   std::string keyword = line.substr(0, blank), rest = line.substr(blank + 1);
   LowerAscii(&keyword);
-  std::istringstream words(rest);
+  Words words(rest);
   std::string a, b, c, d, e;
   if (keyword == "answer" || keyword == "remove_answer") {
     size_t end = rest.find(' ');
@@ -73,40 +72,39 @@ bool Replay(const std::string &line, Settings *s) {
   }
   bool add = keyword.rfind("add_", 0) == 0;
   if (keyword == "add_nat_portfwd" || keyword == "remove_nat_portfwd") {
-    if (!(words >> a >> b >> c) || VnetWord(a) < 0) return false;
+    if (!words.Next(&a, &b, &c) || VnetWord(a) < 0) return false;
     LowerAscii(&b);
     std::string name = "forward " + b + " " + c;
     if (!add) {
       (*s)[VnetWord(a)].erase(name);
       return true;
     }
-    if (!(words >> d >> e)) return false;
-    std::string description;
-    std::getline(words, description);
+    if (!words.Next(&d, &e)) return false;
+    std::string description(words.Rest());
     (*s)[VnetWord(a)][name] = d + ":" + e + description;
     return true;
   }
   if (keyword == "add_dhcp_mac_to_ip" || keyword == "remove_dhcp_mac_to_ip") {
-    if (!(words >> a >> b) || VnetWord(a) < 0 || CanonicalMac(b).empty()) return false;
+    if (!words.Next(&a, &b) || VnetWord(a) < 0 || CanonicalMac(b).empty()) return false;
     std::string name = "lease " + CanonicalMac(b);
     if (!add) {
       (*s)[VnetWord(a)].erase(name);
       return true;
     }
-    if (!(words >> c)) return false;
+    if (!words.Next(&c)) return false;
     (*s)[VnetWord(a)][name] = c;
     return true;
   }
   if (keyword == "add_bridge_mapping" || keyword == "remove_bridge_mapping") {
-    if (!(words >> a)) return false;
+    if (!words.Next(&a)) return false;
     Forget(s, "bridge " + a);
     if (!add) return true;
-    if (!(words >> b)) return false;
+    if (!words.Next(&b)) return false;
     (*s)[b == "-1" ? -1 : VnetWord(b)]["bridge " + a] = b == "-1" ? "none" : "yes";
     return b == "-1" || VnetWord(b) >= 0;
   }
   if (keyword == "add_nat_prefix" || keyword == "remove_nat_prefix") {
-    if (!(words >> a >> b) || VnetWord(a) < 0) return false;
+    if (!words.Next(&a, &b) || VnetWord(a) < 0) return false;
     if (add)
       (*s)[VnetWord(a)][kPrefixItem + b] = "yes";
     else
@@ -135,17 +133,14 @@ Settings WithoutPrefixes(Settings s) {
 
 DbFile ReadDbFile(const std::string &path) {
   DbFile file;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return file;
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string text;
+  if (!ReadFile(path, &text)) return file;
   if (LooksBinary(text)) {
     file.form = DbFile::Form::kBinary;
     return file;
   }
-  std::istringstream lines(text);
-  std::string line;
   bool first = true;
-  while (std::getline(lines, line)) {
+  for (std::string line : SplitText(text, '\n')) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (first) {
       first = false;
@@ -259,9 +254,9 @@ std::string FreeBackupName() {
 }
 
 std::string CopyToNewBackup() {
-  std::ifstream in(kDatabasePath, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  for (unsigned n = 0; in && n < kMostBackups; ++n) {
+  std::string text;
+  const bool opened = ReadFile(kDatabasePath, &text);
+  for (unsigned n = 0; opened && n < kMostBackups; ++n) {
     std::string name = BackupName(n);
     int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0 && errno == EEXIST) continue;

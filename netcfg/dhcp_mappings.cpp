@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <array>
+
 #include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -75,6 +77,25 @@ bool NetCfgHashRemoveDHCPMACToIP(NXCNetworkConfigurationDB *db, uint32_t vnet, c
 
 // ---- The record family -------------------------------------------------------
 
+// Copies a MAC as the writers write it (six pairs of upper-case hex digits
+// joined by colons: the canonical form already) into mac; false, leaving
+// the text to the full parse, for any other form.
+[[nodiscard]] bool TakeWrittenMac(std::string_view text, char (&mac)[kMACTextSize]) {
+  static constexpr auto kUpperHex = [] {
+    std::array<bool, 256> digit{};
+    for (const char c : std::string_view("0123456789ABCDEF")) digit[static_cast<unsigned char>(c)] = true;
+    return digit;
+  }();
+  auto hex = [&](size_t i) { return kUpperHex[static_cast<unsigned char>(text[i])]; };
+  if (text.size() != kMACTextSize - 1) return false;
+  for (size_t i = 0; i < text.size(); i += 3) {
+    if (!hex(i) || !hex(i + 1) || (i + 2 < text.size() && text[i + 2] != ':')) return false;
+  }
+  memcpy(mac, text.data(), text.size());
+  mac[text.size()] = '\0';
+  return true;
+}
+
 [[nodiscard]]
 bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
   std::string_view token;
@@ -85,8 +106,9 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
   }
   char macText[32];
   char mac[kMACTextSize];
-  if (!NextToken(&rest, &token) || !CopyToken(token, macText) ||
-      !NXCMACStandardizeFormat(macText, mac)) {
+  if (!NextToken(&rest, &token) ||
+      (!TakeWrittenMac(token, mac) &&
+       (!CopyToken(token, macText) || !NXCMACStandardizeFormat(macText, mac)))) {
     NXCLog(LOG_WRN, __func__, "Failed to parse MAC address or invalid MAC address");
     return false;
   }
@@ -97,7 +119,7 @@ bool DhcpMacRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::
     }
     return true;
   }
-  char ip[nxc::kIPTextSize];
+  char ip[kIPTextSize];
   if (!CopyToken(rest, ip) || !NXCIsValidIP(ip)) {
     NXCLog(LOG_WRN, __func__, "Failed to parse IP address or invalid IP address");
     return false;

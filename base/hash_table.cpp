@@ -13,6 +13,10 @@
 
 #include <new>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace nxc {
 
 struct HashTable::Item {
@@ -41,6 +45,10 @@ constexpr size_t kMaxItems = UINT32_MAX - 1;
 // outgrows its first array: a lookup compares a byte of the hash kept for
 // each item, and a key only where that matches.
 constexpr size_t kMaxUnindexed = 16;
+// Its tags take this many bytes whatever its room, so that they are
+// compared all at once.
+constexpr size_t kTagBytes = 16;
+static_assert(kMaxUnindexed <= kTagBytes && kTagBytes <= 32);
 // The position of a key that has no item.
 constexpr size_t kNone = SIZE_MAX;
 
@@ -59,16 +67,21 @@ uint32_t Mix(uint64_t n) {
 }
 
 uint32_t HashText(const char *s, size_t length) {
-  // Eight bytes at a time, each word stirred into the sum before the next.
+  // Eight bytes at a time, each word stirred into the sum before the next;
+  // the last word of a text of eight bytes or more is its last eight bytes,
+  // which may overlap the word before.
   constexpr uint64_t kStir = 0x9e3779b97f4a7c15ull;
-  uint64_t h = length;
-  for (; length >= 8; length -= 8, s += 8) {
-    uint64_t word;
-    memcpy(&word, s, 8);
-    h = ((h << 5 | h >> 59) ^ word) * kStir;
+  uint64_t h = length, tail = 0;
+  if (length >= 8) {
+    const char *last = s + length - 8;
+    for (uint64_t word; s < last; s += 8) {
+      memcpy(&word, s, 8);
+      h = ((h << 5 | h >> 59) ^ word) * kStir;
+    }
+    memcpy(&tail, last, 8);
+  } else {
+    for (size_t i = 0; i < length; ++i) tail |= uint64_t{static_cast<unsigned char>(s[i])} << (8 * i);
   }
-  uint64_t tail = 0;
-  for (size_t i = 0; i < length; ++i) tail |= uint64_t{static_cast<unsigned char>(s[i])} << (8 * i);
   h = ((h << 5 | h >> 59) ^ tail) * kStir;
   return Mix(h);
 }
@@ -97,7 +110,7 @@ HashTable *HashTable::Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) no
   // they lie together. An array that grows moves out into one of its own.
   static_assert(alignof(Item) >= alignof(Slot));
   const size_t itemBytes = entries * sizeof(Item), slotBytes = slots * sizeof(Slot);
-  const size_t tagBytes = indexed ? 0 : entries;
+  const size_t tagBytes = indexed ? 0 : kTagBytes;
   void *memory = malloc(sizeof(HashTable) + itemBytes + slotBytes + tagBytes);
   if (!memory) return nullptr;
   HashTable *table = new (memory) HashTable;
@@ -109,6 +122,7 @@ HashTable *HashTable::Create(Kind kind, uint32_t room, FreeEntryFn freeEntry) no
     table->slotMask_ = slots - 1;
   } else {
     table->tags_ = reinterpret_cast<uint8_t *>(arrays + itemBytes);
+    memset(table->tags_, 0, tagBytes);
   }
   table->kind_ = kind;
   table->itemCapacity_ = table->firstCapacity_ = entries;
@@ -152,9 +166,22 @@ bool HashTable::Live(size_t position) const noexcept { return items_[position].e
 
 HashTable::Place HashTable::Find(HashKey key, uint32_t hash) const noexcept {
   if (!slots_) {
+    // One bit for each position whose tag matches, of those that may hold
+    // an entry.
     const uint8_t tag = TagOf(hash);
-    for (size_t p = firstLive_; p < itemCount_; ++p) {
-      if (tags_[p] == tag && Live(p) && KeysEqual(items_[p].key, key)) return {kNone, p};
+    uint32_t matches = 0;
+#ifdef __SSE2__
+    static_assert(kTagBytes == sizeof(__m128i));
+    const __m128i tags = _mm_loadu_si128(reinterpret_cast<const __m128i *>(tags_));
+    matches = static_cast<uint32_t>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(tags, _mm_set1_epi8(static_cast<char>(tag)))));
+#else
+    for (size_t p = 0; p < kTagBytes; ++p) matches |= uint32_t{tags_[p] == tag} << p;
+#endif
+    matches &= ((uint32_t{1} << itemCount_) - 1) & ~((uint32_t{1} << firstLive_) - 1);
+    for (; matches != 0; matches &= matches - 1) {
+      const size_t p = static_cast<size_t>(__builtin_ctz(matches));
+      if (Live(p) && KeysEqual(items_[p].key, key)) return {kNone, p};
     }
     return {kNone, kNone};
   }

@@ -116,23 +116,28 @@ namespace nxc {
     scanned = at;
     return (at - lineStart) % (kLineSize - 1) == 0;
   };
-  auto find = [&](std::string_view marker, size_t from) {
-    if (from >= text.size()) return std::string_view::npos;
-    const void *found =
-        memmem(text.data() + from, text.size() - from, marker.data(), marker.size());
+  // The first occurrence of marker in [from, before), or npos.
+  auto find = [&](std::string_view marker, size_t from, size_t before) {
+    before = std::min(before, text.size());
+    if (from >= before) return std::string_view::npos;
+    const void *found = memmem(text.data() + from, before - from, marker.data(), marker.size());
     return found ? static_cast<size_t>(static_cast<const char *>(found) - text.data())
                  : std::string_view::npos;
   };
   const std::string_view startMarker(kStartMarker, kStartMarkerLength);
   const std::string_view endMarker(kEndMarker, kEndMarkerLength);
-  size_t nextStart = find(startMarker, 0), nextEnd = find(endMarker, 0);
+  // Start markers matter only before the end marker that ends the search,
+  // so they are looked for up to the next candidate end only: the two
+  // markers cannot overlap, as the end marker has no newline but its last.
+  size_t nextEnd = find(endMarker, 0, std::string_view::npos);
+  size_t nextStart = find(startMarker, 0, nextEnd);
   while (nextStart != std::string_view::npos || nextEnd != std::string_view::npos) {
     if (nextStart < nextEnd) {
       if (startsPiece(nextStart)) {
         start = static_cast<int64_t>(nextStart);
         NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
       }
-      nextStart = find(startMarker, nextStart + 1);
+      nextStart = find(startMarker, nextStart + 1, nextEnd);
       continue;
     }
     if (startsPiece(nextEnd)) {
@@ -140,7 +145,9 @@ namespace nxc {
       NXCLog(LOG_INFO2, kFn, "Block End identified: %li", static_cast<long>(end));
       break;
     }
-    nextEnd = find(endMarker, nextEnd + 1);
+    const size_t endBefore = nextEnd;
+    nextEnd = find(endMarker, nextEnd + 1, std::string_view::npos);
+    nextStart = find(startMarker, endBefore + 1, nextEnd);
   }
   if (start < 0 || end < 0) {
     NXCLog(LOG_ERR, kFn,

@@ -106,7 +106,8 @@ namespace nxc {
   // line buffer takes it: up to and including a newline, or 255 bytes of a
   // longer line. The markers end in their only newline, so one that starts
   // a piece fills it. Candidates come in increasing order, so the start of
-  // the line they are on is found in one pass over the text.
+  // the line they are on is found in one pass over the text. A later start
+  // marker replaces an earlier one; the first end marker ends the search.
   size_t lineStart = 0, scanned = 0;
   auto startsPiece = [&](size_t at) {
     const void *newline = memrchr(text.data() + scanned, '\n', at - scanned);
@@ -116,38 +117,25 @@ namespace nxc {
     scanned = at;
     return (at - lineStart) % (kLineSize - 1) == 0;
   };
-  // The first occurrence of marker in [from, before), or npos.
-  auto find = [&](std::string_view marker, size_t from, size_t before) {
-    before = std::min(before, text.size());
-    if (from >= before) return std::string_view::npos;
-    const void *found = memmem(text.data() + from, before - from, marker.data(), marker.size());
-    return found ? static_cast<size_t>(static_cast<const char *>(found) - text.data())
-                 : std::string_view::npos;
-  };
   const std::string_view startMarker(kStartMarker, kStartMarkerLength);
   const std::string_view endMarker(kEndMarker, kEndMarkerLength);
-  // Start markers matter only before the end marker that ends the search,
-  // so they are looked for up to the next candidate end only: the two
-  // markers cannot overlap, as the end marker has no newline but its last.
-  size_t nextEnd = find(endMarker, 0, std::string_view::npos);
-  size_t nextStart = find(startMarker, 0, nextEnd);
-  while (nextStart != std::string_view::npos || nextEnd != std::string_view::npos) {
-    if (nextStart < nextEnd) {
-      if (startsPiece(nextStart)) {
-        start = static_cast<int64_t>(nextStart);
+  // Both markers begin with '#', which the generated lines between them
+  // never hold: a search for that one byte passes over them fastest.
+  for (const char *hit = static_cast<const char *>(memchr(text.data(), '#', text.size())); hit;
+       hit = static_cast<const char *>(
+           memchr(hit + 1, '#', text.size() - static_cast<size_t>(hit + 1 - text.data())))) {
+    const size_t at = static_cast<size_t>(hit - text.data());
+    const std::string_view rest = text.substr(at);
+    if (rest.starts_with(startMarker)) {
+      if (startsPiece(at)) {
+        start = static_cast<int64_t>(at);
         NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
       }
-      nextStart = find(startMarker, nextStart + 1, nextEnd);
-      continue;
-    }
-    if (startsPiece(nextEnd)) {
-      end = static_cast<int64_t>(nextEnd) + kEndMarkerLength;
+    } else if (rest.starts_with(endMarker) && startsPiece(at)) {
+      end = static_cast<int64_t>(at) + kEndMarkerLength;
       NXCLog(LOG_INFO2, kFn, "Block End identified: %li", static_cast<long>(end));
       break;
     }
-    const size_t endBefore = nextEnd;
-    nextEnd = find(endMarker, nextEnd + 1, std::string_view::npos);
-    nextStart = find(startMarker, endBefore + 1, nextEnd);
   }
   if (start < 0 || end < 0) {
     NXCLog(LOG_ERR, kFn,

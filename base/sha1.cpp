@@ -223,6 +223,7 @@ void Sha1UpdateBoth(Sha1 *a, const void *aData, Sha1 *b, const void *bData, size
     a->length_ += together;
     b->length_ += together;
   }
+  if (size == together) return;
   a->Update(aIn + together, size - together);
   b->Update(bIn + together, size - together);
 }

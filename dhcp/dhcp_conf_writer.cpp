@@ -468,8 +468,9 @@ class BlockHashes {
     if (whole == 0) return;
     const size_t oldWhole = (old_.size() - oldHashed_) / nxc::kSha1BlockSize * nxc::kSha1BlockSize;
     const size_t both = std::min(whole, oldWhole);
-    nxc::Sha1UpdateBoth(&sha_, text_.Data() + hashed_, &oldSha_, old_.data() + oldHashed_, both);
-    sha_.Update(text_.Data() + hashed_ + both, whole - both);
+    if (both > 0)
+      nxc::Sha1UpdateBoth(&sha_, text_.Data() + hashed_, &oldSha_, old_.data() + oldHashed_, both);
+    if (whole > both) sha_.Update(text_.Data() + hashed_ + both, whole - both);
     hashed_ += whole;
     oldHashed_ += both;
   }

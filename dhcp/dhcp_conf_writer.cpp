@@ -654,6 +654,10 @@ bool Regenerate(uint32_t vnet, const char *path, nxc::FileText *existing, Unique
   reopenLines.WriteOut();
   if (!reopened) return false;
   *existing = {};
+  // Should the kept prefix fail to copy, the lines of the making are
+  // dropped, as a step-by-step writer would never have made them; only the
+  // walk over the mappings has happened, so the next walk does not report
+  // building its array again.
   return WriteConfig(vnet, file->get(), old, bakPath, block, &blockLines, fn);
 }
 
@@ -700,8 +704,8 @@ extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
     blockLines.Stop();
     ok = WriteConfig(vnet, file.get(), {}, "", block, &blockLines, kFn);
     if (!ok) {
-      // An existing file stays as far as it got; its old content is in the
-      // backup. Only a file this call created is taken away again.
+      // A file this call created is taken away again; an existing one that
+      // failed stays as far as it got, its old content in the backup.
       file.reset();
       (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF, nullptr);
     }

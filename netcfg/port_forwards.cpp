@@ -2,8 +2,9 @@
 // keyed by host port. The family's entry and descriptor (keywords, parse,
 // format, free, rewrite order), the in-memory changes that loading and
 // undo make, the NXCNetCfg* calls, each change appended to the database
-// file and undone in the cache when the write fails, and the comparison a
-// merge makes of two caches' forwards.
+// file and undone in the cache when the write fails, the walk over a
+// table that the nat.conf writer reads them by, and the comparison a merge
+// makes of two caches' forwards.
 #include <assert.h>
 #include <stdlib.h>
 #include <string.h>
@@ -333,7 +334,8 @@ extern "C" bool NXCNetCfgRemoveNATPortFwd(NXCNetworkConfigurationDB *cache, uint
                                  sizeof description))
     return false;
   bool hadDescription = FindForward(db, vnet, tcp, hostPort)->description != nullptr;
-  NATPortFwdEntry removed = {vnet, tcp, hostPort, vmIP, vmPort, 0, nullptr};
+  NATPortFwdEntry removed = {vnet, tcp, hostPort, vmIP, vmPort,
+                             static_cast<uint8_t>(strlen(vmIP)), nullptr};
   if (!NetCfgHashRemoveNATPortFwd(db, vnet, tcp, hostPort)) {
     NXCLog(LOG_ERR, kFn, "Failed to remove NAT port forward for %s port %u from hash table",
            ProtocolName(tcp), hostPort);

@@ -89,28 +89,77 @@ NXC_SHA_TARGET inline void ShaNiGroup(__m128i &abcd, __m128i (&e)[2], __m128i (&
   if constexpr (G >= 2 && G <= 17) m[(G + 2) % 4] = _mm_xor_si128(m[(G + 2) % 4], m[G % 4]);
 }
 
-template <int... G>
-NXC_SHA_TARGET inline void ShaNiGroups(__m128i &abcd, __m128i (&e)[2], __m128i (&m)[4],
-                                       const uint8_t *data,
-                                       std::integer_sequence<int, G...>) noexcept {
-  (ShaNiGroup<G>(abcd, e, m, data), ...);
+// The state of one message as the instructions keep it: a, b, c, d in one
+// register, a in the top lane, and e in the top lane of another.
+struct ShaNiState {
+  __m128i abcd, e0;
+};
+
+NXC_SHA_TARGET inline ShaNiState ShaNiLoad(const uint32_t h[5]) noexcept {
+  return {_mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(h)), 0x1B),
+          _mm_set_epi32(static_cast<int>(h[4]), 0, 0, 0)};
+}
+
+NXC_SHA_TARGET inline void ShaNiStore(const ShaNiState &s, uint32_t h[5]) noexcept {
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(h), _mm_shuffle_epi32(s.abcd, 0x1B));
+  h[4] = static_cast<uint32_t>(_mm_extract_epi32(s.e0, 3));
+}
+
+// The lanes of N messages: the state between blocks and the schedule
+// registers within one.
+template <size_t N>
+struct ShaNiLanes {
+  ShaNiState s[N];
+  __m128i e[N][2], m[N][4];
+  const uint8_t *in[N];
+};
+
+// Group G of the steps of the current block, message after message.
+template <int G, size_t N>
+NXC_SHA_TARGET inline void ShaNiGroupEach(ShaNiLanes<N> &l) noexcept {
+#pragma GCC unroll 2
+  for (size_t i = 0; i < N; ++i) ShaNiGroup<G>(l.s[i].abcd, l.e[i], l.m[i], l.in[i]);
+}
+
+// The eighty steps of one block of each message, the two interleaved group
+// by group so that each fills the other's waits.
+template <size_t N, int... G>
+NXC_SHA_TARGET inline void ShaNiBlock(ShaNiLanes<N> &l, std::integer_sequence<int, G...>) noexcept {
+  ShaNiState before[N];
+#pragma GCC unroll 2
+  for (size_t i = 0; i < N; ++i) {
+    before[i] = l.s[i];
+    l.e[i][0] = l.s[i].e0;
+    l.e[i][1] = _mm_setzero_si128();
+  }
+  (ShaNiGroupEach<G>(l), ...);
+#pragma GCC unroll 2
+  for (size_t i = 0; i < N; ++i) {
+    // Group 19 left the last a in e[0]; it becomes e of the next block.
+    l.s[i].e0 = _mm_sha1nexte_epu32(l.e[i][0], before[i].e0);
+    l.s[i].abcd = _mm_add_epi32(l.s[i].abcd, before[i].abcd);
+  }
 }
 
 NXC_SHA_TARGET void ShaNiBlocks(uint32_t h[5], const uint8_t *data, size_t count) noexcept {
-  // The instructions keep a, b, c, d in one register, a in the top lane.
-  __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(h)), 0x1B);
-  __m128i e0 = _mm_set_epi32(static_cast<int>(h[4]), 0, 0, 0);
-  for (; count > 0; --count, data += kBlockSize) {
-    const __m128i abcdBefore = abcd, eBefore = e0;
-    __m128i e[2] = {e0, _mm_setzero_si128()};
-    __m128i m[4];
-    ShaNiGroups(abcd, e, m, data, std::make_integer_sequence<int, 20>());
-    // Group 19 left the last a in e[0]; it becomes e of the next block.
-    e0 = _mm_sha1nexte_epu32(e[0], eBefore);
-    abcd = _mm_add_epi32(abcd, abcdBefore);
-  }
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(h), _mm_shuffle_epi32(abcd, 0x1B));
-  h[4] = static_cast<uint32_t>(_mm_extract_epi32(e0, 3));
+  ShaNiLanes<1> l;
+  l.s[0] = ShaNiLoad(h);
+  for (l.in[0] = data; count > 0; --count, l.in[0] += kBlockSize)
+    ShaNiBlock(l, std::make_integer_sequence<int, 20>());
+  ShaNiStore(l.s[0], h);
+}
+
+NXC_SHA_TARGET void ShaNiBlocksBoth(uint32_t ha[5], const uint8_t *a, uint32_t hb[5],
+                                    const uint8_t *b, size_t count) noexcept {
+  ShaNiLanes<2> l;
+  l.s[0] = ShaNiLoad(ha);
+  l.s[1] = ShaNiLoad(hb);
+  l.in[0] = a;
+  l.in[1] = b;
+  for (; count > 0; --count, l.in[0] += kBlockSize, l.in[1] += kBlockSize)
+    ShaNiBlock(l, std::make_integer_sequence<int, 20>());
+  ShaNiStore(l.s[0], ha);
+  ShaNiStore(l.s[1], hb);
 }
 
 // SHA instructions (leaf 7, EBX bit 29) with the SSSE3 and SSE4.1 that the
@@ -128,6 +177,11 @@ bool CpuHasSha() noexcept {
 bool CpuHasSha() noexcept { return false; }
 void ShaNiBlocks(uint32_t h[5], const uint8_t *data, size_t count) noexcept {
   PortableBlocks(h, data, count);
+}
+void ShaNiBlocksBoth(uint32_t ha[5], const uint8_t *a, uint32_t hb[5], const uint8_t *b,
+                     size_t count) noexcept {
+  PortableBlocks(ha, a, count);
+  PortableBlocks(hb, b, count);
 }
 
 #endif
@@ -152,6 +206,26 @@ Sha1::Sha1() noexcept : h_{0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u, 0
 
 void Sha1::Blocks(const uint8_t *data, size_t count) noexcept {
   gBlocks.load(std::memory_order_relaxed)(h_, data, count);
+}
+
+void Sha1UpdateBoth(Sha1 *a, const void *aData, Sha1 *b, const void *bData, size_t size) noexcept {
+  // Side by side only from block boundaries on; the rest goes one by one.
+  const size_t together = a->used_ == 0 && b->used_ == 0 ? size / kBlockSize * kBlockSize : 0;
+  const uint8_t *aIn = static_cast<const uint8_t *>(aData);
+  const uint8_t *bIn = static_cast<const uint8_t *>(bData);
+  if (together > 0) {
+    if (Sha1UsesCpuInstructions()) {
+      ShaNiBlocksBoth(a->h_, aIn, b->h_, bIn, together / kBlockSize);
+    } else {
+      PortableBlocks(a->h_, aIn, together / kBlockSize);
+      PortableBlocks(b->h_, bIn, together / kBlockSize);
+    }
+    a->length_ += together;
+    b->length_ += together;
+  }
+  if (size == together) return;
+  a->Update(aIn + together, size - together);
+  b->Update(bIn + together, size - together);
 }
 
 void Sha1::Update(const void *data, size_t size) noexcept {

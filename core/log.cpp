@@ -1,5 +1,10 @@
 // log.cpp - the library's log: one line per message, with time and the
 // reporting function's name, written when the level is in the log mask.
+#include "core/log.h"
+
+#include <assert.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -10,7 +15,6 @@
 NXCContext nxcContext = {0, 0, nullptr};
 
 namespace {
-
 
 constexpr uint32_t kMaxLogLevel = 0x7F;
 
@@ -30,24 +34,95 @@ void FormatLogTime(char (&out)[16]) {
   memcpy(out, formatted, sizeof out);
 }
 
+// The hold that keeps this thread's lines, if any.
+thread_local nxc::LogHold *gHold = nullptr;
+
+// A line's time stamp and the blank after it. Write errors are ignored
+// here and below: logging never fails towards its caller.
+void WriteStamp(FILE *stream) {
+  char when[16];
+  FormatLogTime(when);
+  (void)fputs(when, stream);
+  (void)fputc(' ', stream);
+}
+
+// The end of a line: it reaches the file at once.
+void EndLine(FILE *stream) {
+  (void)fputc('\n', stream);
+  (void)fflush(stream);
+}
+
+// Writes a line made earlier (the text after its time stamp).
+void WriteLine(std::string_view text) {
+  FILE *stream = nxcContext.logStream;
+  if (!stream) return;
+  WriteStamp(stream);
+  (void)fwrite(text.data(), 1, text.size(), stream);
+  EndLine(stream);
+}
+
 }  // namespace
+
+nxc::LogHold::LogHold() noexcept : outer_(gHold) { gHold = this; }
+
+nxc::LogHold::~LogHold() { Stop(); }
+
+void nxc::LogHold::Stop() noexcept {
+  if (!holding_) return;
+  assert(gHold == this && "holds stop in the reverse order of their start");
+  gHold = outer_;
+  holding_ = false;
+}
+
+void nxc::LogHold::WriteOut() noexcept {
+  Stop();
+  const char *at = lines_.Data();
+  const char *end = at + lines_.Size();
+  while (at < end) {
+    size_t size;
+    memcpy(&size, at, sizeof size);
+    const std::string_view text(at + sizeof size, size);
+    at += sizeof size + size;
+    if (!gHold || !gHold->Add(text)) WriteLine(text);
+  }
+  lines_.Clear();
+}
+
+bool nxc::LogHold::Add(std::string_view text) noexcept {
+  const size_t size = text.size();
+  // Room for both parts first, so that a line is kept whole or not at all.
+  return lines_.Reserve(sizeof size + size) && lines_.Append(&size, sizeof size) &&
+         lines_.Append(text.data(), size);
+}
+
+bool nxc::LogHold::Keep(const char *fn, const char *format, va_list args) noexcept {
+  if (!gHold) return false;
+  va_list copy;
+  va_copy(copy, args);
+  char *message = nullptr;
+  const int length = vasprintf(&message, format, copy);
+  va_end(copy);
+  if (length < 0) return false;
+  ByteBuffer line;
+  bool kept = line.AppendAll(fn ? fn : "", fn ? " - " : "",
+                             std::string_view(message, static_cast<size_t>(length))) &&
+              gHold->Add({line.Data(), line.Size()});
+  free(message);
+  return kept;
+}
 
 extern "C" void NXCVLog(uint32_t level, const char *fn, const char *format,
                         va_list args) noexcept {
   FILE *stream = nxcContext.logStream;
   if ((level & nxcContext.logMask) == 0 || !stream) return;
-  char when[16];
-  FormatLogTime(when);
-  // Write errors are ignored: logging never fails towards its caller.
-  (void)fputs(when, stream);
-  (void)fputc(' ', stream);
+  if (nxc::LogHold::Keep(fn, format, args)) return;
+  WriteStamp(stream);
   if (fn) {
     (void)fputs(fn, stream);
     (void)fputs(" - ", stream);
   }
   (void)vfprintf(stream, format, args);
-  (void)fputc('\n', stream);
-  (void)fflush(stream);
+  EndLine(stream);
 }
 
 extern "C" void NXCLog(uint32_t level, const char *fn, const char *format, ...) noexcept {

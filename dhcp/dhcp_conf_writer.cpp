@@ -27,6 +27,7 @@
 #include "base/text_sizes.h"
 #include "base/unique_fd.h"
 #include "core/api_frame.h"
+#include "core/log.h"
 #include "dhcp/dhcp_priv.h"
 #include "host/file_copy.h"
 #include "nexcfg_internal.h"
@@ -105,7 +106,8 @@ namespace nxc {
   // line buffer takes it: up to and including a newline, or 255 bytes of a
   // longer line. The markers end in their only newline, so one that starts
   // a piece fills it. Candidates come in increasing order, so the start of
-  // the line they are on is found in one pass over the text.
+  // the line they are on is found in one pass over the text. A later start
+  // marker replaces an earlier one; the first end marker ends the search.
   size_t lineStart = 0, scanned = 0;
   auto startsPiece = [&](size_t at) {
     const void *newline = memrchr(text.data() + scanned, '\n', at - scanned);
@@ -115,31 +117,25 @@ namespace nxc {
     scanned = at;
     return (at - lineStart) % (kLineSize - 1) == 0;
   };
-  auto find = [&](std::string_view marker, size_t from) {
-    if (from >= text.size()) return std::string_view::npos;
-    const void *found =
-        memmem(text.data() + from, text.size() - from, marker.data(), marker.size());
-    return found ? static_cast<size_t>(static_cast<const char *>(found) - text.data())
-                 : std::string_view::npos;
-  };
   const std::string_view startMarker(kStartMarker, kStartMarkerLength);
   const std::string_view endMarker(kEndMarker, kEndMarkerLength);
-  size_t nextStart = find(startMarker, 0), nextEnd = find(endMarker, 0);
-  while (nextStart != std::string_view::npos || nextEnd != std::string_view::npos) {
-    if (nextStart < nextEnd) {
-      if (startsPiece(nextStart)) {
-        start = static_cast<int64_t>(nextStart);
+  // Both markers begin with '#', which the generated lines between them
+  // never hold: a search for that one byte passes over them fastest.
+  for (const char *hit = static_cast<const char *>(memchr(text.data(), '#', text.size())); hit;
+       hit = static_cast<const char *>(
+           memchr(hit + 1, '#', text.size() - static_cast<size_t>(hit + 1 - text.data())))) {
+    const size_t at = static_cast<size_t>(hit - text.data());
+    const std::string_view rest = text.substr(at);
+    if (rest.starts_with(startMarker)) {
+      if (startsPiece(at)) {
+        start = static_cast<int64_t>(at);
         NXCLog(LOG_INFO2, kFn, "Block Start identified: %li", static_cast<long>(start));
       }
-      nextStart = find(startMarker, nextStart + 1);
-      continue;
-    }
-    if (startsPiece(nextEnd)) {
-      end = static_cast<int64_t>(nextEnd) + kEndMarkerLength;
+    } else if (rest.starts_with(endMarker) && startsPiece(at)) {
+      end = static_cast<int64_t>(at) + kEndMarkerLength;
       NXCLog(LOG_INFO2, kFn, "Block End identified: %li", static_cast<long>(end));
       break;
     }
-    nextEnd = find(endMarker, nextEnd + 1);
   }
   if (start < 0 || end < 0) {
     NXCLog(LOG_ERR, kFn,
@@ -156,16 +152,20 @@ namespace nxc {
 
 namespace {
 
-// The block of the existing file whose hash matches the stored one, or {0, 0}
-// when the block is missing, cannot be hashed or was edited.
-DhcpBlockPos FindUnmodifiedBlock(uint32_t vnet, std::string_view file, const char *fn) {
-  DhcpBlockPos pos;
-  if (!LocateDhcpBlock(file, &pos)) return {};
+// Finds the block of the existing file; false when it has none.
+[[nodiscard]] bool LocateBlock(std::string_view file, DhcpBlockPos *pos, const char *fn) {
+  if (!LocateDhcpBlock(file, pos)) return false;
   NXCLog(LOG_INFO2, fn, "Located positions: Start: %li, End: %li, Size: %li",
-         static_cast<long>(pos.start), static_cast<long>(pos.end),
-         static_cast<long>(pos.end - pos.start));
-  CPtr<char> fresh(HashText(file.substr(static_cast<size_t>(pos.start),
-                                        static_cast<size_t>(pos.end - pos.start))));
+         static_cast<long>(pos->start), static_cast<long>(pos->end),
+         static_cast<long>(pos->end - pos->start));
+  return true;
+}
+
+// The located block when its digest matches the stored hash, else {0, 0}:
+// the block cannot be hashed, has no stored hash or was edited.
+DhcpBlockPos JudgeBlock(uint32_t vnet, const DhcpBlockPos &pos,
+                        const uint8_t (&digest)[nxc::kSha1DigestSize], const char *fn) {
+  CPtr<char> fresh(HashString(digest));
   if (!fresh) {
     NXCLog(LOG_ERR, fn,
            "Hash for DHCP config could not be calculated, creating a new config file and backing "
@@ -454,32 +454,48 @@ struct DhcpValues {
   return true;
 }
 
-// The SHA-1 of the block, taken while the block is being made: every whole
-// 64-byte piece is hashed as soon as it stands, while it is still in the
-// cache, and the rounds run alongside the formatting of what follows.
-class BlockHash {
+// The SHA-1 of the new block, taken while the block is being made, and of
+// the old file's block beside it. Every whole 64-byte piece of the new
+// block is hashed as soon as it stands, while it is still in the cache,
+// together with the same stretch of the old block: the rounds of the two
+// run side by side, and alongside the formatting of what follows.
+class BlockHashes {
  public:
-  BlockHash(const ByteBuffer &text, size_t blockStart) : text_(text), hashed_(blockStart) {}
+  BlockHashes(const ByteBuffer &text, size_t blockStart, std::string_view old)
+      : text_(text), hashed_(blockStart), old_(old) {}
   void CatchUp() {
     const size_t whole = (text_.Size() - hashed_) / nxc::kSha1BlockSize * nxc::kSha1BlockSize;
     if (whole == 0) return;
-    sha_.Update(text_.Data() + hashed_, whole);
+    const size_t oldWhole = (old_.size() - oldHashed_) / nxc::kSha1BlockSize * nxc::kSha1BlockSize;
+    const size_t both = std::min(whole, oldWhole);
+    if (both > 0)
+      nxc::Sha1UpdateBoth(&sha_, text_.Data() + hashed_, &oldSha_, old_.data() + oldHashed_, both);
+    if (whole > both) sha_.Update(text_.Data() + hashed_ + both, whole - both);
     hashed_ += whole;
+    oldHashed_ += both;
   }
   void Finish(uint8_t (&digest)[nxc::kSha1DigestSize]) {
     sha_.Update(text_.Data() + hashed_, text_.Size() - hashed_);
     sha_.Final(digest);
   }
+  // The old block's digest; what the new block did not take along is
+  // hashed alone.
+  void FinishOld(uint8_t (&digest)[nxc::kSha1DigestSize]) {
+    oldSha_.Update(old_.data() + oldHashed_, old_.size() - oldHashed_);
+    oldSha_.Final(digest);
+  }
 
  private:
   const ByteBuffer &text_;
   size_t hashed_;
-  nxc::Sha1 sha_;
+  std::string_view old_;
+  size_t oldHashed_ = 0;
+  nxc::Sha1 sha_, oldSha_;
 };
 
 // One entry per static mapping, in the table's enumeration order.
 [[nodiscard]] bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values,
-                                      BlockHash *hash, const char *fn) {
+                                      BlockHashes *hash, const char *fn) {
   uint32_t cookie = 0;
   char ip[kIPTextSize] = "";
   char mac[kMACTextSize] = "";
@@ -524,11 +540,51 @@ class BlockHash {
   return true;
 }
 
+// The new block, made whole in memory before it is written.
+struct NewBlock {
+  ByteBuffer text;
+  bool made = false;
+  uint8_t digest[nxc::kSha1DigestSize] = {};
+};
+
+// Makes the new block into block->text: its start, the global values, the
+// subnet, the host's entry and the static entries. False (logged) on the
+// first step that fails.
+[[nodiscard]] bool FormatBlock(uint32_t vnet, ByteBuffer *text, BlockHashes *hash,
+                               const char *fn) {
+  if (!WriteBlockStart(text, fn) || !WriteGlobalValues(vnet, text, fn)) return false;
+  DhcpValues values;
+  values.nat = NXCGetVnetUseNAT(vnet);
+  if (!WriteSubnet(vnet, text, &values, fn) || !WriteHostEntry(vnet, text, values.nat, fn) ||
+      !WriteStaticEntries(vnet, text, values, hash, fn))
+    return false;
+  if (!text->Append(kEndMarker, kEndMarkerLength)) {
+    int err = errno;
+    NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
+           strerror(err));
+    return false;
+  }
+  return true;
+}
+
+// Makes and hashes the new block and, beside it, hashes the old block
+// (empty when there is none) into oldDigest.
+void MakeBlock(uint32_t vnet, std::string_view oldBlock, size_t sizeHint, NewBlock *block,
+               uint8_t (&oldDigest)[nxc::kSha1DigestSize], const char *fn) {
+  // Without room (a failure shows in the appends), the buffer grows as it goes.
+  (void)block->text.Reserve(sizeHint);
+  BlockHashes hash(block->text, 0, oldBlock);
+  block->made = FormatBlock(vnet, &block->text, &hash, fn);
+  if (block->made) hash.Finish(block->digest);
+  hash.FinishOld(oldDigest);
+}
+
 // Everything after the file was opened for writing: the kept prefix (or the
-// header), the block, its hash, the kept suffix and the leases file.
-// oldSize, the old file's size, foretells about how much there is to write.
+// header), the block made beforehand with the lines of its making, its
+// hash, the kept suffix and the leases file.
 [[nodiscard]] bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old,
-                               const char *bakPath, size_t oldSize, const char *fn) {
+                               const char *bakPath, const NewBlock &block, nxc::LogHold *blockLines,
+                               const char *fn) {
   if (old.start != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
     if (!NXCCopyFileData(0, old.start, bakPath, file)) {
@@ -537,30 +593,18 @@ class BlockHash {
     }
     NXCLog(LOG_INFO2, fn, "Copying is done");
   }
-  // The header and the block are made whole in memory and written in one
-  // piece; the block is hashed as it grows.
-  ByteBuffer text;
-  // Without room (a failure shows in the appends), the buffer grows as it goes.
-  (void)text.Reserve(oldSize);
-  if (old.start == 0 && !WriteHeader(vnet, &text, fn)) return false;
-  BlockHash hash(text, text.Size());
-  if (!WriteBlockStart(&text, fn)) return false;
-  if (!WriteGlobalValues(vnet, &text, fn)) return false;
-  DhcpValues values;
-  values.nat = NXCGetVnetUseNAT(vnet);
-  if (!WriteSubnet(vnet, &text, &values, fn)) return false;
-  if (!WriteHostEntry(vnet, &text, values.nat, fn)) return false;
-  if (!WriteStaticEntries(vnet, &text, values, &hash, fn)) return false;
-  if (!text.Append(kEndMarker, kEndMarkerLength) ||
-      fwrite(text.Data(), 1, text.Size(), file) != text.Size()) {
+  ByteBuffer header;
+  if (old.start == 0 && !WriteHeader(vnet, &header, fn)) return false;
+  blockLines->WriteOut();
+  if (!block.made) return false;
+  if (fwrite(header.Data(), 1, header.Size(), file) != header.Size() ||
+      fwrite(block.text.Data(), 1, block.text.Size(), file) != block.text.Size()) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP readonly end marker, error: %s",
            strerror(err));
     return false;
   }
-  uint8_t digest[nxc::kSha1DigestSize];
-  hash.Finish(digest);
-  if (!StoreBlockHash(vnet, digest, fn)) return false;
+  if (!StoreBlockHash(vnet, block.digest, fn)) return false;
   if (old.end != 0) {
     NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%li-%d", static_cast<long>(old.end), 0);
     if (!NXCCopyFileData(old.end, 0, bakPath, file)) {
@@ -575,6 +619,46 @@ class BlockHash {
     return false;
   }
   return true;
+}
+
+// Regenerates an existing file, whose content is in existing, into *file.
+// The old block is judged by its hash before anything is written; the two
+// hashes are taken side by side while the new block is made, so the making
+// comes first, after the backup and the reopening, and the lines of both are
+// held back and written out where a writer going step by step puts them:
+// the judgment, the backup and reopening, the kept prefix, the making.
+[[nodiscard]]
+bool Regenerate(uint32_t vnet, const char *path, nxc::FileText *existing, UniqueFile *file,
+                const char *fn) {
+  DhcpBlockPos located;
+  std::string_view oldBlock;
+  if (LocateBlock(existing->View(), &located, fn)) {
+    oldBlock = existing->View().substr(static_cast<size_t>(located.start),
+                                       static_cast<size_t>(located.end - located.start));
+  }
+  char bakPath[kPathSize] = "";
+  nxc::LogHold reopenLines;
+  const bool reopened = BackUpAndReopen(vnet, path, existing, bakPath, file, fn);
+  reopenLines.Stop();
+  NewBlock block;
+  uint8_t oldDigest[nxc::kSha1DigestSize];
+  nxc::LogHold blockLines;
+  if (reopened) {
+    MakeBlock(vnet, oldBlock, existing->size, &block, oldDigest, fn);
+  } else {
+    nxc::Sha1Digest(oldBlock.data(), oldBlock.size(), oldDigest);
+  }
+  blockLines.Stop();
+  const DhcpBlockPos old = oldBlock.empty() ? DhcpBlockPos{}
+                                            : JudgeBlock(vnet, located, oldDigest, fn);
+  reopenLines.WriteOut();
+  if (!reopened) return false;
+  *existing = {};
+  // Should the kept prefix fail to copy, the lines of the making are
+  // dropped, as a step-by-step writer would never have made them; only the
+  // walk over the mappings has happened, so the next walk does not report
+  // building its array again.
+  return WriteConfig(vnet, file->get(), old, bakPath, block, &blockLines, fn);
 }
 
 }  // namespace
@@ -607,30 +691,27 @@ extern "C" bool NXCDHCPWriteDHCPCfg(uint32_t vnet) noexcept {
     NXCLog(LOG_ERR, kFn, "Cannot get the DHCP config file name");
     return InternalExit(kFn, __LINE__, false);
   }
-  char bakPath[kPathSize] = "";
-  DhcpBlockPos old;
   UniqueFile file;
-  bool created = false;
   nxc::FileText existing;
-  if (!nxc::ReadWholeFile(path, &existing)) {
-    if (!CreateConfig(vnet, path, &file, kFn)) return InternalExit(kFn, __LINE__, false);
-    created = true;
-  } else {
-    old = FindUnmodifiedBlock(vnet, existing.View(), kFn);
-    if (!BackUpAndReopen(vnet, path, &existing, bakPath, &file, kFn))
-      return InternalExit(kFn, __LINE__, false);
-  }
-  const size_t oldSize = existing.size;
-  existing = {};
-  if (!WriteConfig(vnet, file.get(), old, bakPath, oldSize, kFn)) {
-    // An existing file stays as far as it got; its old content is in the
-    // backup. Only a file this call created is taken away again.
-    file.reset();
-    if (created) (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF, nullptr);
-    return InternalExit(kFn, __LINE__, false);
+  bool ok = false;
+  if (nxc::ReadWholeFile(path, &existing)) {
+    ok = Regenerate(vnet, path, &existing, &file, kFn);
+  } else if (CreateConfig(vnet, path, &file, kFn)) {
+    NewBlock block;
+    uint8_t noDigest[nxc::kSha1DigestSize];
+    nxc::LogHold blockLines;
+    MakeBlock(vnet, {}, 0, &block, noDigest, kFn);
+    blockLines.Stop();
+    ok = WriteConfig(vnet, file.get(), {}, "", block, &blockLines, kFn);
+    if (!ok) {
+      // A file this call created is taken away again; an existing one that
+      // failed stays as far as it got, its old content in the backup.
+      file.reset();
+      (void)NXCRemoveFile(static_cast<int32_t>(vnet), NXC_FILE_DHCPD_CONF, nullptr);
+    }
   }
   file.reset();
-  return InternalExit(kFn, __LINE__, true);
+  return InternalExit(kFn, __LINE__, ok);
 }
 
 extern "C" char *NXCCalculateHashStrForBlock(FILE *file, int64_t posStart,

@@ -2,13 +2,17 @@
 // keyed by host port. The family's entry and descriptor (keywords, parse,
 // format, free, rewrite order), the in-memory changes that loading and
 // undo make, the NXCNetCfg* calls, each change appended to the database
-// file and undone in the cache when the write fails, and the comparison a
-// merge makes of two caches' forwards.
+// file and undone in the cache when the write fails, the walk over a
+// table that the nat.conf writer reads them by, and the comparison a merge
+// makes of two caches' forwards.
+#include <assert.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
 #include <algorithm>
+
+#include "netcfg/port_forwards.h"
 
 #include "base/str_util.h"
 #include "base/text_sizes.h"
@@ -20,9 +24,11 @@ struct NATPortFwdEntry {
   uint16_t hostPort;  // the table key
   char *vmIP;
   uint16_t vmPort;
-  char *description;  // null when there is none
+  uint8_t vmIPLength;  // strlen(vmIP); fills padding, costs no room
+  char *description;   // null when there is none
 };
 // In a table both texts live in the entry's own allocation, behind it.
+static_assert(sizeof(NATPortFwdEntry) == 32);
 
 namespace nxc {
 
@@ -80,6 +86,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
                              const char *description) {
   static constexpr char kFn[] = "NetCfgHashAddNATPortFwd";
   const size_t ipSize = strlen(vmIP) + 1, descriptionSize = description ? strlen(description) + 1 : 0;
+  assert(ipSize <= kIPTextSize && "callers pass checked dotted addresses only");
   auto *entry = static_cast<NATPortFwdEntry *>(AllocEntry(sizeof(NATPortFwdEntry) + ipSize + descriptionSize));
   if (!entry) {
     NXCLog(LOG_ERR, kFn, "Memory allocation failure");
@@ -87,6 +94,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
   }
   char *texts = reinterpret_cast<char *>(entry + 1);
   *entry = {vnet, tcp, hostPort, static_cast<char *>(memcpy(texts, vmIP, ipSize)), vmPort,
+            static_cast<uint8_t>(ipSize - 1),
             description ? static_cast<char *>(memcpy(texts + ipSize, description, descriptionSize))
                         : nullptr};
   if (!db->portFwd[vnet]) {
@@ -220,6 +228,23 @@ constexpr RecordFamily kPortForwardRecords = {
 
 namespace {
 
+// ---- Enumeration -----------------------------------------------------------------
+
+constexpr char kEnumFn[] = "NXCNetCfgEnumNATPortFwd";
+constexpr EnumTexts kEnumTexts = {
+    .noTable = "List of forwarded ports is empty",
+    .arrayBuilt = "Created array of forwarded ports",
+    .atEnd = "No ports to enumerate",
+};
+
+// Whether the enumeration can give e's VM IP in the caller's buffer of
+// size bytes (none when !buffer); says so when it cannot.
+[[nodiscard]] bool IPFits(const NATPortFwdEntry *e, bool buffer, size_t size) {
+  if (buffer && e->vmIPLength + size_t{1} <= size) return true;
+  NXCLog(LOG_ERR, kEnumFn, "Insufficient buffer length: %zu for IP address: %s", size, e->vmIP);
+  return false;
+}
+
 // ---- Merge's comparison --------------------------------------------------------
 
 size_t ForwardCount(NXCNetworkConfigurationDB *db, uint32_t vnet, bool tcp) {
@@ -267,6 +292,7 @@ extern "C" bool NXCNetCfgAddNATPortFwd(NXCNetworkConfigurationDB *cache, uint32_
     return false;
   SavedForward old = SaveForward(FindForward(db, vnet, tcp, hostPort));
   NATPortFwdEntry added = {vnet, tcp, hostPort, const_cast<char *>(vmIP), vmPort,
+                           static_cast<uint8_t>(strlen(vmIP)),
                            const_cast<char *>(description)};
   bool ok = NetCfgHashAddNATPortFwd(db, vnet, tcp, hostPort, vmIP, vmPort, description);
   // A replaced forward's removal and the new one reach the file together.
@@ -308,7 +334,8 @@ extern "C" bool NXCNetCfgRemoveNATPortFwd(NXCNetworkConfigurationDB *cache, uint
                                  sizeof description))
     return false;
   bool hadDescription = FindForward(db, vnet, tcp, hostPort)->description != nullptr;
-  NATPortFwdEntry removed = {vnet, tcp, hostPort, vmIP, vmPort, nullptr};
+  NATPortFwdEntry removed = {vnet, tcp, hostPort, vmIP, vmPort,
+                             static_cast<uint8_t>(strlen(vmIP)), nullptr};
   if (!NetCfgHashRemoveNATPortFwd(db, vnet, tcp, hostPort)) {
     NXCLog(LOG_ERR, kFn, "Failed to remove NAT port forward for %s port %u from hash table",
            ProtocolName(tcp), hostPort);
@@ -368,34 +395,24 @@ extern "C" bool NXCNetCfgEnumNATPortFwd(NXCNetworkConfigurationDB *cache, uint32
                                         uint32_t *index, uint16_t *hostPort, char *vmIP,
                                         size_t vmIPSize, uint16_t *vmPort, char *description,
                                         size_t *descriptionSize) noexcept {
-  static constexpr char kFn[] = "NXCNetCfgEnumNATPortFwd";
-  static constexpr EnumTexts kTexts = {
-      .noTable = "List of forwarded ports is empty",
-      .arrayBuilt = "Created array of forwarded ports",
-      .atEnd = "No ports to enumerate",
-  };
-  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
+  NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kEnumFn);
   if (!db || !index) return false;
   RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
   if (!t) {
-    NXCLog(LOG_ERR, kFn, "%s", kTexts.noTable);
+    NXCLog(LOG_ERR, kEnumFn, "%s", kEnumTexts.noTable);
     return false;
   }
-  NATPortFwdEntry *e = t->Enum(*index, kTexts, kFn);
-  if (!e) return false;
-  if (!vmIP || strlen(e->vmIP) + 1 > vmIPSize) {
-    NXCLog(LOG_ERR, kFn, "Insufficient buffer length: %zu for IP address: %s", vmIPSize, e->vmIP);
-    return false;
-  }
+  NATPortFwdEntry *e = t->Enum(*index, kEnumTexts, kEnumFn);
+  if (!e || !IPFits(e, vmIP != nullptr, vmIPSize)) return false;
   bool wantDescription = description && descriptionSize;
   // A described forward needs room for its text and two more bytes, and
   // reports its length plus two; an undescribed one reports 0.
   if (wantDescription && e->description && *descriptionSize <= strlen(e->description) + 1) {
-    NXCLog(LOG_ERR, kFn, "Insufficient buffer length for description");
+    NXCLog(LOG_ERR, kEnumFn, "Insufficient buffer length for description");
     return false;
   }
   if (hostPort) *hostPort = e->hostPort;
-  (void)CopyOut(e->vmIP, vmIP, vmIPSize);
+  memcpy(vmIP, e->vmIP, e->vmIPLength + size_t{1});
   if (vmPort) *vmPort = e->vmPort;
   if (wantDescription && !e->description) *descriptionSize = 0;
   if (wantDescription && e->description) {
@@ -404,6 +421,30 @@ extern "C" bool NXCNetCfgEnumNATPortFwd(NXCNetworkConfigurationDB *cache, uint32
   }
   ++*index;
   return true;
+}
+
+size_t nxc::PortForwardCount(uint32_t vnet, bool tcp) {
+  NXCNetworkConfigurationDB *db = ResolveCache(nullptr);
+  return db && vnet < kNumVnets ? ForwardCount(db, vnet, tcp) : 0;
+}
+
+bool nxc::EnumPortForwards(uint32_t vnet, bool tcp, PortForwardVisitFn visit, void *context) {
+  NXCNetworkConfigurationDB *db = CacheForVnet(nullptr, vnet, kEnumFn);
+  if (!db) return true;
+  RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
+  if (!t) {
+    NXCLog(LOG_ERR, kEnumFn, "%s", kEnumTexts.noTable);
+    return true;
+  }
+  bool stopped = false;
+  (void)t->Each(kEnumTexts, kEnumFn, [&](const NATPortFwdEntry *e) {
+    // As read into an IP buffer of kIPTextSize bytes, which ends the
+    // enumeration when the address does not fit.
+    if (!IPFits(e, /*buffer=*/true, kIPTextSize)) return false;
+    stopped = !visit(context, e->hostPort, std::string_view(e->vmIP, e->vmIPLength), e->vmPort);
+    return !stopped;
+  });
+  return !stopped;
 }
 
 extern "C" bool NXCNetCfgRemoveAllNATPortFwd(NXCNetworkConfigurationDB *cache, uint32_t vnet,

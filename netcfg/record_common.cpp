@@ -343,18 +343,27 @@ bool RecordTableBase::BuildArray() {
   return true;
 }
 
-void *RecordTableBase::EnumEntry(uint32_t index, const EnumTexts &texts, const char *fn) {
+bool RecordTableBase::StartEnum(const EnumTexts &texts, const char *fn) {
   if (!table_) {
     NXCLog(LOG_ERR, fn, "%s", texts.noTable);
-    return nullptr;
+    return false;
   }
   if (!enumerating_) {
     enumerating_ = true;
     cursor_ = HashTable::Cursor();
     NXCLog(LOG_INFO2, fn, "%s", texts.arrayBuilt);
   }
+  return true;
+}
+
+void RecordTableBase::EndEnum(const EnumTexts &texts, const char *fn) {
+  NXCLog(LOG_INFO2, fn, "%s", texts.atEnd);
+}
+
+void *RecordTableBase::EnumEntry(uint32_t index, const EnumTexts &texts, const char *fn) {
+  if (!StartEnum(texts, fn)) return nullptr;
   void *entry = table_->EntryAt(index, &cursor_);
-  if (!entry) NXCLog(LOG_INFO2, fn, "%s", texts.atEnd);
+  if (!entry) EndEnum(texts, fn);
   return entry;
 }
 

@@ -154,9 +154,31 @@ class RecordTableBase {
   // The entry at index of the array (built here when needed), or null
   // after logging why with texts under fn.
   void *EnumEntry(uint32_t index, const EnumTexts &texts, const char *fn);
+  // Hands visit(entry) every entry from index 0 on, as EnumEntry called
+  // with 0, 1, 2, ... until it gives null does: the same lines under fn,
+  // and the same enumeration state left behind, so that an enumeration
+  // after it reads as it would after the calls. visit returning false
+  // stops the walk at that entry (as a caller that stops there), and the
+  // result is then false; else true, also when there is no table.
+  template <class Visit>
+  [[nodiscard]] bool EnumEach(const EnumTexts &texts, const char *fn, Visit visit) {
+    if (!StartEnum(texts, fn)) return true;
+    for (size_t i = 0;; ++i) {
+      void *entry = table_->EntryAt(i, &cursor_);
+      if (!entry) break;
+      if (!visit(entry)) return false;
+    }
+    EndEnum(texts, fn);
+    return true;
+  }
 
  private:
   void DropArray();
+  // The first steps of reading an index: false, after logging it, when
+  // there is no table; an enumeration that starts afresh says so.
+  [[nodiscard]] bool StartEnum(const EnumTexts &texts, const char *fn);
+  // Says that the index read is past the last entry.
+  static void EndEnum(const EnumTexts &texts, const char *fn);
 
   HashTable *table_;
   void **array_;
@@ -182,6 +204,10 @@ class RecordTable : public RecordTableBase {
   Entry *At(size_t i) const { return static_cast<Entry *>(ArrayEntry(i)); }
   Entry *Enum(uint32_t index, const EnumTexts &texts, const char *fn) {
     return static_cast<Entry *>(EnumEntry(index, texts, fn));
+  }
+  template <class Visit>
+  [[nodiscard]] bool Each(const EnumTexts &texts, const char *fn, Visit visit) {
+    return EnumEach(texts, fn, [&](void *entry) { return visit(static_cast<Entry *>(entry)); });
   }
 };
 

@@ -467,6 +467,38 @@ TEST_P(Sha1Test, MatchesTheStandardVectors) {
   EXPECT_STREQ(hex, "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
 
+// Two messages hashed side by side, from block boundaries or not (lead
+// bytes fed to the first alone), each give their own one-by-one digest.
+TEST_P(Sha1Test, TwoMessagesSideBySideGiveTheirOwnDigests) {
+  std::string a(300, '\0'), b(300, '\0');
+  for (size_t i = 0; i < a.size(); ++i) {
+    a[i] = static_cast<char>(i * 7 + 1);
+    b[i] = static_cast<char>(i * 13 + 5);
+  }
+  const size_t kLengths[] = {0, 1, 55, 56, 63, 64, 65, 128, 200, 257};
+  for (size_t lead : {0, 3}) {
+    for (size_t la : kLengths) {
+      for (size_t lb : kLengths) {
+        SCOPED_TRACE(testing::Message() << lead << "+" << la << ", " << lb);
+        Sha1 x, y;
+        x.Update(a.data(), lead);
+        const size_t both = std::min(la, lb);
+        Sha1UpdateBoth(&x, a.data() + lead, &y, b.data(), both);
+        x.Update(a.data() + lead + both, la - both);
+        y.Update(b.data() + both, lb - both);
+        uint8_t dx[kSha1DigestSize], dy[kSha1DigestSize], ex[kSha1DigestSize],
+            ey[kSha1DigestSize];
+        x.Final(dx);
+        y.Final(dy);
+        Sha1Digest(a.data(), lead + la, ex);
+        Sha1Digest(b.data(), lb, ey);
+        EXPECT_EQ(memcmp(dx, ex, sizeof dx), 0);
+        EXPECT_EQ(memcmp(dy, ey, sizeof dy), 0);
+      }
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Rounds, Sha1Test, testing::ValuesIn(Sha1Paths()),
                          [](const testing::TestParamInfo<bool> &info) {
                            return info.param ? "CpuInstructions" : "Portable";

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/api_frame.h"
+#include "core/log.h"
 #include "nexcfg_internal.h"
 #include "support/db_fixture.h"
 
@@ -68,6 +69,36 @@ TEST_F(LogStreamTest, MaskSelectsLinesByAnyOfTheirBitsAndNoStreamWritesNothing) 
     EXPECT_EQ(text.find(missing), std::string::npos) << missing;
   EXPECT_NE(text.find("F - success"), std::string::npos);
   EXPECT_NE(text.find("F - either"), std::string::npos);
+}
+
+TEST_F(LogStreamTest, HeldLinesComeOutInOrderWhereTheyAreWrittenOut) {
+  nxcContext.logMask = 0x19;
+  NXCLog(LOG_ERR, "F", "first");
+  {
+    LogHold outer;
+    NXCLog(LOG_ERR, "F", "held %d", 1);
+    NXCLog(LOG_INFO2, "F", "masked");  // the mask applies when a line is made
+    {
+      LogHold inner;
+      NXCLog(LOG_ERR, nullptr, "inner");
+      inner.WriteOut();  // into the outer hold, which still holds
+    }
+    outer.Stop();
+    NXCLog(LOG_ERR, "F", "direct");
+    {
+      LogHold dropped;
+      NXCLog(LOG_ERR, "F", "dropped");
+    }
+    outer.WriteOut();
+  }
+  NXCLog(LOG_ERR, "F", "last");
+  const std::vector<std::string> lines = SplitLines(Text());
+  ASSERT_EQ(lines.size(), 5u) << Text();
+  const char *kExpected[] = {"F - first", "F - direct", "F - held 1", "inner", "F - last"};
+  for (size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_TRUE(HasTimePrefix(lines[i])) << lines[i];
+    EXPECT_EQ(lines[i].substr(16), kExpected[i]);
+  }
 }
 
 TEST_F(LogStreamTest, BannersFrameTheirTextWithBlankLines) {

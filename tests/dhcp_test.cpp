@@ -461,6 +461,46 @@ TEST_F(DhcpTest, AFailedFirstWriteLeavesNoFileButAFailedRewriteKeepsTheBackup) {
   EXPECT_EQ(Answer("VNET_8_DHCP_CFG_HASH"), Sha1Upper(BlockOf(good)));
 }
 
+// The log with what differs between runs masked: the time stamps, the
+// source lines in the trace banners and the hashes.
+std::string StableLog(const std::string &log) {
+  std::string out;
+  for (const std::string &line : SplitLines(log)) {
+    std::string text = line.substr(std::min<size_t>(16, line.size()));
+    if (text.find(" Function, ") != std::string::npos) text.erase(text.rfind(':'));
+    for (size_t at = 0; at + 40 <= text.size(); ++at) {
+      if (strspn(text.c_str() + at, "0123456789ABCDEF") >= 40) text.replace(at, 40, "<hash>");
+    }
+    out += text + "\n";
+  }
+  return out;
+}
+
+// The whole trace of the writer over its paths, as the writer that works
+// strictly step by step wrote it: a first file; an untouched block kept
+// with the user's text around it; an edited block; a backup that cannot be
+// made; a getter that fails after the backup and the kept prefix.
+TEST_F(DhcpTest, EveryPathLogsItsStepsInTheirOrder) {
+  LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp + kVnet8Nat);
+  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.10", "00:50:56:AA:BB:CC"));
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7F));
+  ClearLog();
+  EXPECT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  ASSERT_TRUE(WriteFile(kConf, "# mine\n" + ReadFile(kConf) + "# after\n"));
+  EXPECT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  std::string edited = ReadFile(kConf);
+  edited.replace(edited.find("fixed-address"), 5, "FIXED");
+  ASSERT_TRUE(WriteFile(kConf, edited));
+  EXPECT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  // A directory that is not empty takes neither a rename nor a copy.
+  ASSERT_EQ(Shell(std::string("rm -f ") + kBak + " && mkdir -p " + kBak + "/d"), 0);
+  EXPECT_FALSE(NXCDHCPWriteDHCPCfg(8));
+  ASSERT_EQ(Shell(std::string("rm -rf ") + kBak), 0);
+  ASSERT_TRUE(NXCRemoveVnetSubnetMask(8));
+  EXPECT_FALSE(NXCDHCPWriteDHCPCfg(8));
+  EXPECT_EQ(StableLog(LogText()), Golden("dhcpd_writer.log"));
+}
+
 // The golden shapes and user text around the block are checked where they
 // are made; these are the rest.
 TEST_F(DhcpTest, DhcpdAcceptsSeveralMappingsAndStoredValues) {

@@ -4,11 +4,13 @@
 //
 // Runs in the private sandbox (/etc/zymtra, /var/log and /tmp are private).
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "netcfg/netcfg_priv.h"
 #include "nexcfg_internal.h"
@@ -264,6 +266,83 @@ TEST_F(NatTest, RegenerationBacksUpAndWithoutNatTheFilesGo) {
   EXPECT_TRUE(NXCNATUpdateFromConfig(8));
   EXPECT_FALSE(FileExists("/etc/zymtra/zynet8"));
   EXPECT_TRUE(NXCNATUpdateFromConfig(8));  // nothing left is no failure
+}
+
+// The lines the port-forward enumeration logged since the log was cleared,
+// each without its time and function name.
+std::string EnumerationLog() {
+  constexpr std::string_view kPrefix = "NXCNetCfgEnumNATPortFwd - ";
+  std::string out;
+  for (const std::string &line : SplitLines(LogText())) {
+    size_t at = line.find(kPrefix);
+    if (at != std::string::npos) out += line.substr(at + kPrefix.size()) + "\n";
+  }
+  return out;
+}
+
+// vnet 8's forward section of one protocol as read through the public
+// enumeration.
+std::string EnumeratedSection(int8_t tcp) {
+  std::string out = tcp ? std::string(NXCNATConfigFileIncomingTCPSectionHeader) +
+                              NXCNATConfigFileIncomingTCPDesc
+                        : std::string(NXCNATConfigFileIncomingUDPSectionHeader) +
+                              NXCNATConfigFileIncomingUDPDesc;
+  uint32_t cookie = 0;
+  uint16_t hostPort = 0, vmPort = 0;
+  char ip[16], line[64];
+  while (NXCNATEnumPortForward(8, tcp, &cookie, &hostPort, ip, sizeof ip, &vmPort, nullptr, nullptr)) {
+    snprintf(line, sizeof line, "%u = %s:%u\n", hostPort, ip, vmPort);
+    out += line;
+  }
+  return out;
+}
+
+TEST_F(NatTest, ForwardSectionsAndEnumerationLinesAreThoseOfThePublicEnumeration) {
+  LoadWith(kVnet8);  // no forwards at all
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(EnumerationLog(), "List of forwarded ports is empty\nList of forwarded ports is empty\n");
+
+  // Ports of one to five digits, addresses of 7 to 15 characters; the
+  // replaced and removed forwards put the listing out of port order.
+  Reload(std::string(kVnet8) +
+           "add_nat_portfwd 8 tcp 80 192.168.40.10 8080\n"
+           "add_nat_portfwd 8 tcp 22 192.168.40.2 22 ssh\n"
+           "add_nat_portfwd 8 tcp 65535 1.2.3.4 1\n"
+           "add_nat_portfwd 8 tcp 9 192.168.140.200 10000\n"
+           "add_nat_portfwd 8 tcp 100 10.0.0.1 1000\n"
+           "remove_nat_portfwd 8 tcp 22\n"
+           "add_nat_portfwd 8 tcp 80 192.168.40.11 99 web\n");
+  // The file ends with what the public enumeration gives after the writer,
+  // whose state that enumeration goes on with (enumerationLog).
+  auto expectSections = [](const char *enumerationLog) {
+    ClearLog();
+    std::string sections = EnumeratedSection(1);
+    sections += EnumeratedSection(0) + "\n";
+    EXPECT_EQ(EnumerationLog(), enumerationLog);
+    std::string file = ReadFile(kConf);
+    ASSERT_GE(file.size(), sections.size());
+    EXPECT_EQ(file.substr(file.size() - sections.size()), sections);
+  };
+  // A caller's enumeration is under way: the writer's goes on with its
+  // state, as a caller's loop would, and finds no UDP table.
+  uint32_t cookie = 1;
+  uint16_t port = 0;
+  char ip[16];
+  ASSERT_TRUE(NXCNATEnumPortForward(8, 1, &cookie, &port, ip, sizeof ip, &port, nullptr, nullptr));
+  ClearLog();
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(EnumerationLog(), "No ports to enumerate\nList of forwarded ports is empty\n");
+  expectSections("No ports to enumerate\nList of forwarded ports is empty\n");
+
+  // Changed tables start their enumerations afresh.
+  ASSERT_TRUE(NXCNATSetPortForward(8, 1, 9, "192.168.40.9", 9, nullptr));
+  ASSERT_TRUE(NXCNATSetPortForward(8, 0, 53, "192.168.40.53", 5353, nullptr));
+  ClearLog();
+  ASSERT_TRUE(NXCNATUpdateFromConfig(8));
+  EXPECT_EQ(EnumerationLog(),
+            "Created array of forwarded ports\nNo ports to enumerate\n"
+            "Created array of forwarded ports\nNo ports to enumerate\n");
+  expectSections("No ports to enumerate\nNo ports to enumerate\n");
 }
 
 // ---- Reader --------------------------------------------------------------------

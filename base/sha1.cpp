@@ -188,24 +188,38 @@ void ShaNiBlocksBoth(uint32_t ha[5], const uint8_t *a, uint32_t hb[5], const uin
 
 using BlocksFunction = void (*)(uint32_t h[5], const uint8_t *data, size_t count) noexcept;
 
-const bool gCpuHasSha = CpuHasSha();
-std::atomic<BlocksFunction> gBlocks{gCpuHasSha ? ShaNiBlocks : PortableBlocks};
+// The processor is asked once, on first use and not when the library
+// loads: most processes that load it never compute a digest.
+bool HasSha() noexcept {
+  static const bool has = CpuHasSha();
+  return has;
+}
+
+// The block function in use; null until the first use decides it.
+std::atomic<BlocksFunction> gBlocks{nullptr};
+
+BlocksFunction CurrentBlocks() noexcept {
+  BlocksFunction blocks = gBlocks.load(std::memory_order_relaxed);
+  if (blocks) return blocks;
+  // A choice made meanwhile by Sha1UseCpuInstructions stands.
+  BlocksFunction detected = HasSha() ? ShaNiBlocks : PortableBlocks;
+  return gBlocks.compare_exchange_strong(blocks, detected, std::memory_order_relaxed) ? detected
+                                                                                     : blocks;
+}
 
 }  // namespace
 
 bool Sha1UseCpuInstructions(bool use) noexcept {
-  gBlocks.store(use && gCpuHasSha ? ShaNiBlocks : PortableBlocks, std::memory_order_relaxed);
+  gBlocks.store(use && HasSha() ? ShaNiBlocks : PortableBlocks, std::memory_order_relaxed);
   return Sha1UsesCpuInstructions();
 }
 
-bool Sha1UsesCpuInstructions() noexcept {
-  return gBlocks.load(std::memory_order_relaxed) == ShaNiBlocks;
-}
+bool Sha1UsesCpuInstructions() noexcept { return CurrentBlocks() == ShaNiBlocks; }
 
 Sha1::Sha1() noexcept : h_{0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u, 0xC3D2E1F0u} {}
 
 void Sha1::Blocks(const uint8_t *data, size_t count) noexcept {
-  gBlocks.load(std::memory_order_relaxed)(h_, data, count);
+  CurrentBlocks()(h_, data, count);
 }
 
 void Sha1UpdateBoth(Sha1 *a, const void *aData, Sha1 *b, const void *bData, size_t size) noexcept {

@@ -72,6 +72,18 @@ bool ParseSigned(std::string_view text, uint64_t posLimit, uint64_t negLimit, in
 }
 
 [[nodiscard]] bool StrToUint32(std::string_view text, uint32_t *out) noexcept {
+  // Nine decimal digits or fewer, the usual case, cannot exceed the limit:
+  // read without the checks per digit. Anything else takes the full way.
+  if (!text.empty() && text.size() <= 9) {
+    uint32_t decimal = 0;
+    size_t i = 0;
+    for (unsigned digit; i < text.size() && (digit = static_cast<unsigned char>(text[i]) - unsigned{'0'}) <= 9; ++i)
+      decimal = decimal * 10 + digit;
+    if (i == text.size()) {
+      *out = decimal;
+      return true;
+    }
+  }
   uint64_t value = 0;
   if (!ParseMagnitude(text, UINT32_MAX, &value)) return false;
   *out = static_cast<uint32_t>(value);

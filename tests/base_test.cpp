@@ -218,6 +218,7 @@ TEST(StrUtilTest, IntegerConversionTakesOnlyWholeNumbersInRange) {
       {"0x7fffffff", INT32_MAX, INT32_MAX},   {"0X7FFFFFFF", INT32_MAX, INT32_MAX},
       {"2147483648", no, 2147483648u},        {"-2147483648", INT32_MIN, no},
       {"4294967295", no, UINT32_MAX},         {"0xffffffff", no, UINT32_MAX},
+      {"999999999", 999999999, 999999999u},   {"0000000004294967295", no, UINT32_MAX},
   };
   // Out of every range, or not a whole number at all.
   const char *const refused[] = {"-2147483649", "4294967296", "9223372036854775808",

@@ -8,7 +8,6 @@
 #include <assert.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 
 #include <algorithm>
 
@@ -75,8 +74,11 @@ void NetCfgNATPortFwdFreeEntry(void *p) {
     NXCLog(LOG_ERR, "NetCfgNATPortFwdFreeEntry", "Invalid arguments");  // deliberately logged
     return;
   }
-  NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry", "Free called over vnet: %d, hostport: %u, VM: %s:%u",
-         static_cast<int>(e->vnet), e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
+  // Checked here first: a whole table's entries are freed at once.
+  if (nxcContext.logMask & LOG_INFO2)
+    NXCLog(LOG_INFO2, "NetCfgNATPortFwdFreeEntry",
+           "Free called over vnet: %d, hostport: %u, VM: %s:%u", static_cast<int>(e->vnet),
+           e->hostPort, e->vmIP ? e->vmIP : "", e->vmPort);
   FreeEntry(e);
 }
 
@@ -107,7 +109,7 @@ bool NetCfgHashAddNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bool 
     }
   }
   RecordTable<NATPortFwdEntry> *t = ProtocolTable(db, vnet, tcp);
-  if (!t->Create(kPortForwardRecords)) {
+  if (!t->exists() && !t->Create(kPortForwardRecords)) {
     NXCLog(LOG_ERR, kFn, "Memory allocation error for NATVnetPortFwdConfig");
     NetCfgNATPortFwdFreeEntry(entry);
     return false;
@@ -133,6 +135,16 @@ bool NetCfgHashRemoveNATPortFwd(NXCNetworkConfigurationDB *db, uint32_t vnet, bo
 
 // ---- The record family -------------------------------------------------------
 
+// "tcp" or "udp" in any case; *tcp tells which. Setting bit 5 lowers a
+// letter's case and makes no other byte one of these letters.
+[[nodiscard]] bool ParseProtocol(std::string_view token, bool *tcp) {
+  if (token.size() != 3) return false;
+  const char a = static_cast<char>(token[0] | 0x20), b = static_cast<char>(token[1] | 0x20),
+             c = static_cast<char>(token[2] | 0x20);
+  *tcp = a == 't' && b == 'c' && c == 'p';
+  return *tcp || (a == 'u' && b == 'd' && c == 'p');
+}
+
 [[nodiscard]]
 bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::string_view rest) {
   std::string_view token;
@@ -141,13 +153,11 @@ bool NatFwdRecordParseFunct(NXCNetworkConfigurationDB *db, uint32_t type, std::s
     NXCLog(LOG_WRN, __func__, "Failed to extract vnet number or invalid vnet number");
     return false;
   }
-  if (!NextToken(&rest, &token) ||
-      !(token.size() == 3 && (strncasecmp(token.data(), "tcp", 3) == 0 ||
-                              strncasecmp(token.data(), "udp", 3) == 0))) {
+  bool tcp = false;
+  if (!NextToken(&rest, &token) || !ParseProtocol(token, &tcp)) {
     NXCLog(LOG_WRN, __func__, "Failed to parse tcp/udp");
     return false;
   }
-  bool tcp = strncasecmp(token.data(), "tcp", 3) == 0;
   uint16_t hostPort = 0;
   if (!NextToken(&rest, &token) || !ParsePort(token, &hostPort)) {
     NXCLog(LOG_WRN, __func__, "Failed to parse host port");

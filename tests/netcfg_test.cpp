@@ -97,7 +97,8 @@ TEST_F(NetCfgTest, MalformedRecordsAreLeftOutWithTheirReasons) {
       "add_dhcp_mac_to_ip 1 0:c:29:a:b:1 10.0.0.9\n"
       "add_bridge_mapping eth0 -2\n"
       "add_bridge_mapping eth1 -1\n"
-      "add_nat_prefix 3 fd00::/31\n");
+      "add_nat_prefix 3 fd00::/31\n"
+      "add_nat_portfwd 8 ucp 80 10.0.0.2 80\n");
   ASSERT_TRUE(Load());
   struct Expect { const char *line; const char *reason; } expected[] = {
       {"3, data: answer KEY", "Empty value for key"},
@@ -115,6 +116,7 @@ TEST_F(NetCfgTest, MalformedRecordsAreLeftOutWithTheirReasons) {
        "Failed to parse IP address or invalid IP address"},
       {"19, data: add_bridge_mapping eth0 -2", "Failed to parse vnet number or invalid vnet number"},
       {"21, data: add_nat_prefix 3 fd00::/31", "Failed to parse prefix or invalid prefix"},
+      {"22, data: add_nat_portfwd 8 ucp", "Failed to parse tcp/udp"},
   };
   for (const Expect &e : expected) {
     SCOPED_TRACE(e.line);

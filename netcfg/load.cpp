@@ -44,14 +44,32 @@ struct RecordLine {
   std::string_view rest;  // after the keyword and its blank
 };
 
+// The keyword of the line before, as its family spells it. Records of one
+// family mostly come in a run, and a word equal to it byte for byte needs
+// no lookup among all the keywords.
+struct LastKeyword {
+  std::string_view keyword;
+  const RecordFamily *family = nullptr;
+  uint32_t type = 0;
+};
+
 // Looks up the keyword of a line whose text is its first length bytes, and
 // (when prefetch) has its family fetch what replaying the line will read.
 RecordLine TakeRecordLine(NXCNetworkConfigurationDB *db, const char *text, size_t length,
-                          bool prefetch) {
+                          bool prefetch, LastKeyword *last) {
   RecordLine line{text, false, nullptr, 0, std::string_view(text, length)};
   std::string_view word;
   line.hasWord = NextToken(&line.rest, &word);
-  if (line.hasWord) line.family = FamilyOfKeyword(word, &line.type);
+  if (line.hasWord && last->family && word == last->keyword) {
+    line.family = last->family;
+    line.type = last->type;
+  } else if (line.hasWord) {
+    line.family = FamilyOfKeyword(word, &line.type);
+    if (line.family) {
+      const bool add = line.type == line.family->addType;
+      *last = {add ? line.family->addKeyword : line.family->removeKeyword, line.family, line.type};
+    }
+  }
   if (prefetch && line.family && line.family->prefetch) line.family->prefetch(db, line.rest);
   return line;
 }
@@ -177,6 +195,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
   struct stat st;
   const bool prefetch = fstat(fileno(reader), &st) == 0 && st.st_size >= kPrefetchFileSize;
   const size_t linesAhead = prefetch ? kLinesAhead : 1;
+  LastKeyword lastKeyword;
   for (;;) {
     if (!block) {
       NXCLog(LOG_ERR, fn, "Error while reading database file, error: %s", strerror(ENOMEM));
@@ -211,7 +230,7 @@ bool ReadRecords(NXCNetworkConfigurationDB *db, FILE *reader, uint32_t firstLine
       if (more) {
         *newline = '\0';
         ahead[(first + count++) % kLinesAhead] =
-            TakeRecordLine(db, line, static_cast<size_t>(textEnd - line), prefetch);
+            TakeRecordLine(db, line, static_cast<size_t>(textEnd - line), prefetch, &lastKeyword);
         line = newline + 1;
         if (count < linesAhead) continue;
       }

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include "base/byte_buffer.h"
@@ -30,6 +31,7 @@
 #include "core/log.h"
 #include "dhcp/dhcp_priv.h"
 #include "host/file_copy.h"
+#include "netcfg/dhcp_mappings.h"
 #include "nexcfg_internal.h"
 
 using nxc::ByteBuffer;
@@ -42,6 +44,7 @@ using nxc::UniqueFile;
 using nxc::kIPTextSize;
 using nxc::kMACTextSize;
 using nxc::kPathSize;
+using EnumState = nxc::RecordTableBase::EnumState;
 
 namespace {
 
@@ -493,12 +496,30 @@ class BlockHashes {
   nxc::Sha1 sha_, oldSha_;
 };
 
-// One entry per static mapping, in the table's enumeration order.
+// The static entries as they are made, each from a mapping as the
+// enumeration hands it over.
+struct StaticEntries {
+  ByteBuffer *out;
+  BlockHashes *hash;
+  // Everything after an entry's fixed address, the same for every entry.
+  std::string_view entryEnd;
+
+  static bool Add(void *context, std::string_view mac, std::string_view ip) {
+    auto *self = static_cast<StaticEntries *>(context);
+    if (!self->out->AppendAll("host "sv, ip, " {\n\thardware ethernet "sv, mac,
+                              ";\n\tfixed-address "sv, ip, self->entryEnd))
+      return false;
+    self->hash->CatchUp();
+    return true;
+  }
+};
+
+// One entry per static mapping, in the table's enumeration order. *found
+// gets the enumeration state the walk over the mappings found, when it
+// takes place.
 [[nodiscard]] bool WriteStaticEntries(uint32_t vnet, ByteBuffer *out, const DhcpValues &values,
-                                      BlockHashes *hash, const char *fn) {
-  uint32_t cookie = 0;
-  char ip[kIPTextSize] = "";
-  char mac[kMACTextSize] = "";
+                                      BlockHashes *hash, std::optional<EnumState> *found,
+                                      const char *fn) {
   // Everything after an entry's fixed address is the same for every entry:
   // its DNS and domain-name lines and, with NAT, its NetBIOS and routers
   // lines. It is put together once.
@@ -508,13 +529,8 @@ class BlockHashes {
             (!values.nat || rest.AppendAll(";\n\toption netbios-name-servers "sv, values.netbios,
                                            ";\n\toption routers "sv, values.routers)) &&
             rest.AppendAll(";\n}\n"sv);
-  const std::string_view entryEnd(rest.Data(), rest.Size());
-  while (ok && NXCDHCPEnumIPToMAC(vnet, &cookie, ip, sizeof ip, mac, sizeof mac)) {
-    const std::string_view address = ip;
-    ok = out->AppendAll("host "sv, address, " {\n\thardware ethernet "sv, mac,
-                        ";\n\tfixed-address "sv, address, entryEnd);
-    if (ok) hash->CatchUp();
-  }
+  StaticEntries entries{out, hash, std::string_view(rest.Data(), rest.Size())};
+  ok = ok && nxc::EnumDhcpMappings(vnet, StaticEntries::Add, &entries, &found->emplace());
   if (!ok) {
     int err = errno;
     NXCLog(LOG_ERR, fn, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s",
@@ -545,18 +561,21 @@ struct NewBlock {
   ByteBuffer text;
   bool made = false;
   uint8_t digest[nxc::kSha1DigestSize] = {};
+  // The enumeration state of the mappings before the making walked them;
+  // none when it did not get that far.
+  std::optional<EnumState> enumFound;
 };
 
 // Makes the new block into block->text: its start, the global values, the
 // subnet, the host's entry and the static entries. False (logged) on the
 // first step that fails.
 [[nodiscard]] bool FormatBlock(uint32_t vnet, ByteBuffer *text, BlockHashes *hash,
-                               const char *fn) {
+                               std::optional<EnumState> *enumFound, const char *fn) {
   if (!WriteBlockStart(text, fn) || !WriteGlobalValues(vnet, text, fn)) return false;
   DhcpValues values;
   values.nat = NXCGetVnetUseNAT(vnet);
   if (!WriteSubnet(vnet, text, &values, fn) || !WriteHostEntry(vnet, text, values.nat, fn) ||
-      !WriteStaticEntries(vnet, text, values, hash, fn))
+      !WriteStaticEntries(vnet, text, values, hash, enumFound, fn))
     return false;
   if (!text->Append(kEndMarker, kEndMarkerLength)) {
     int err = errno;
@@ -574,9 +593,22 @@ void MakeBlock(uint32_t vnet, std::string_view oldBlock, size_t sizeHint, NewBlo
   // Without room (a failure shows in the appends), the buffer grows as it goes.
   (void)block->text.Reserve(sizeHint);
   BlockHashes hash(block->text, 0, oldBlock);
-  block->made = FormatBlock(vnet, &block->text, &hash, fn);
+  block->made = FormatBlock(vnet, &block->text, &hash, &block->enumFound, fn);
   if (block->made) hash.Finish(block->digest);
   hash.FinishOld(oldDigest);
+}
+
+// Copies the user's text before the old block, when there is any.
+[[nodiscard]] bool WriteKeptPrefix(FILE *file, const DhcpBlockPos &old, const char *bakPath,
+                                   const char *fn) {
+  if (old.start == 0) return true;
+  NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
+  if (!NXCCopyFileData(0, old.start, bakPath, file)) {
+    NXCLog(LOG_ERR, fn, "Copying data failed");
+    return false;
+  }
+  NXCLog(LOG_INFO2, fn, "Copying is done");
+  return true;
 }
 
 // Everything after the file was opened for writing: the kept prefix (or the
@@ -585,16 +617,15 @@ void MakeBlock(uint32_t vnet, std::string_view oldBlock, size_t sizeHint, NewBlo
 [[nodiscard]] bool WriteConfig(uint32_t vnet, FILE *file, const DhcpBlockPos &old,
                                const char *bakPath, const NewBlock &block, nxc::LogHold *blockLines,
                                const char *fn) {
-  if (old.start != 0) {
-    NXCLog(LOG_INFO2, fn, "Copying from backup file, pos:%d-%li", 0, static_cast<long>(old.start));
-    if (!NXCCopyFileData(0, old.start, bakPath, file)) {
-      NXCLog(LOG_ERR, fn, "Copying data failed");
-      return false;
-    }
-    NXCLog(LOG_INFO2, fn, "Copying is done");
-  }
   ByteBuffer header;
-  if (old.start == 0 && !WriteHeader(vnet, &header, fn)) return false;
+  if (!WriteKeptPrefix(file, old, bakPath, fn) ||
+      (old.start == 0 && !WriteHeader(vnet, &header, fn))) {
+    // The block goes with the lines of its making, as a writer going step
+    // by step would never have made it; the walk over the mappings is
+    // undone with them, so the next enumeration starts as it would have.
+    if (block.enumFound) nxc::RestoreDhcpEnum(vnet, *block.enumFound);
+    return false;
+  }
   blockLines->WriteOut();
   if (!block.made) return false;
   if (fwrite(header.Data(), 1, header.Size(), file) != header.Size() ||
@@ -654,10 +685,6 @@ bool Regenerate(uint32_t vnet, const char *path, nxc::FileText *existing, Unique
   reopenLines.WriteOut();
   if (!reopened) return false;
   *existing = {};
-  // Should the kept prefix fail to copy, the lines of the making are
-  // dropped, as a step-by-step writer would never have made them; only the
-  // walk over the mappings has happened, so the next walk does not report
-  // building its array again.
   return WriteConfig(vnet, file->get(), old, bakPath, block, &blockLines, fn);
 }
 

@@ -8,6 +8,8 @@
 
 #include <array>
 
+#include "netcfg/dhcp_mappings.h"
+
 #include "base/text_sizes.h"
 #include "netcfg/netcfg_priv.h"
 
@@ -17,8 +19,10 @@ struct DHCPMACToIPEntry {
   char mac[nxc::kMACTextSize];  // canonical form, the table key
   char ip[nxc::kIPTextSize];
   uint8_t vnet;
+  uint8_t ipLength;  // of ip, measured once
 };
 static_assert(kNumVnets <= 256, "a vnet number fits the entry's byte");
+static_assert(sizeof(DHCPMACToIPEntry) <= 40, "the address length takes no room of its own");
 
 namespace nxc {
 
@@ -28,9 +32,13 @@ namespace {
 // does not fit.
 [[nodiscard]] bool MakeMapping(uint32_t vnet, const char (&mac)[kMACTextSize], const char *ip,
                                DHCPMACToIPEntry *e) {
+  const size_t length = strlen(ip);
+  if (length >= sizeof e->ip) return false;
   e->vnet = static_cast<uint8_t>(vnet);
+  e->ipLength = static_cast<uint8_t>(length);
   memcpy(e->mac, mac, sizeof e->mac);
-  return CopyOut(ip, e->ip, sizeof e->ip);
+  memcpy(e->ip, ip, length + 1);
+  return true;
 }
 
 DHCPMACToIPEntry *FindMapping(NXCNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
@@ -147,6 +155,13 @@ bool FormatMapping(ByteBuffer *out, std::string_view keyword, bool add, const vo
   return out->AppendAll(keyword, ' ', vnet, ' ', e.mac, ' ', e.ip, '\n');
 }
 
+constexpr char kEnumFn[] = "NXCNetCfgEnumDHCPMACToIP";
+constexpr EnumTexts kEnumTexts = {
+    .noTable = "List of mappings is empty",
+    .arrayBuilt = "Created array of DHCP mappings",
+    .atEnd = "No mappings to enumerate",
+};
+
 }  // namespace
 
 // A rewrite writes each vnet's mappings in the order of its table.
@@ -161,6 +176,25 @@ constexpr RecordFamily kDhcpMappingRecords = {
     .sortForRewrite = nullptr,
     .prefetch = PrefetchMapping,
 };
+
+bool EnumDhcpMappings(uint32_t vnet, DhcpMappingVisitFn visit, void *context,
+                      RecordTableBase::EnumState *found) {
+  NXCNetworkConfigurationDB *db = CacheForVnet(nullptr, vnet, kEnumFn);
+  if (!db) return true;
+  RecordTable<DHCPMACToIPEntry> *t = &db->dhcp[vnet];
+  *found = t->SavedEnum();
+  // An entry's canonical MAC and address always fit the buffers of
+  // kMACTextSize and kIPTextSize bytes: none ends the enumeration early.
+  return t->Each(kEnumTexts, kEnumFn, [&](const DHCPMACToIPEntry *e) {
+    return visit(context, std::string_view(e->mac, kMACTextSize - 1),
+                 std::string_view(e->ip, e->ipLength));
+  });
+}
+
+void RestoreDhcpEnum(uint32_t vnet, const RecordTableBase::EnumState &found) {
+  NXCNetworkConfigurationDB *db = ResolveCache(nullptr);
+  if (db && vnet < kNumVnets) db->dhcp[vnet].RestoreEnum(found);
+}
 
 }  // namespace nxc
 
@@ -254,26 +288,21 @@ extern "C" bool NXCNetCfgLookupDHCPMACToIP(NXCNetworkConfigurationDB *cache, uin
 extern "C" bool NXCNetCfgEnumDHCPMACToIP(NXCNetworkConfigurationDB *cache, uint32_t vnet,
                                          uint32_t *index, char *mac, size_t macSize, char *ip,
                                          size_t ipSize) noexcept {
-  static constexpr char kFn[] = "NXCNetCfgEnumDHCPMACToIP";
-  static constexpr EnumTexts kTexts = {
-      .noTable = "List of mappings is empty",
-      .arrayBuilt = "Created array of DHCP mappings",
-      .atEnd = "No mappings to enumerate",
-  };
+  static constexpr const char *kFn = kEnumFn;
   NXCNetworkConfigurationDB *db = CacheForVnet(cache, vnet, kFn);
   if (!db || !index) return false;
-  DHCPMACToIPEntry *e = db->dhcp[vnet].Enum(*index, kTexts, kFn);
+  DHCPMACToIPEntry *e = db->dhcp[vnet].Enum(*index, kEnumTexts, kFn);
   if (!e) return false;
-  if (!mac || strlen(e->mac) + 1 > macSize) {
+  if (!mac || kMACTextSize > macSize) {
     NXCLog(LOG_ERR, kFn, "Insufficient buffer size: %zu for MAC address: %s", macSize, e->mac);
     return false;
   }
-  if (!ip || strlen(e->ip) + 1 > ipSize) {
+  if (!ip || e->ipLength + size_t{1} > ipSize) {
     NXCLog(LOG_ERR, kFn, "Insufficient buffer size: %zu for IP address: %s", ipSize, e->ip);
     return false;
   }
-  (void)CopyOut(e->mac, mac, macSize);
-  (void)CopyOut(e->ip, ip, ipSize);
+  memcpy(mac, e->mac, kMACTextSize);
+  memcpy(ip, e->ip, e->ipLength + size_t{1});
   ++*index;
   return true;
 }

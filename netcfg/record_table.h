@@ -143,6 +143,23 @@ class RecordTableBase {
   [[nodiscard]] bool BuildArray();
   size_t ArrayCount() const { return arrayCount_; }
 
+  // Where enumeration stands: whether it has started since the table last
+  // changed, and the index it read last.
+  struct EnumState {
+    bool enumerating = false;
+    HashTable::Cursor cursor;
+  };
+  EnumState SavedEnum() const { return {enumerating_, cursor_}; }
+  // Puts back the state SavedEnum gave before a walk whose results are
+  // dropped, so that the next enumeration reads as if the walk had never
+  // run. A table changed since the walk has started afresh and stays so;
+  // the table must not have been enumerated again after such a change.
+  void RestoreEnum(const EnumState &state) {
+    if (!enumerating_) return;
+    enumerating_ = state.enumerating;
+    cursor_ = state.cursor;
+  }
+
  protected:
   // Puts entry in under key with one lookup. An entry already there is
   // freed, after replacing (when not null) is logged at LOG_INFO2 under fn,

@@ -8,11 +8,14 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/mount.h>
 
 #include <functional>
 #include <string>
 
+#include "base/scope_guard.h"
 #include "base/sha1.h"
+#include "base/text_sizes.h"
 #include "nexcfg_internal.h"
 #include "support/db_fixture.h"
 
@@ -499,6 +502,74 @@ TEST_F(DhcpTest, EveryPathLogsItsStepsInTheirOrder) {
   ASSERT_TRUE(NXCRemoveVnetSubnetMask(8));
   EXPECT_FALSE(NXCDHCPWriteDHCPCfg(8));
   EXPECT_EQ(StableLog(LogText()), Golden("dhcpd_writer.log"));
+}
+
+// The host entries come in the public enumeration's order, with its lines
+// logged, and leave its state as its own loop of calls would.
+TEST_F(DhcpTest, StaticEntriesAreThoseOfThePublicEnumeration) {
+  LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp);  // no mappings at all
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7F));
+  ClearLog();
+  ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  EXPECT_TRUE(LogHas("NXCNetCfgEnumDHCPMACToIP - List of mappings is empty")) << LogText();
+
+  // Addresses of 7 to 15 characters; a replaced and a removed mapping put
+  // the listing out of the order of adding.
+  Reload(std::string(kVnet8Subnet) + kVnet8Dhcp +
+         "add_dhcp_mac_to_ip 8 00:50:56:00:00:01 192.168.40.10\n"
+         "add_dhcp_mac_to_ip 8 00:50:56:00:00:02 1.2.3.4\n"
+         "add_dhcp_mac_to_ip 8 00:50:56:00:00:03 192.168.140.200\n"
+         "add_dhcp_mac_to_ip 8 00:50:56:00:00:04 10.0.0.1\n"
+         "remove_dhcp_mac_to_ip 8 00:50:56:00:00:02\n"
+         "add_dhcp_mac_to_ip 8 00:50:56:00:00:01 192.168.40.99\n");
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7F));
+  ClearLog();
+  ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  EXPECT_TRUE(LogHas("NXCNetCfgEnumDHCPMACToIP - Created array of DHCP mappings"));
+  EXPECT_TRUE(LogHas("NXCNetCfgEnumDHCPMACToIP - No mappings to enumerate"));
+  ClearLog();
+  const std::string file = ReadFile(kConf);
+  size_t at = 0;
+  uint32_t cookie = 0;
+  char ip[kIPTextSize], mac[kMACTextSize];
+  while (NXCDHCPEnumIPToMAC(8, &cookie, ip, sizeof ip, mac, sizeof mac)) {
+    const std::string host = std::string("host ") + ip + " {\n\thardware ethernet " + mac +
+                             ";\n\tfixed-address " + ip + ";\n";
+    at = file.find(host, at);
+    ASSERT_NE(at, std::string::npos) << host;
+  }
+  EXPECT_EQ(cookie, 3u);
+  EXPECT_FALSE(LogHas("Created array of DHCP mappings"));  // the writer's walk started it
+}
+
+// A kept prefix that cannot be copied (its directory's disk is full) drops
+// the new block with the lines of its making, and the walk over the
+// mappings with them: the next enumeration starts afresh and says so, as
+// it does when no block was made.
+TEST_F(DhcpTest, AFailedPrefixCopyLeavesTheEnumerationAsItWas) {
+  LoadWith(std::string(kVnet8Subnet) + kVnet8Dhcp);
+  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.10", "00:50:56:AA:BB:CC"));
+  ASSERT_TRUE(NXCDHCPWriteDHCPCfg(8));
+  // Larger than the output stream's buffer, so the copy reaches the disk.
+  std::string text;
+  while (text.size() < 3 * 4096) text += "# a line of the user's own\n";
+  text += ReadFile(kConf);
+  // A change starts the next enumeration afresh.
+  ASSERT_TRUE(NXCDHCPSetIPToMAC(8, "192.168.40.11", "00:50:56:AA:BB:CD"));
+  constexpr char kDir[] = "/etc/zymtra/zynet8/dhcpd";
+  ASSERT_EQ(mount("tmpfs", kDir, "tmpfs", 0, "size=64k"), 0);
+  ScopeGuard unmount([&] { EXPECT_EQ(umount2(kDir, MNT_DETACH), 0); });
+  ASSERT_TRUE(WriteFile(kConf, text));
+  (void)Shell(std::string("dd if=/dev/zero of=") + kDir + "/filler bs=4096 >/dev/null 2>&1");
+  ASSERT_TRUE(NXC_SetCurrentLogLevel(0x7F));
+  ClearLog();
+  EXPECT_FALSE(NXCDHCPWriteDHCPCfg(8));
+  ASSERT_TRUE(LogHas("Copying data failed")) << LogText();
+  EXPECT_FALSE(LogHas("Created array of DHCP mappings"));
+  uint32_t cookie = 0;
+  char ip[kIPTextSize], mac[kMACTextSize];
+  ASSERT_TRUE(NXCDHCPEnumIPToMAC(8, &cookie, ip, sizeof ip, mac, sizeof mac));
+  EXPECT_TRUE(LogHas("Created array of DHCP mappings")) << LogText();
 }
 
 // The golden shapes and user text around the block are checked where they

@@ -61,19 +61,32 @@ class ByteBuffer {
     size_ += text.size();
   }
   void PutPart(char c) noexcept { data_[size_++] = c; }
-  // The digits go straight to their place: copied from a scratch array
-  // written a byte at a time, they would make the copy's wider loads wait
-  // for those stores.
+  // The digits go straight to their place, two at a time from the last: copied
+  // from a scratch array written a byte at a time, they would make the
+  // copy's wider loads wait for those stores.
   void PutPart(unsigned value) noexcept {
-    size_t n = 1;
-    for (unsigned rest = value; rest >= 10; rest /= 10) ++n;
-    size_ += n;
+    size_ += DigitCount(value);
     char *digit = data_ + size_;
-    do {
-      *--digit = static_cast<char>('0' + value % 10);
-      value /= 10;
-    } while (value != 0);
+    for (; value >= 100; value /= 100) {
+      digit -= 2;
+      memcpy(digit, kDigitPairs + 2 * (value % 100), 2);
+    }
+    if (value >= 10) {
+      memcpy(digit - 2, kDigitPairs + 2 * value, 2);
+    } else {
+      digit[-1] = static_cast<char>('0' + value);
+    }
   }
+  static size_t DigitCount(unsigned value) noexcept {
+    size_t n = 1;
+    for (unsigned power = 10; n < 10 && value >= power; power *= 10) ++n;
+    return n;
+  }
+  // "00" to "99", one after the other.
+  static constexpr char kDigitPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
   char *data_ = nullptr;
   size_t size_ = 0;
   size_t capacity_ = 0;

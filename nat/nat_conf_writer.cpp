@@ -20,6 +20,7 @@
 #include "nexcfg_internal.h"
 
 using nxc::ByteBuffer;
+using namespace std::string_view_literals;
 using nxc::InternalEnter;
 using nxc::InternalExit;
 using nxc::UniqueFile;
@@ -354,88 +355,27 @@ struct NatValues {
   return true;
 }
 
-// A port in decimal at at; returns the end.
-inline char *PutPort(char *at, uint16_t port) {
-  static constexpr char kPairs[] =
-      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-      "8081828384858687888990919293949596979899";
-  const unsigned high = port / 100u, low = port % 100u;  // high <= 655
-  if (port < 10) {
-    *at = static_cast<char>('0' + low);
-    return at + 1;
-  }
-  if (port < 100) {
-    memcpy(at, kPairs + 2 * low, 2);
-    return at + 2;
-  }
-  if (port < 1000) {
-    *at = static_cast<char>('0' + high);
-    memcpy(at + 1, kPairs + 2 * low, 2);
-    return at + 3;
-  }
-  if (port >= 10000) *at++ = static_cast<char>('0' + high / 100u);
-  memcpy(at, kPairs + 2 * (high % 100u), 2);
-  memcpy(at + 2, kPairs + 2 * low, 2);
-  return at + 4;
-}
-
-// Copies the few bytes of a dotted address (at most 15) with two fixed-size
-// copies that overlap, instead of a call to memcpy; returns the end.
-char *PutAddress(char *at, std::string_view ip) {
-  const char *from = ip.data();
-  const size_t n = ip.size();
-  if (n >= 8) {
-    memcpy(at, from, 8);
-    memcpy(at + n - 8, from + n - 8, 8);
-  } else if (n >= 4) {
-    memcpy(at, from, 4);
-    memcpy(at + n - 4, from + n - 4, 4);
-  } else {
-    for (size_t i = 0; i < n; ++i) at[i] = from[i];
-  }
-  return at + n;
-}
-
-// The forward lines of one section, put together a chunk at a time and
-// appended to the file's text.
+// The forward lines of one section, appended to the file's text.
 struct ForwardLines {
   // A line: two ports, " = ", an address, ':' and '\n'.
   static constexpr size_t kMaxLine = 5 + 3 + kIPTextSize - 1 + 1 + 5 + 1;
-  explicit ForwardLines(ByteBuffer *text) : out(text) {}
   ByteBuffer *out;
   int error = 0;  // errno of a failed append
-  size_t used = 0;
-  char chunk[8192];  // not cleared: only its used bytes are read
 
-  [[nodiscard]] bool Flush() {
-    if (out->Append(chunk, used)) {
-      used = 0;
-      return true;
-    }
-    error = errno;
-    return false;
-  }
   // NXCNATConfigFilePortForwardParam with an empty description.
   static bool Add(void *context, uint16_t hostPort, std::string_view vmIP, uint16_t vmPort) {
     auto *lines = static_cast<ForwardLines *>(context);
-    if (lines->used + kMaxLine > sizeof lines->chunk && !lines->Flush()) return false;
-    char *at = PutPort(lines->chunk + lines->used, hostPort);
-    memcpy(at, " = ", 3);
-    at += 3;
-    at = PutAddress(at, vmIP);
-    *at++ = ':';
-    at = PutPort(at, vmPort);
-    *at++ = '\n';
-    lines->used = static_cast<size_t>(at - lines->chunk);
-    return true;
+    if (lines->out->AppendAll(unsigned{hostPort}, " = "sv, vmIP, ':', unsigned{vmPort}, '\n'))
+      return true;
+    lines->error = errno;
+    return false;
   }
 };
 
 // [incomingtcp] and [incomingudp] with one line per forward. Descriptions
 // stay in the database.
 [[nodiscard]] bool WritePortForwards(uint32_t vnet, ByteBuffer *out, const char *fn) {
-  ForwardLines lines(out);
+  ForwardLines lines{out};
   for (const auto &section : kPortFwdSections) {
     if (!out->AppendString(section.header) || !out->AppendString(section.description)) {
       int err = errno;
@@ -443,8 +383,7 @@ struct ForwardLines {
              section.protocol, strerror(err));
       return false;
     }
-    if (!nxc::EnumPortForwards(vnet, section.tcp != 0, ForwardLines::Add, &lines) ||
-        !lines.Flush()) {
+    if (!nxc::EnumPortForwards(vnet, section.tcp != 0, ForwardLines::Add, &lines)) {
       NXCLog(LOG_ERR, fn, "fprintf: failed to write NAT config %s portfwd values: %s",
              section.protocol, strerror(lines.error));
       return false;

@@ -284,6 +284,17 @@ TEST(ByteBufferTest, GrowsKeepsBinaryBytesAndHandsThemOver) {
   }
 }
 
+TEST(ByteBufferTest, NumbersAmongOtherPartsAreWrittenInDecimal) {
+  ByteBuffer b;
+  std::string expected;
+  for (unsigned n : {0u, 7u, 9u, 10u, 42u, 99u, 100u, 101u, 999u, 1000u, 65535u, 1000000u,
+                     123456789u, 4294967295u}) {
+    ASSERT_TRUE(b.AppendAll(n, '|', std::string_view("x"), n, "\n"));
+    expected += std::to_string(n) + "|x" + std::to_string(n) + "\n";
+  }
+  EXPECT_EQ(std::string(b.Data(), b.Size()), expected);
+}
+
 // ---- Line reader -----------------------------------------------------------
 
 std::vector<std::string> ReadAll(const std::string &text, size_t maxLength) {

@@ -464,8 +464,9 @@ struct DhcpValues {
 // run side by side, and alongside the formatting of what follows.
 class BlockHashes {
  public:
-  BlockHashes(const ByteBuffer &text, size_t blockStart, std::string_view old)
-      : text_(text), hashed_(blockStart), old_(old) {}
+  // text holds the new block alone, from its first byte; old is the old
+  // block (empty when there is none).
+  BlockHashes(const ByteBuffer &text, std::string_view old) : text_(text), old_(old) {}
   void CatchUp() {
     const size_t whole = (text_.Size() - hashed_) / nxc::kSha1BlockSize * nxc::kSha1BlockSize;
     if (whole == 0) return;
@@ -490,7 +491,7 @@ class BlockHashes {
 
  private:
   const ByteBuffer &text_;
-  size_t hashed_;
+  size_t hashed_ = 0;
   std::string_view old_;
   size_t oldHashed_ = 0;
   nxc::Sha1 sha_, oldSha_;
@@ -592,7 +593,7 @@ void MakeBlock(uint32_t vnet, std::string_view oldBlock, size_t sizeHint, NewBlo
                uint8_t (&oldDigest)[nxc::kSha1DigestSize], const char *fn) {
   // Without room (a failure shows in the appends), the buffer grows as it goes.
   (void)block->text.Reserve(sizeHint);
-  BlockHashes hash(block->text, 0, oldBlock);
+  BlockHashes hash(block->text, oldBlock);
   block->made = FormatBlock(vnet, &block->text, &hash, &block->enumFound, fn);
   if (block->made) hash.Finish(block->digest);
   hash.FinishOld(oldDigest);

@@ -45,13 +45,20 @@ bool ByteBuffer::AppendString(const char *text) noexcept { return Append(text, s
 bool ByteBuffer::AppendPrintf(const char *format, ...) noexcept {
   va_list args;
   va_start(args, format);
-  va_list again;
+  const bool ok = AppendVPrintf(format, args);
+  va_end(args);
+  return ok;
+}
+
+bool ByteBuffer::AppendVPrintf(const char *format, va_list args) noexcept {
+  va_list first, again;
+  va_copy(first, args);
   va_copy(again, args);
   // Straight into the spare room when the text fits there; measured and
   // formatted again into a larger buffer when it does not.
   size_t room = capacity_ - size_;
-  int n = vsnprintf(data_ ? data_ + size_ : nullptr, data_ ? room : 0, format, args);
-  va_end(args);
+  int n = vsnprintf(data_ ? data_ + size_ : nullptr, data_ ? room : 0, format, first);
+  va_end(first);
   bool ok = n >= 0;
   if (ok && (!data_ || static_cast<size_t>(n) >= room)) {
     ok = Reserve(static_cast<size_t>(n)) &&

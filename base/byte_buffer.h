@@ -1,6 +1,7 @@
 // byte_buffer.h - a growable byte buffer, always NUL-terminated.
 #pragma once
 
+#include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
@@ -21,6 +22,10 @@ class ByteBuffer {
   [[nodiscard]] bool AppendString(const char *text) noexcept;
   [[nodiscard]]
   bool AppendPrintf(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
+  // The same with the arguments in a va_list, which it leaves unread (it
+  // works on copies).
+  [[nodiscard]]
+  bool AppendVPrintf(const char *format, va_list args) noexcept __attribute__((format(printf, 2, 0)));
   // Appends the parts one after the other, without printf, all or
   // nothing: C strings, string views, characters, and unsigned numbers in
   // decimal.

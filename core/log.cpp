@@ -4,7 +4,6 @@
 
 #include <assert.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -97,18 +96,9 @@ bool nxc::LogHold::Add(std::string_view text) noexcept {
 
 bool nxc::LogHold::Keep(const char *fn, const char *format, va_list args) noexcept {
   if (!gHold) return false;
-  va_list copy;
-  va_copy(copy, args);
-  char *message = nullptr;
-  const int length = vasprintf(&message, format, copy);
-  va_end(copy);
-  if (length < 0) return false;
   ByteBuffer line;
-  bool kept = line.AppendAll(fn ? fn : "", fn ? " - " : "",
-                             std::string_view(message, static_cast<size_t>(length))) &&
-              gHold->Add({line.Data(), line.Size()});
-  free(message);
-  return kept;
+  const bool made = (!fn || line.AppendAll(fn, " - ")) && line.AppendVPrintf(format, args);
+  return made && gHold->Add({line.Data(), line.Size()});
 }
 
 extern "C" void NXCVLog(uint32_t level, const char *fn, const char *format,
